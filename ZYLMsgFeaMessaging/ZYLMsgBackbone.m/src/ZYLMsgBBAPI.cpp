@@ -1,0 +1,37 @@
+#include "ZYLMsgBBAPI.h"
+
+#include "ZYLFeaBackbone.h"
+#include "ZYLMsgBBCallbackManager.h"
+
+void ZYLMsgBBAPI::RegisterCommunicator(const char* name, int& communicator) {
+    ::RegisterCommunicator(name, &communicator);
+}
+
+void ZYLMsgBBAPI::DeclareApplicationId(int communicator, const char* applicationId, bool announce) {
+    ::DeclareApplicationId(communicator, applicationId, announce);
+}
+
+void ZYLMsgBBAPI::EnableReceiveHandling(int communicator, const char* application) {
+    ::AssociateHandler(communicator, application, ZYLMsgBBCallbackManager::HandleMessage);
+}
+
+void ZYLMsgBBAPI::EnableDisconnectHandling(int communicator, const char* application) {
+    ::AssociateDisconnectHandler(communicator, application, ZYLMsgBBCallbackManager::Disconnection);
+}
+
+void ZYLMsgBBAPI::SendRequest(int communicator, const char* target, const ZYLMsgBBMessage& message) {
+    ZYLMsgBBCallbackManager::AppendMessageToSend(&message);
+    ::SendRequest(communicator, target, ZYLMsgBBCallbackManager::StreamPendingMessage,
+                  ZYLMsgBBCallbackManager::RequiredBufferSizeOfPendingMessage,
+                  ZYLMsgBBCallbackManager::TypeOfPendingMessage);
+}
+
+void ZYLMsgBBAPI::WaitingLoop(int communicator, int limit, int& endingCondition) {
+    ::WaitingLoop(communicator, limit, &endingCondition);
+}
+
+void ZYLMsgBBAPI::BBSysLoopWait(int& endingCondition, int limit) {
+    ::BBSysLoopWait(&endingCondition, limit);
+}
+
+void ZYLMsgBBAPI::AssociateHandler(const ZYLMsgBBCallbackManager*) {}

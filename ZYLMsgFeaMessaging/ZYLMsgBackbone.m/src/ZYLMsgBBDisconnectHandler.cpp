@@ -1,0 +1,5 @@
+#include "ZYLMsgBBDisconnectHandler.h"
+
+ZYLMsgBBDisconnectHandler::ZYLMsgBBDisconnectHandler() = default;
+
+ZYLMsgBBDisconnectHandler::~ZYLMsgBBDisconnectHandler() = default;

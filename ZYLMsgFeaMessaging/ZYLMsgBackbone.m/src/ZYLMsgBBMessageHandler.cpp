@@ -1,0 +1,5 @@
+#include "ZYLMsgBBMessageHandler.h"
+
+ZYLMsgBBMessageHandler::ZYLMsgBBMessageHandler() = default;
+
+ZYLMsgBBMessageHandler::~ZYLMsgBBMessageHandler() = default;

@@ -1,0 +1,16 @@
+#include "ZYLMsgPrintingHandler.h"
+
+#include "ZYLMsgBBMessage.h"
+
+ZYLMsgPrintingHandler::ZYLMsgPrintingHandler(FILE* stream) : m_stream(stream) {}
+
+ZYLMsgPrintingHandler::~ZYLMsgPrintingHandler() = default;
+
+void ZYLMsgPrintingHandler::HandleMessage(const ZYLMsgBBMessage& message, const char* id) {
+    if (m_stream == nullptr) {
+        return;
+    }
+    fprintf(m_stream, "ZYLMsgPrintingHandler::HandleMessage -- id %s\n", id);
+    fflush(m_stream);
+    message.Print(m_stream, nullptr);
+}

@@ -1,0 +1,25 @@
+#ifndef ZYLMSGBBMESSAGEHANDLER_H
+#define ZYLMSGBBMESSAGEHANDLER_H
+
+#include "ZYLMsgModulesExport.h"
+#include "mem_AllocationOperators.h"
+
+class ZYLMsgBBMessage;
+
+/// Receives every incoming message of the type under which it is registered. Applications derive their own
+/// handlers from it. A handler is made with `new` and adopted by the callback manager, which owns and deletes
+/// it; it must be registered once only. It runs inside the application's waiting loops, on their thread, and
+/// may itself send and wait.
+class ZYLMSGMODULES_EXPORT ZYLMsgBBMessageHandler : public mem_AllocationOperators {
+  public:
+    ZYLMsgBBMessageHandler();
+    ZYLMsgBBMessageHandler(const ZYLMsgBBMessageHandler&) = delete;
+    ZYLMsgBBMessageHandler& operator=(const ZYLMsgBBMessageHandler&) = delete;
+    virtual ~ZYLMsgBBMessageHandler();
+
+    /// Called once for each incoming message. `id` is the sender's identifier, NUL-terminated. Both live only
+    /// during the call: neither may be kept.
+    virtual void HandleMessage(const ZYLMsgBBMessage& message, const char* id) = 0;
+};
+
+#endif

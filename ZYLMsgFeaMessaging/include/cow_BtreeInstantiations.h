@@ -1,0 +1,44 @@
+#ifndef COW_BTREEINSTANTIATIONS_H
+#define COW_BTREEINSTANTIATIONS_H
+
+#include "ZYLMsgModulesExport.h"
+#include "cow_Btree.h"
+#include "cow_BtreeIterator.h"
+#include "cow_String.h"
+
+/// The tree maps that ZYLMsgModules carries, so that a program and the library share one copy of their code:
+/// from names to messages, from names to message handlers, and from numbers to messages. Whoever names one of
+/// these maps includes this header.
+
+class ZYLMsgBBMessage;
+class ZYLMsgBBMessageHandler;
+
+// Each class before the first that uses it: a class that is already instantiated can no longer be exported.
+extern template class ZYLMSGMODULES_EXPORT cow_BtreeValue<ZYLMsgBBMessage*>;
+extern template class ZYLMSGMODULES_EXPORT cow_BtreeValue<ZYLMsgBBMessageHandler*>;
+
+extern template class ZYLMSGMODULES_EXPORT cow_BtreeNode<cow_String, ZYLMsgBBMessage*>;
+extern template class ZYLMSGMODULES_EXPORT cow_Direct<cow_BtreeNode<cow_String, ZYLMsgBBMessage*>>;
+extern template class ZYLMSGMODULES_EXPORT cow_CountedHld<cow_BtreeNode<cow_String, ZYLMsgBBMessage*>>;
+extern template class ZYLMSGMODULES_EXPORT cow_COW<cow_BtreeNode<cow_String, ZYLMsgBBMessage*>>;
+extern template class ZYLMSGMODULES_EXPORT cow_Btree<cow_String, ZYLMsgBBMessage*>;
+extern template class ZYLMSGMODULES_EXPORT cow_BtreeNodeLink<cow_String, ZYLMsgBBMessage*>;
+extern template class ZYLMSGMODULES_EXPORT cow_BtreeIterator<cow_String, ZYLMsgBBMessage*>;
+
+extern template class ZYLMSGMODULES_EXPORT cow_BtreeNode<cow_String, ZYLMsgBBMessageHandler*>;
+extern template class ZYLMSGMODULES_EXPORT cow_Direct<cow_BtreeNode<cow_String, ZYLMsgBBMessageHandler*>>;
+extern template class ZYLMSGMODULES_EXPORT cow_CountedHld<cow_BtreeNode<cow_String, ZYLMsgBBMessageHandler*>>;
+extern template class ZYLMSGMODULES_EXPORT cow_COW<cow_BtreeNode<cow_String, ZYLMsgBBMessageHandler*>>;
+extern template class ZYLMSGMODULES_EXPORT cow_Btree<cow_String, ZYLMsgBBMessageHandler*>;
+extern template class ZYLMSGMODULES_EXPORT cow_BtreeNodeLink<cow_String, ZYLMsgBBMessageHandler*>;
+extern template class ZYLMSGMODULES_EXPORT cow_BtreeIterator<cow_String, ZYLMsgBBMessageHandler*>;
+
+extern template class ZYLMSGMODULES_EXPORT cow_BtreeNode<int, ZYLMsgBBMessage*>;
+extern template class ZYLMSGMODULES_EXPORT cow_Direct<cow_BtreeNode<int, ZYLMsgBBMessage*>>;
+extern template class ZYLMSGMODULES_EXPORT cow_CountedHld<cow_BtreeNode<int, ZYLMsgBBMessage*>>;
+extern template class ZYLMSGMODULES_EXPORT cow_COW<cow_BtreeNode<int, ZYLMsgBBMessage*>>;
+extern template class ZYLMSGMODULES_EXPORT cow_Btree<int, ZYLMsgBBMessage*>;
+extern template class ZYLMSGMODULES_EXPORT cow_BtreeNodeLink<int, ZYLMsgBBMessage*>;
+extern template class ZYLMSGMODULES_EXPORT cow_BtreeIterator<int, ZYLMsgBBMessage*>;
+
+#endif

@@ -1,0 +1,25 @@
+#ifndef BTREECOMPARE_H
+#define BTREECOMPARE_H
+
+#include "atr_NaturalOrder.h"
+#include "cow_String.h"
+
+/// The order of a tree map's keys. The sign is the reverse of strcmp's: positive when `a` orders before `b`,
+/// negative when it orders after, 0 when they are equal.
+
+/// By `operator<`; 1, -1 or 0.
+template <class K>
+int BtreeCompare(const K& a, const K& b) {
+    if (a < b) {
+        return 1;
+    }
+    return b < a ? -1 : 0;
+}
+
+/// By strnatcmp while the natural-order switch, read at every call, is on; else by unsigned bytes, giving 1,
+/// -1 or 0. A string made without text equals the empty text.
+inline int BtreeCompare(const cow_String& a, const cow_String& b) {
+    return atr_getNaturalOrder() != 0 ? strnatcmp(b.CStr(), a.CStr()) : b.Compare(a);
+}
+
+#endif

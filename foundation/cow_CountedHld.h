@@ -1,0 +1,107 @@
+#ifndef COW_COUNTEDHLD_H
+#define COW_COUNTEDHLD_H
+
+#include <memory>
+
+#include "cow_Counter.h"
+#include "mem_AllocationOperators.h"
+
+/// A reference-counted holder: all holders of one referent share its counter, and the last to let go destroys
+/// and frees both. A referent belongs to its holders from the moment it is given to the first, even if that
+/// one then raises.
+///
+/// Copying never allocates and never raises; what makes a new counter allocates once and raises
+/// std::bad_alloc when memory is exhausted. Holders of one referent are used by one thread at a time.
+template <class T>
+class cow_CountedHld : public ZYLBasCowAllocator {
+  public:
+    /// Holds nothing; allocates a counter all the same.
+    cow_CountedHld() : m_counter(new cow_Counter) {}
+    /// Adopts `referent`, made with `new` and held by nobody; null is allowed. If no counter can be had, the
+    /// referent is destroyed.
+    explicit cow_CountedHld(T* referent) : cow_CountedHld(std::unique_ptr<T>(referent)) {}
+    /// Shares the other's referent.
+    cow_CountedHld(const cow_CountedHld& other) noexcept
+        : ZYLBasCowAllocator(), m_counter(other.m_counter), m_referent(other.m_referent) {
+        m_counter->Increment();
+    }
+    ~cow_CountedHld() { DropReference(); }
+
+    /// Lets go of what is held and adopts `referent` as the constructor does. If that raises, `referent` is
+    /// destroyed and this holder unchanged.
+    cow_CountedHld& operator=(T* referent);
+    /// Lets go of what is held and shares the other's referent, which may be its own already.
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment)
+    cow_CountedHld& operator=(const cow_CountedHld& other) noexcept;
+
+    /// Whether this is the only holder of its referent.
+    bool Exclusive() const { return m_counter->References() == 1; }
+    bool HasValue() const { return m_referent != nullptr; }
+    bool IsNull() const { return m_referent == nullptr; }
+
+    /// The referent as it stands, shared or not, null if there is none.
+    T* GetPtr() const { return m_referent; }
+    /// The same; only while HasValue().
+    T& GetRef() const { return *m_referent; }
+    /// For reading; only while HasValue().
+    const T& ConstGet() const { return *m_referent; }
+
+  protected:
+    /// Lets go; the last holder destroys and frees the referent and the counter, and both become null.
+    void DropReference();
+    /// Destroys and frees the referent and the counter; both become null.
+    void Delete();
+    /// Destroys and frees the referent.
+    void DeleteReferent() { delete m_referent; }
+
+    cow_Counter* m_counter;
+    T* m_referent = nullptr;
+
+  private:
+    explicit cow_CountedHld(std::unique_ptr<T> referent)
+        : m_counter(new cow_Counter), m_referent(referent.release()) {}
+};
+
+template <class T>
+cow_CountedHld<T>& cow_CountedHld<T>::operator=(T* referent) {
+    std::unique_ptr<T> adopted(referent);
+    if (Exclusive()) {
+        DeleteReferent();
+    } else {
+        auto* counter = new cow_Counter;
+        m_counter->Decrement();
+        m_counter = counter;
+    }
+    m_referent = adopted.release();
+    return *this;
+}
+
+// Counting up first makes assigning a holder to itself, or to one that its own referent keeps alive, safe.
+template <class T>
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment)
+cow_CountedHld<T>& cow_CountedHld<T>::operator=(const cow_CountedHld& other) noexcept {
+    cow_Counter* counter = other.m_counter;
+    T* referent = other.m_referent;
+    counter->Increment();
+    DropReference();
+    m_counter = counter;
+    m_referent = referent;
+    return *this;
+}
+
+template <class T>
+void cow_CountedHld<T>::DropReference() {
+    if (m_counter->Decrement()) {
+        Delete();
+    }
+}
+
+template <class T>
+void cow_CountedHld<T>::Delete() {
+    DeleteReferent();
+    m_referent = nullptr;
+    delete m_counter;
+    m_counter = nullptr;
+}
+
+#endif

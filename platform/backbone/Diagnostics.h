@@ -1,0 +1,22 @@
+#ifndef ZYL_BACKBONE_DIAGNOSTICS_H
+#define ZYL_BACKBONE_DIAGNOSTICS_H
+
+#include <string>
+
+namespace zyl::backbone {
+
+/// Writes "ZYLFeaBackbone: <text>" as one line to standard error, in one piece.
+void Report(const std::string& text);
+
+/// The same as a fatal error. `file` and `line` say where it was found. Does not return.
+[[noreturn]] void Fatal(const std::string& text, const char* file, int line);
+
+/// A name between quotes, safe to print: control characters as \xNN, and cut after kQuotedLength bytes.
+std::string Quoted(const std::string& name);
+
+/// Long enough for any name a person gave, short enough for one line.
+constexpr std::size_t kQuotedLength = 120;
+
+}  // namespace zyl::backbone
+
+#endif

@@ -1,0 +1,418 @@
+#include "Switchboard.h"
+
+#include <algorithm>
+#include <deque>
+#include <map>
+#include <utility>
+
+#include "Diagnostics.h"
+
+namespace zyl::backbone {
+
+namespace {
+
+constexpr const char* kSourceFile = "platform/backbone/Switchboard";
+
+/// Names travel in file names, greetings and diagnostics; nobody's name is longer.
+constexpr std::size_t kLongestName = 4096;
+
+/// A type name and its terminator are counted in 16 bits on the wire.
+constexpr std::size_t kLongestType = 65534;
+
+/// After this long a sender says for whom it waits.
+constexpr auto kPatience = std::chrono::seconds(2);
+
+/// How often a sender looks whether its target has come: short beside the start of a process, long beside a
+/// look.
+constexpr auto kLookInterval = std::chrono::milliseconds(5);
+
+/// What had come when the limit of a loop was over is still delivered, but a flood does not hold the loop for
+/// ever.
+constexpr int kDispatchesPastLimit = 1000;
+
+/// The body of a message that an application of this process sends to another one of it.
+struct OwnedBytes final : MessageStorage {
+    explicit OwnedBytes(const std::string& typeName, int size)
+        : type(typeName), body(std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(size))) {}
+    std::string type;
+    std::unique_ptr<char[]> body;
+};
+
+void CheckName(const std::string& name, const char* what) {
+    if (name.size() > kLongestName) {
+        Fatal(std::string(what) + " name " + Quoted(name) + " has " + std::to_string(name.size()) +
+                  " bytes; the most is " + std::to_string(kLongestName),
+              kSourceFile, __LINE__);
+    }
+}
+
+/// A signal handler may change the condition as well.
+int ValueOf(const int* condition) {
+    return *static_cast<const volatile int*>(condition);
+}
+
+}  // namespace
+
+struct Switchboard::Application {
+    int number = 0;
+    std::string name;
+    ZYLFeaBackbone_ReceiveCallback receive = nullptr;
+    ZYLFeaBackbone_DisconnectCallback disconnect = nullptr;
+    /// What was taken in before there was a handler.
+    std::deque<Event> waiting;
+};
+
+/// An application that this process has sent to.
+struct Switchboard::Target {
+    std::string name;
+    std::unique_ptr<Link> link;
+    /// Its last life is over, or it did not come in time: sends fail at once until it is there again.
+    bool lost = false;
+    /// Its absence has been reported, or the transport is going to.
+    bool reported = false;
+};
+
+struct Switchboard::Membership {
+    std::string name;
+    std::unique_ptr<Domain> domain;
+    std::deque<Application> applications;  // stays in place while it grows: callbacks may declare more
+    std::map<std::string, Target> targets;
+    /// Taken in while a send waited; older than anything the domain still holds.
+    std::deque<Event> inbox;
+    /// Sent within this process. Takes turns with the rest, so that neither starves.
+    std::deque<Event> fromSelf;
+    bool selfIsNext = false;
+
+    Application* Find(const std::string& wanted) {
+        const auto found = std::find_if(applications.begin(), applications.end(),
+                                        [&](const Application& one) { return one.name == wanted; });
+        return found != applications.end() ? &*found : nullptr;
+    }
+    /// Puts an event where it waits for its turn.
+    void TakeIn(std::deque<Event>& queue, Event event) {
+        if (const auto* message = std::get_if<Message>(&event)) {
+            Application& receiver = applications[static_cast<std::size_t>(message->Application())];
+            if (receiver.receive == nullptr) {
+                receiver.waiting.push_back(std::move(event));
+                return;
+            }
+        }
+        queue.push_back(std::move(event));
+    }
+};
+
+struct Switchboard::Request {
+    std::string type;
+    int size;
+    ZYLFeaBackbone_StreamCallback stream;
+};
+
+Switchboard::Switchboard(std::unique_ptr<Transport> transport, const Settings& settings)
+    : m_transport(std::move(transport)), m_settings(settings) {}
+
+Switchboard::~Switchboard() {
+    Leave();
+}
+
+void Switchboard::Leave() {
+    for (const auto& member : m_memberships) {
+        member->targets.clear();
+        member->domain.reset();
+    }
+}
+
+void Switchboard::Abandon() {
+    for (const auto& member : m_memberships) {
+        if (member->domain != nullptr) {
+            member->domain->Abandon();
+        }
+    }
+    Leave();
+}
+
+int Switchboard::RegisterCommunicator(const std::string& name) {
+    CheckName(name, "domain");
+    const auto known = std::find_if(m_memberships.begin(), m_memberships.end(),
+                                    [&](const auto& member) { return member->name == name; });
+    if (known == m_memberships.end()) {
+        auto member = std::make_unique<Membership>();
+        member->name = name;
+        member->domain = m_transport->Join(name);
+        m_memberships.push_back(std::move(member));
+        return static_cast<int>(m_memberships.size());
+    }
+    return static_cast<int>(known - m_memberships.begin()) + 1;
+}
+
+void Switchboard::DeclareApplicationId(int communicator, const std::string& name, bool announce) {
+    Declared(MembershipOf(communicator, "DeclareApplicationId"), name, announce);
+}
+
+void Switchboard::AssociateHandler(int communicator, const std::string& name,
+                                   ZYLFeaBackbone_ReceiveCallback callback) {
+    Membership& member = MembershipOf(communicator, "AssociateHandler");
+    Application& application = Declared(member, name, true);
+    application.receive = callback;
+    member.domain->Deliver(application.number);
+    member.inbox.insert(member.inbox.begin(), std::make_move_iterator(application.waiting.begin()),
+                        std::make_move_iterator(application.waiting.end()));
+    application.waiting.clear();
+}
+
+void Switchboard::AssociateDisconnectHandler(int communicator, const std::string& name,
+                                             ZYLFeaBackbone_DisconnectCallback callback) {
+    Membership& member = MembershipOf(communicator, "AssociateDisconnectHandler");
+    Application& application = Declared(member, name, true);
+    application.disconnect = callback;
+    member.domain->Watch(application.number);
+}
+
+Switchboard::Membership& Switchboard::MembershipOf(int communicator, const char* function) {
+    if (communicator < 1 || static_cast<std::size_t>(communicator) > m_memberships.size()) {
+        Fatal(std::string(function) + ": there is no communicator " + std::to_string(communicator) +
+                  "; RegisterCommunicator gives one",
+              kSourceFile, __LINE__);
+    }
+    return *m_memberships[static_cast<std::size_t>(communicator) - 1];
+}
+
+Switchboard::Application& Switchboard::Declared(Membership& member, const std::string& name, bool announce) {
+    CheckName(name, "application");
+    if (Application* known = member.Find(name)) {
+        return *known;
+    }
+    const int number = static_cast<int>(member.applications.size());
+    try {
+        member.domain->Announce(number, name, announce);
+    } catch (const NameTaken& taken) {
+        Fatal("application " + Quoted(name) + " of domain " + Quoted(member.name) +
+                  " is held by the living process " + std::to_string(taken.Pid()) + " on " + taken.Host() +
+                  "; end that process or choose another name",
+              kSourceFile, __LINE__);
+    }
+    Application& application = member.applications.emplace_back();
+    application.number = number;
+    application.name = name;
+    return application;
+}
+
+void Switchboard::SendRequest(int communicator, const std::string& name, ZYLFeaBackbone_StreamCallback stream,
+                              ZYLFeaBackbone_SizeCallback size, ZYLFeaBackbone_TypeCallback type) {
+    Membership& member = MembershipOf(communicator, "SendRequest");
+    CheckName(name, "application");
+    const Request request{type(), size(), stream};
+    if (request.size < 0 || request.type.size() > kLongestType) {
+        Fatal("a message of type " + Quoted(request.type) + " for " + Quoted(name) + " has size " +
+                  std::to_string(request.size) + " and a type name of " +
+                  std::to_string(request.type.size()) +
+                  " bytes; the size must be 0 or more and the name at most " + std::to_string(kLongestType),
+              kSourceFile, __LINE__);
+    }
+    if (const Application* own = member.Find(name)) {
+        SendToSelf(member, *own, request);
+    } else {
+        SendToPeer(member, name, request);
+    }
+}
+
+void Switchboard::SendToSelf(Membership& member, const Application& application, const Request& request) {
+    auto bytes = std::make_shared<OwnedBytes>(request.type, request.size);
+    request.stream(bytes->body.get(), request.size);
+    member.TakeIn(member.fromSelf,
+                  Message(application.number, bytes->type.c_str(), bytes->body.get(), request.size, bytes));
+}
+
+void Switchboard::SendToPeer(Membership& member, const std::string& name, const Request& request) {
+    Target& target = member.targets.try_emplace(name, Target{name, nullptr}).first->second;
+    Link* link = LinkTo(member, target, request);
+    if (link == nullptr) {
+        Drop(member, target, request, target.lost ? "it is gone" : "it did not come in time");
+    } else if (!Transfer(*link, request)) {
+        target.reported = link->Announced();  // the domain is going to report it, after its last message
+        target.link.reset();
+        Drop(member, target, request, "it was lost");
+    }
+}
+
+Link* Switchboard::LinkTo(Membership& member, Target& target, const Request& request) {
+    if (target.link != nullptr && !target.link->Alive()) {
+        target.reported = target.link->Announced();
+        target.link.reset();
+        target.lost = true;
+    }
+    if (target.link == nullptr) {
+        target.link = member.domain->Open(target.name);
+    }
+    if (target.link == nullptr && !target.lost) {
+        AwaitTarget(member, target, request);
+    }
+    if (target.link != nullptr) {
+        target.lost = false;
+        target.reported = false;
+    }
+    return target.link.get();
+}
+
+void Switchboard::AwaitTarget(Membership& member, Target& target, const Request& request) {
+    const Clock::time_point start = Clock::now();
+    const Clock::time_point end = start + m_settings.connectTimeout;
+    bool said = false;
+    while (target.link == nullptr && Clock::now() < end) {
+        if (!said && Clock::now() - start >= kPatience) {
+            Report("still waiting for application " + Quoted(target.name) + " in domain " +
+                   Quoted(member.name) + ", which has not started, to send it a message of type " +
+                   Quoted(request.type));
+            said = true;
+        }
+        WaitTakingIn(std::min(end, Clock::now() + kLookInterval));
+        target.link = member.domain->Open(target.name);
+    }
+}
+
+/// False when the peer was lost before it had the whole message.
+bool Switchboard::Transfer(Link& link, const Request& request) {
+    void* room = link.Reserve(request.type.c_str(), request.size);
+    while (room == nullptr) {
+        WaitTakingIn({});
+        if (!link.Alive()) {
+            return false;
+        }
+        room = link.Reserve(request.type.c_str(), request.size);
+    }
+    request.stream(room, request.size);
+    Progress progress = link.Commit();
+    while (progress == Progress::kBlocked) {
+        WaitTakingIn({});
+        progress = link.Commit();
+    }
+    return progress == Progress::kDone;
+}
+
+void Switchboard::Drop(Membership& member, Target& target, const Request& request,
+                       const std::string& reason) {
+    Report("a message of type " + Quoted(request.type) + " for application " + Quoted(target.name) +
+           " in domain " + Quoted(member.name) + " is dropped: " + reason);
+    target.lost = true;
+    if (!target.reported) {
+        target.reported = true;
+        Peer peer = m_transport->Self();
+        peer.application = target.name;
+        peer.pid = 0;
+        member.inbox.push_back(PeerLost{peer, true});
+    }
+}
+
+/// A send waits for room or for its target: what arrives is put aside, nothing is dispatched.
+void Switchboard::WaitTakingIn(Deadline deadline) {
+    std::vector<Domain*> domains;
+    for (const auto& member : m_memberships) {
+        domains.push_back(member->domain.get());
+    }
+    m_transport->Wait(domains, deadline);
+    for (const auto& member : m_memberships) {
+        while (std::optional<Event> event = member->domain->Next(Take::kAll)) {
+            member->TakeIn(member->inbox, std::move(*event));
+        }
+    }
+}
+
+void Switchboard::WaitingLoop(int communicator, int limit, const int* condition) {
+    Loop({&MembershipOf(communicator, "WaitingLoop")}, limit, condition);
+}
+
+void Switchboard::WaitingLoop(const int* condition, int limit) {
+    std::vector<Membership*> members;
+    for (const auto& member : m_memberships) {
+        members.push_back(member.get());
+    }
+    Loop(members, limit, condition);
+}
+
+void Switchboard::Loop(const std::vector<Membership*>& members, int limit, const int* condition) {
+    const int atCall = ValueOf(condition);
+    if (atCall == 0) {
+        return;
+    }
+    const Deadline deadline = limit < 0 ? Deadline() : Clock::now() + std::chrono::milliseconds(limit);
+    std::vector<Domain*> domains;
+    for (const Membership* member : members) {
+        domains.push_back(member->domain.get());
+    }
+    const auto changed = [&] { return ValueOf(condition) != atCall; };
+    const auto expired = [&] { return deadline && Clock::now() >= *deadline; };
+    int late = 0;
+    for (bool lastLook = false;; lastLook = expired()) {
+        bool found = true;
+        while (found) {
+            found = false;
+            for (Membership* member : members) {
+                found = DispatchOne(*member) || found;
+                if (changed()) {
+                    return;
+                }
+            }
+            if (expired() && ++late > kDispatchesPastLimit) {
+                return;
+            }
+        }
+        if (lastLook) {
+            return;
+        }
+        m_transport->Wait(domains, deadline);
+    }
+}
+
+bool Switchboard::DispatchOne(Membership& member) {
+    std::optional<Event> event;
+    member.selfIsNext = !member.selfIsNext;
+    const auto pop = [&](std::deque<Event>& queue) {
+        event = std::move(queue.front());
+        queue.pop_front();
+    };
+    if (member.selfIsNext && !member.fromSelf.empty()) {
+        pop(member.fromSelf);
+    } else if (!member.inbox.empty()) {
+        pop(member.inbox);
+    } else {
+        event = member.domain->Next(Take::kDelivered);
+    }
+    if (!event && !member.fromSelf.empty()) {
+        pop(member.fromSelf);
+    }
+    if (event) {
+        Dispatch(member, std::move(*event));
+    }
+    return event.has_value();
+}
+
+void Switchboard::Dispatch(Membership& member, Event event) {
+    ++m_depth;
+    if (const auto* message = std::get_if<Message>(&event)) {
+        member.applications[static_cast<std::size_t>(message->Application())].receive(
+            message->Type(), message->Body(), message->Size());
+    } else {
+        DispatchLoss(member, std::get<PeerLost>(event));
+    }
+    --m_depth;
+}
+
+void Switchboard::DispatchLoss(Membership& member, const PeerLost& lost) {
+    const Peer& peer = lost.peer;
+    const auto target = member.targets.find(peer.application);
+    if (target != member.targets.end() && target->second.link != nullptr && !target->second.link->Alive()) {
+        target->second.link.reset();
+        target->second.lost = true;
+        target->second.reported = lost.announced;
+    }
+    if (!lost.announced) {
+        return;
+    }
+    for (std::size_t index = 0; index < member.applications.size(); ++index) {
+        if (member.applications[index].disconnect != nullptr) {
+            member.applications[index].disconnect(peer.pid, peer.application.c_str(), peer.host.c_str(),
+                                                  peer.user.c_str());
+        }
+    }
+}
+
+}  // namespace zyl::backbone

@@ -1,0 +1,73 @@
+#ifndef ZYL_BACKBONE_SWITCHBOARD_H
+#define ZYL_BACKBONE_SWITCHBOARD_H
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Settings.h"
+#include "Transport.h"
+#include "ZYLFeaBackbone.h"
+
+namespace zyl::backbone {
+
+/// What the seven plain functions do, over any transport: communicators, the applications of this process,
+/// what has arrived and waits, the loops, and the bookkeeping of losses. It knows no system call.
+///
+/// One object serves a process, on one thread. Callbacks run only inside the two waiting functions.
+class Switchboard {
+  public:
+    Switchboard(std::unique_ptr<Transport> transport, const Settings& settings);
+    ~Switchboard();
+    Switchboard(const Switchboard&) = delete;
+    Switchboard& operator=(const Switchboard&) = delete;
+
+    int RegisterCommunicator(const std::string& name);
+    void DeclareApplicationId(int communicator, const std::string& name, bool announce);
+    void AssociateHandler(int communicator, const std::string& name, ZYLFeaBackbone_ReceiveCallback callback);
+    void AssociateDisconnectHandler(int communicator, const std::string& name,
+                                    ZYLFeaBackbone_DisconnectCallback callback);
+    void SendRequest(int communicator, const std::string& target, ZYLFeaBackbone_StreamCallback stream,
+                     ZYLFeaBackbone_SizeCallback size, ZYLFeaBackbone_TypeCallback type);
+    void WaitingLoop(int communicator, int limit, const int* condition);
+    void WaitingLoop(const int* condition, int limit);
+
+    /// Whether a callback of this object is running.
+    bool Dispatching() const { return m_depth > 0; }
+
+    /// Leaves every domain; nothing may be called afterwards. What a running callback looks at stays where it
+    /// is.
+    void Leave();
+
+    /// The same in the child of a fork: what this object holds belongs to the parent and is not withdrawn.
+    void Abandon();
+
+  private:
+    struct Application;
+    struct Target;
+    struct Membership;
+    struct Request;
+
+    Membership& MembershipOf(int communicator, const char* function);
+    Application& Declared(Membership& member, const std::string& name, bool announce);
+    void SendToSelf(Membership& member, const Application& application, const Request& request);
+    void SendToPeer(Membership& member, const std::string& name, const Request& request);
+    Link* LinkTo(Membership& member, Target& target, const Request& request);
+    void AwaitTarget(Membership& member, Target& target, const Request& request);
+    bool Transfer(Link& link, const Request& request);
+    void Drop(Membership& member, Target& target, const Request& request, const std::string& reason);
+    void WaitTakingIn(Deadline deadline);
+    void Loop(const std::vector<Membership*>& members, int limit, const int* condition);
+    bool DispatchOne(Membership& member);
+    void Dispatch(Membership& member, Event event);
+    void DispatchLoss(Membership& member, const PeerLost& lost);
+
+    std::unique_ptr<Transport> m_transport;
+    Settings m_settings;
+    std::vector<std::unique_ptr<Membership>> m_memberships;
+    int m_depth = 0;
+};
+
+}  // namespace zyl::backbone
+
+#endif

@@ -1,0 +1,108 @@
+#ifndef ZYL_BACKBONE_LOCAL_CONNECTIONS_H
+#define ZYL_BACKBONE_LOCAL_CONNECTIONS_H
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include "../Transport.h"
+#include "FileDescriptor.h"
+#include "FrameReader.h"
+#include "Poller.h"
+
+/// The two ends of a link. Frames run one way only, from the process that opened the link to the one that
+/// listens; what comes back is the end of file.
+
+namespace zyl::backbone::local {
+
+class LocalDomain;
+
+/// The receiving end: a connection that an application of this process has accepted.
+class Incoming final : public Watched {
+  public:
+    /// `pid` is the peer's, as the kernel knows it; `application` the number of the receiving one.
+    Incoming(LocalDomain& domain, FileDescriptor socket, int pid, int application);
+
+    enum class Intake {
+        kFrame,  ///< `frame` holds the next one
+        kHeld,   ///< the next one is a message, and none is wanted
+        kEmpty,  ///< nothing more until Ready
+        kEnded   ///< nothing more at all
+    };
+    /// Takes the next frame; a message only if one is wanted. Throws BadFrame, also for a first frame that is no greeting and for a later one
+    /// that is.
+    Intake Take(std::optional<FrameView>& frame, bool wantsMessage);
+
+    void Ready(const Readiness& readiness) override;
+
+    int Socket() const { return m_socket.Get(); }
+    int Pid() const { return m_pid; }
+    int Application() const { return m_application; }
+
+    /// Whether the peer has closed its end, after what can still be read.
+    bool HungUp() const { return m_hangup; }
+    /// Looks at the socket again, though nothing was told of it.
+    void Recheck();
+
+    /// Whether the domain has this connection in its queue of readable ones.
+    bool queued = false;
+    /// Whether the peer's end has been reported already: only its messages count now.
+    bool orphaned = false;
+
+  private:
+    bool Receive();
+    void CheckOrder(FrameKind kind);
+
+    LocalDomain& m_domain;
+    FileDescriptor m_socket;
+    int m_pid;
+    int m_application;
+    FrameReader m_reader;
+    bool m_greeted = false;
+    bool m_drained = false;
+    bool m_hangup = false;
+    bool m_ended = false;
+};
+
+/// The sending end: a connection that this process has opened to another application.
+class Outgoing final : public Watched {
+  public:
+    Outgoing(LocalDomain& domain, FileDescriptor socket, Peer peer, bool announced);
+
+    const Peer& To() const { return m_peer; }
+    bool Announced() const { return m_announced; }
+    bool Alive();
+    void* Reserve(const char* type, int size);
+    Progress Commit();
+    /// Sends a whole control frame, now or before the next message.
+    void SendControl(const std::string& frame);
+    /// The peer is known to be gone.
+    void SetLost() { m_lost = true; }
+
+    void Ready(const Readiness& readiness) override;
+
+    int Socket() const { return m_socket.Get(); }
+
+  private:
+    bool Send(const char* bytes, std::size_t size, std::size_t& sent);
+    Progress SendBacklog();
+    Progress Blocked();
+    void StopAwaiting();
+
+    LocalDomain& m_domain;
+    FileDescriptor m_socket;
+    Peer m_peer;
+    bool m_announced;
+    bool m_lost = false;
+    bool m_awaitsRoom = false;
+    std::string m_controls;
+    std::size_t m_controlsSent = 0;
+    std::unique_ptr<char[]> m_frame;
+    std::size_t m_capacity = 0;
+    std::size_t m_size = 0;
+    std::size_t m_sent = 0;
+};
+
+}  // namespace zyl::backbone::local
+
+#endif

@@ -1,0 +1,87 @@
+#ifndef ZYL_BACKBONE_LOCAL_DOMAINDIRECTORY_H
+#define ZYL_BACKBONE_LOCAL_DOMAINDIRECTORY_H
+
+#include <string>
+#include <vector>
+
+#include "FileDescriptor.h"
+
+/// A domain on disk: one directory that only its owner may enter. Every application E (its name in a safe
+/// form) has
+///
+///   l.E   lock file: locked by the living holder, so a dead one is recognised at once; holds its pid and
+///   real name a.E   the socket of an announced application, or h.E   the socket of a passing helper w.E
+///   empty: the application wants to hear of every newcomer
+///
+/// A socket appears under its name only when it accepts connections. What a dead holder left is removed by
+/// the next one.
+
+namespace zyl::backbone::local {
+
+/// The safe form of a name: letters, digits and '-' stand for themselves, other bytes become %XX; a name that
+/// would be longer than a socket address allows becomes its beginning, '~' and a hash. It never contains '/'
+/// or '.'.
+std::string SafeName(const std::string& name);
+
+class DomainDirectory;
+
+/// A name held by this process: its lock, and its listening socket. Its end gives the name back.
+class Claim {
+  public:
+    Claim(const DomainDirectory& directory, std::string safeName, char kind, FileDescriptor lock,
+          FileDescriptor socket);
+    Claim(Claim&&) = default;
+    ~Claim();
+
+    int Socket() const { return m_socket.Get(); }
+    /// Closes without giving the name back: it belongs to the parent of this forked process.
+    void Abandon();
+
+  private:
+    const DomainDirectory* m_directory;
+    std::string m_safeName;
+    char m_kind;
+    FileDescriptor m_lock;
+    FileDescriptor m_socket;
+};
+
+/// A connection that this process has opened.
+struct Connected {
+    FileDescriptor socket;
+    int pid = 0;
+    bool announced = false;
+};
+
+class DomainDirectory {
+  public:
+    /// Opens, or makes, the directory of `domain` under `base` (empty: $XDG_RUNTIME_DIR/zyl-backbone, else
+    /// /tmp/zyl-backbone-<uid>). Base and domain must belong to this user and be closed to all others, and
+    /// may not be symbolic links; anything else is a fatal error that says which, and what to do.
+    DomainDirectory(const std::string& base, const std::string& domain);
+
+    /// Takes the name and listens for it. Throws NameTaken.
+    Claim Take(const std::string& name, bool announced) const;
+    /// Connects to the application, without waiting for it to accept. Not open when it is not there.
+    Connected Connect(const std::string& name) const;
+    /// From now on Watchers lists the application, which this process holds.
+    void MarkWatcher(const std::string& name) const;
+    /// The real names of all announced applications, and of all that want to hear of newcomers.
+    std::vector<std::string> Announced() const { return Names('a'); }
+    std::vector<std::string> Watchers() const { return Names('w'); }
+
+  private:
+    friend class Claim;
+
+    std::vector<std::string> Names(char kind) const;
+    FileDescriptor Lock(const std::string& safeName) const;
+    FileDescriptor Listen(const std::string& safeName, char kind) const;
+    std::string RealName(const std::string& safeName) const;
+    void Remove(const std::string& file) const;
+
+    std::string m_path;
+    FileDescriptor m_descriptor;
+};
+
+}  // namespace zyl::backbone::local
+
+#endif

@@ -1,0 +1,91 @@
+#ifndef ZYL_BACKBONE_LOCAL_LOCALDOMAIN_H
+#define ZYL_BACKBONE_LOCAL_LOCALDOMAIN_H
+
+#include <deque>
+#include <list>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "../Transport.h"
+#include "Connections.h"
+#include "DomainDirectory.h"
+#include "Poller.h"
+
+namespace zyl::backbone::local {
+
+/// One domain of the local transport: the applications of this process, the links from and to it, and what it
+/// knows of the processes at their other ends.
+///
+/// A process ends when any link to or from it does. Then everything it has sent is taken in first:
+/// connections that are still to be accepted, then what the accepted ones hold. Only after that its
+/// applications are reported, once.
+class LocalDomain final : public Domain {
+  public:
+    LocalDomain(const std::string& base, const std::string& name, const Greeting& greeting);
+    ~LocalDomain() override;
+
+    void Announce(int number, const std::string& name, bool announced) override;
+    void Deliver(int number) override;
+    void Watch(int number) override;
+    std::unique_ptr<Link> Open(const std::string& target) override;
+    std::optional<Event> Next(Take take) override;
+    void Abandon() override;
+
+    /// Whether Next may have something without a wait.
+    bool HasNews() const;
+    /// How long a wait may last at most, as far as this domain is concerned.
+    std::optional<std::chrono::milliseconds> LongestWait() const;
+    Poller& Poll() { return m_poller; }
+
+    /// For the connections: there is something to read; the process at the other end is gone; tell when there
+    /// is room.
+    void Readable(Incoming& incoming);
+    void Ended(int pid);
+    void AwaitRoom(Outgoing& outgoing, bool awaits);
+
+  private:
+    class Listener;
+    class OpenLink;
+    struct Process;
+    using Incomings = std::list<std::unique_ptr<Incoming>>;
+
+    std::shared_ptr<Outgoing> OutgoingTo(const std::string& target);
+    bool IsOwn(const std::string& name) const;
+    bool EndedJustNow(int pid) const;
+    void Accept();
+    bool AcceptOne(const Listener& listener);
+    std::optional<Event> NextMessage(Take take);
+    std::optional<Event> TakeReport();
+    std::optional<Message> TakeFrom(Incoming& incoming, Take take);
+    void Park(Incoming& incoming);
+    void HandleControl(const Incoming& incoming, const FrameView& frame);
+    void Close(Incoming& incoming, const std::string& complaint);
+    void Unpark();
+    void ReportEnds();
+    void ReportEnd(int pid, const Process& process);
+
+    Greeting m_greeting;
+    DomainDirectory m_directory;
+    Poller m_poller;
+    std::map<int, std::unique_ptr<Listener>> m_listeners;
+    Incomings m_incoming;
+    std::map<std::string, std::shared_ptr<Outgoing>> m_outgoing;
+    std::map<int, Process> m_processes;
+    /// When the end of a process was reported: what is still open of it belongs to that life.
+    std::map<int, Clock::time_point> m_ended;
+    /// Incoming links with something to read, and those that wait until their application gets a handler.
+    std::deque<Incoming*> m_readable;
+    std::deque<Incoming*> m_parked;
+    std::deque<Event> m_events;
+    bool m_someEnding = false;
+    bool m_knocking = false;
+    bool m_outOfDescriptors = false;
+    int m_sinceLook = 0;
+};
+
+}  // namespace zyl::backbone::local
+
+#endif

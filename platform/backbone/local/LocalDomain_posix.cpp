@@ -1,0 +1,390 @@
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+#include "../Diagnostics.h"
+#include "LocalDomain.h"
+
+namespace zyl::backbone::local {
+
+namespace {
+
+/// Out of descriptors: how long until the next try to accept.
+constexpr std::chrono::milliseconds kDescriptorPause{100};
+
+/// The kernel closes what a dying process has open one by one; the last of it is long closed after this time,
+/// and its number is not given to another process so soon.
+constexpr std::chrono::seconds kDying{1};
+
+/// After this many messages in a row a look at the other links is due, so that a busy one hides none.
+constexpr int kMessagesBetweenLooks = 256;
+
+}  // namespace
+
+/// An application of this process, and the socket on which it is met.
+class LocalDomain::Listener final : public Watched {
+  public:
+    Listener(LocalDomain& domain, int number, std::string name, bool announced, Claim claim)
+        : m_domain(domain),
+          m_number(number),
+          m_name(std::move(name)),
+          m_announced(announced),
+          m_claim(std::move(claim)) {}
+
+    void Ready(const Readiness& /*readiness*/) override { m_domain.m_knocking = true; }
+
+    int Number() const { return m_number; }
+    const std::string& Name() const { return m_name; }
+    bool Announced() const { return m_announced; }
+    int Socket() const { return m_claim.Socket(); }
+    void Abandon() { m_claim.Abandon(); }
+
+    /// Whether its messages may be handed out.
+    bool delivered = false;
+
+  private:
+    LocalDomain& m_domain;
+    int m_number;
+    std::string m_name;
+    bool m_announced;
+    Claim m_claim;
+};
+
+/// The switchboard's handle on a connection, which the domain keeps for as long as the peer lives.
+class LocalDomain::OpenLink final : public Link {
+  public:
+    explicit OpenLink(std::shared_ptr<Outgoing> outgoing) : m_outgoing(std::move(outgoing)) {}
+    const Peer& To() const override { return m_outgoing->To(); }
+    bool Announced() const override { return m_outgoing->Announced(); }
+    bool Alive() override { return m_outgoing->Alive(); }
+    void* Reserve(const char* type, int size) override { return m_outgoing->Reserve(type, size); }
+    Progress Commit() override { return m_outgoing->Commit(); }
+
+  private:
+    std::shared_ptr<Outgoing> m_outgoing;
+};
+
+/// What is known of another process of the domain.
+struct LocalDomain::Process {
+    std::string host;
+    std::string user;
+    /// Its applications that were met, and whether they are announced.
+    std::map<std::string, bool> applications;
+    bool ending = false;
+};
+
+LocalDomain::LocalDomain(const std::string& base, const std::string& name, const Greeting& greeting)
+    : m_greeting(greeting), m_directory(base, name) {}
+
+/// The names go before the links, so that who sees the end of a link finds nobody under the name.
+LocalDomain::~LocalDomain() {
+    m_listeners.clear();
+}
+
+void LocalDomain::Abandon() {
+    for (const auto& [number, listener] : m_listeners) {
+        listener->Abandon();
+    }
+}
+
+void LocalDomain::Announce(int number, const std::string& name, bool announced) {
+    Claim claim = m_directory.Take(name, announced);
+    auto listener = std::make_unique<Listener>(*this, number, name, announced, std::move(claim));
+    m_poller.Watch(listener->Socket(), *listener);
+    m_listeners.emplace(number, std::move(listener));
+    if (!announced) {
+        return;
+    }
+    const std::string frame = AnnounceFrame(name);
+    for (const auto& [target, outgoing] : m_outgoing) {
+        outgoing->SendControl(frame);
+    }
+    for (const std::string& watcher : m_directory.Watchers()) {
+        OutgoingTo(watcher);
+    }
+}
+
+void LocalDomain::Deliver(int number) {
+    m_listeners.at(number)->delivered = true;
+    Unpark();
+}
+
+/// First our mark, then the look around: a newcomer makes its socket first and then looks for marks, so at
+/// least one of the two finds the other.
+void LocalDomain::Watch(int number) {
+    m_directory.MarkWatcher(m_listeners.at(number)->Name());
+    for (const std::string& application : m_directory.Announced()) {
+        OutgoingTo(application);
+    }
+}
+
+std::unique_ptr<Link> LocalDomain::Open(const std::string& target) {
+    std::shared_ptr<Outgoing> outgoing = OutgoingTo(target);
+    return outgoing != nullptr ? std::make_unique<OpenLink>(std::move(outgoing)) : nullptr;
+}
+
+bool LocalDomain::IsOwn(const std::string& name) const {
+    return std::any_of(m_listeners.begin(), m_listeners.end(),
+                       [&](const auto& entry) { return entry.second->Name() == name; });
+}
+
+/// The living connection to the application, made if there is none; null when it is not there, or is this
+/// process.
+std::shared_ptr<Outgoing> LocalDomain::OutgoingTo(const std::string& target) {
+    const auto known = m_outgoing.find(target);
+    if (known != m_outgoing.end() && known->second->Alive()) {
+        return known->second;
+    }
+    if (IsOwn(target)) {
+        return nullptr;
+    }
+    Connected connected = m_directory.Connect(target);
+    if (!connected.socket.IsOpen() || EndedJustNow(connected.pid)) {
+        return nullptr;
+    }
+    const Peer peer{target, connected.pid, m_greeting.host, m_greeting.user};
+    auto outgoing = std::make_shared<Outgoing>(*this, std::move(connected.socket), peer, connected.announced);
+    m_poller.Watch(outgoing->Socket(), *outgoing);
+    outgoing->SendControl(GreetingFrame(m_greeting));
+    for (const auto& [number, listener] : m_listeners) {
+        if (listener->Announced()) {
+            outgoing->SendControl(AnnounceFrame(listener->Name()));
+        }
+    }
+    Process& process = m_processes.try_emplace(peer.pid, Process{peer.host, peer.user, {}}).first->second;
+    process.applications[target] = connected.announced;
+    m_outgoing[target] = outgoing;
+    return outgoing;
+}
+
+bool LocalDomain::EndedJustNow(int pid) const {
+    const auto ended = m_ended.find(pid);
+    return ended != m_ended.end() && Clock::now() - ended->second < kDying;
+}
+
+bool LocalDomain::HasNews() const {
+    return !m_readable.empty() || !m_events.empty() || m_someEnding || (m_knocking && !m_outOfDescriptors);
+}
+
+std::optional<std::chrono::milliseconds> LocalDomain::LongestWait() const {
+    return m_outOfDescriptors ? std::optional(kDescriptorPause) : std::nullopt;
+}
+
+void LocalDomain::Readable(Incoming& incoming) {
+    if (!incoming.queued) {
+        incoming.queued = true;
+        m_readable.push_back(&incoming);
+    }
+}
+
+void LocalDomain::Ended(int pid) {
+    const auto process = m_processes.find(pid);
+    if (process == m_processes.end() || process->second.ending) {
+        return;
+    }
+    process->second.ending = true;
+    m_someEnding = true;
+    for (const auto& incoming : m_incoming) {
+        if (incoming->Pid() == pid) {
+            incoming->Recheck();
+        }
+    }
+}
+
+void LocalDomain::AwaitRoom(Outgoing& outgoing, bool awaits) {
+    m_poller.WatchRoom(outgoing.Socket(), outgoing, awaits);
+}
+
+std::optional<Event> LocalDomain::Next(Take take) {
+    if (++m_sinceLook > kMessagesBetweenLooks) {
+        m_sinceLook = 0;
+        m_poller.Wait(std::chrono::milliseconds(0));
+    }
+    if (m_knocking || m_someEnding) {
+        Accept();
+    }
+    if (!m_events.empty()) {
+        return TakeReport();
+    }
+    if (take == Take::kAll) {
+        Unpark();
+    }
+    if (std::optional<Event> message = NextMessage(take)) {
+        return message;
+    }
+    if (m_someEnding) {
+        ReportEnds();
+    }
+    return TakeReport();
+}
+
+void LocalDomain::Accept() {
+    m_knocking = false;
+    for (const auto& [number, listener] : m_listeners) {
+        while (AcceptOne(*listener)) {
+        }
+    }
+}
+
+bool LocalDomain::AcceptOne(const Listener& listener) {
+    FileDescriptor socket(accept4(listener.Socket(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (!socket.IsOpen()) {
+        const bool exhausted = errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM;
+        if (exhausted && !m_outOfDescriptors) {
+            Report("cannot accept a link to application " + Quoted(listener.Name()) + ": " +
+                   std::generic_category().message(errno) + "; will try again");
+        }
+        m_outOfDescriptors = exhausted;
+        m_knocking = m_knocking || exhausted;
+        return errno == EINTR || errno == ECONNABORTED;
+    }
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    getsockopt(socket.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &size);
+    m_incoming.push_back(std::make_unique<Incoming>(*this, std::move(socket), peer.pid, listener.Number()));
+    Incoming& incoming = *m_incoming.back();
+    incoming.orphaned = EndedJustNow(peer.pid);
+    m_poller.Watch(incoming.Socket(), incoming);
+    Readable(incoming);
+    return true;
+}
+
+/// The links take turns, a message each.
+std::optional<Event> LocalDomain::NextMessage(Take take) {
+    while (!m_readable.empty()) {
+        Incoming& incoming = *m_readable.front();
+        m_readable.pop_front();
+        incoming.queued = false;
+        if (std::optional<Message> message = TakeFrom(incoming, take)) {
+            Readable(incoming);
+            return message;
+        }
+        if (m_someEnding) {
+            ReportEnds();
+        }
+    }
+    return std::nullopt;
+}
+
+/// Leaves the link's messages where they are until their application gets a handler.
+void LocalDomain::Park(Incoming& incoming) {
+    incoming.queued = true;
+    m_parked.push_back(&incoming);
+    if (incoming.HungUp()) {
+        Ended(incoming.Pid());
+    }
+}
+
+void LocalDomain::Unpark() {
+    m_readable.insert(m_readable.end(), m_parked.begin(), m_parked.end());
+    m_parked.clear();
+}
+
+/// The next message of the link, if it has a whole one. A link that has come to its end, or to a bad frame,
+/// is closed.
+std::optional<Message> LocalDomain::TakeFrom(Incoming& incoming, Take take) {
+    const bool wanted = take == Take::kAll || m_listeners.at(incoming.Application())->delivered;
+    std::optional<FrameView> frame;
+    try {
+        for (;;) {
+            const Incoming::Intake intake = incoming.Take(frame, wanted);
+            if (intake == Incoming::Intake::kEnded) {
+                Close(incoming, "");
+            }
+            if (intake == Incoming::Intake::kHeld) {
+                Park(incoming);
+            }
+            if (intake != Incoming::Intake::kFrame) {
+                return std::nullopt;
+            }
+            if (frame->kind == FrameKind::kMessage) {
+                return Message(incoming.Application(), frame->type, frame->body.data(),
+                               static_cast<int>(frame->body.size()), std::move(frame->storage));
+            }
+            HandleControl(incoming, *frame);
+        }
+    } catch (const BadFrame& bad) {
+        Close(incoming, bad.what());
+    } catch (const std::bad_alloc&) {
+        Close(incoming, "there is no memory for its next message");
+    }
+    return std::nullopt;
+}
+
+void LocalDomain::HandleControl(const Incoming& incoming, const FrameView& frame) {
+    if (incoming.orphaned) {
+        return;
+    }
+    Process& process = m_processes.try_emplace(incoming.Pid()).first->second;
+    if (frame.kind == FrameKind::kGreeting) {
+        const Greeting greeting = ReadGreeting(frame.body);
+        process.host = greeting.host;
+        process.user = greeting.user;
+    } else {
+        process.applications[std::string(frame.body.data(), frame.body.size())] = true;
+    }
+}
+
+void LocalDomain::Close(Incoming& incoming, const std::string& complaint) {
+    const int pid = incoming.Pid();
+    if (!complaint.empty()) {
+        Report("the link from process " + std::to_string(pid) + " to application " +
+               Quoted(m_listeners.at(incoming.Application())->Name()) + " is closed: " + complaint);
+    }
+    m_incoming.remove_if([&](const auto& one) { return one.get() == &incoming; });
+    if (complaint.empty()) {
+        Ended(pid);
+    }
+    m_outOfDescriptors = false;
+}
+
+/// Reports every ended process of which nothing is left to read. What is parked stays: its time comes with
+/// the handler.
+void LocalDomain::ReportEnds() {
+    m_someEnding = false;
+    for (auto entry = m_processes.begin(); entry != m_processes.end();) {
+        const int pid = entry->first;
+        const bool unread = std::any_of(m_readable.begin(), m_readable.end(),
+                                        [&](const Incoming* incoming) { return incoming->Pid() == pid; });
+        if (entry->second.ending && !unread) {
+            const auto ended = m_processes.extract(entry++);
+            ReportEnd(pid, ended.mapped());
+        } else {
+            m_someEnding = m_someEnding || entry->second.ending;
+            ++entry;
+        }
+    }
+}
+
+void LocalDomain::ReportEnd(int pid, const Process& process) {
+    for (Incoming* parked : m_parked) {
+        parked->orphaned = parked->orphaned || parked->Pid() == pid;
+    }
+    m_incoming.remove_if([&](const auto& one) { return one->Pid() == pid && !one->orphaned; });
+    std::erase_if(m_outgoing, [&](const auto& entry) {
+        const bool theirs = entry.second->To().pid == pid;
+        if (theirs) {
+            entry.second->SetLost();
+        }
+        return theirs;
+    });
+    std::erase_if(m_ended, [](const auto& entry) { return Clock::now() - entry.second >= kDying; });
+    m_ended[pid] = Clock::now();
+    for (const auto& [application, announced] : process.applications) {
+        m_events.push_back(PeerLost{{application, pid, process.host, process.user}, announced});
+    }
+}
+
+std::optional<Event> LocalDomain::TakeReport() {
+    if (m_events.empty()) {
+        return std::nullopt;
+    }
+    Event event = std::move(m_events.front());
+    m_events.pop_front();
+    return event;
+}
+
+}  // namespace zyl::backbone::local

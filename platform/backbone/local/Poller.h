@@ -1,0 +1,47 @@
+#ifndef ZYL_BACKBONE_LOCAL_POLLER_H
+#define ZYL_BACKBONE_LOCAL_POLLER_H
+
+#include <chrono>
+#include <optional>
+
+#include "FileDescriptor.h"
+
+namespace zyl::backbone::local {
+
+/// What a watched descriptor has come to.
+struct Readiness {
+    bool input = false;
+    bool room = false;
+    bool end = false;
+};
+
+/// Told by the poller; must be removed before it goes. Does not change what the poller watches.
+class Watched {
+  public:
+    virtual ~Watched() = default;
+    virtual void Ready(const Readiness& readiness) = 0;
+};
+
+/// Waits for any of many descriptors. Changes are told once (edge-triggered): whoever is told reads until
+/// nothing is left, or remembers that there may be more.
+class Poller {
+  public:
+    Poller();
+    void Watch(int descriptor, Watched& watched);
+    /// Whether `watched` is to be told when there is room to write, too.
+    void WatchRoom(int descriptor, Watched& watched, bool room);
+    void Forget(int descriptor);
+    /// Waits until something is ready, up to `limit` (none: without bound), and tells what is. An interrupted
+    /// wait returns. False when nothing was ready.
+    bool Wait(std::optional<std::chrono::milliseconds> limit);
+    /// Readable when something is ready: a poller may be watched by another.
+    int Descriptor() const { return m_descriptor.Get(); }
+    void Close() { m_descriptor.Close(); }
+
+  private:
+    FileDescriptor m_descriptor;
+};
+
+}  // namespace zyl::backbone::local
+
+#endif

@@ -1,0 +1,66 @@
+#include "ZYLBasFileOps.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "RetryInterrupted_posix.h"
+
+namespace {
+
+constexpr int kReadWrite = 0x0002;
+constexpr int kCreate = 0x0100;
+constexpr int kTruncate = 0x0200;
+constexpr int kBinary = 0x8000;
+
+bool AreValid(int flags) {
+    const bool isKnown = (flags & ~(kReadWrite | kCreate | kTruncate | kBinary)) == 0;
+    const bool truncatesUnwritable = (flags & kTruncate) != 0 && (flags & kReadWrite) == 0;
+    return isKnown && !truncatesUnwritable;
+}
+
+/// O_NONBLOCK keeps the open of a FIFO from waiting for its other end; it means nothing to a regular file.
+int HostFlags(int flags) {
+    return ((flags & kReadWrite) != 0 ? O_RDWR : O_RDONLY) | ((flags & kCreate) != 0 ? O_CREAT : 0) |
+           ((flags & kTruncate) != 0 ? O_TRUNC : 0) | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+}
+
+/// 0 for a regular file, else the errno that refuses it.
+int Refusal(int descriptor) {
+    struct stat status {};
+    if (::fstat(descriptor, &status) != 0) {
+        return errno;
+    }
+    if (S_ISREG(status.st_mode)) {
+        return 0;
+    }
+    return S_ISDIR(status.st_mode) ? EISDIR : ENOTSUP;
+}
+
+}  // namespace
+
+FILE* ZYLBasFileOps::Fopen(const ZYLString& path, const char* mode) {
+    const std::string closedOnExec = std::string(mode) + "e";
+    return std::fopen(path.GetUTF8(), closedOnExec.c_str());
+}
+
+int ZYLBasFileOps::Open(const char* path, int flags, int permissions) {
+    if (!AreValid(flags)) {
+        errno = EINVAL;
+        return -1;
+    }
+    const int descriptor =
+        RetryInterrupted([&] { return ::open(path, HostFlags(flags), static_cast<mode_t>(permissions)); });
+    if (descriptor < 0) {
+        return -1;
+    }
+    if (const int refusal = Refusal(descriptor)) {
+        ::close(descriptor);
+        errno = refusal;
+        return -1;
+    }
+    return descriptor;
+}

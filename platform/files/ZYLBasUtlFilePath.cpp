@@ -1,0 +1,37 @@
+#include "ZYLBasUtlFilePath.h"
+
+#include <filesystem>
+#include <string>
+#include <system_error>
+
+namespace {
+
+std::filesystem::path PathFromUTF8(const cow_String& text) {
+    return std::u8string(reinterpret_cast<const char8_t*>(text.CStr()));
+}
+
+cow_String UTF8FromPath(const std::filesystem::path& path) {
+    return reinterpret_cast<const char*>(path.u8string().c_str());
+}
+
+}  // namespace
+
+ZYLBasUtlFilePath::ZYLBasUtlFilePath(const cow_String& name, const cow_String& directory) {
+    std::error_code noCurrentDirectory;
+    const std::filesystem::path joined = PathFromUTF8(directory) / PathFromUTF8(name);
+    const std::filesystem::path base =
+        joined.is_absolute() ? std::filesystem::path() : std::filesystem::current_path(noCurrentDirectory);
+    if (noCurrentDirectory) {
+        return;
+    }
+    std::filesystem::path normal = (base / joined).lexically_normal();
+    if (!normal.has_filename() && normal != normal.root_path()) {
+        normal = normal.parent_path();
+    }
+    m_absolutePathName = UTF8FromPath(normal);
+}
+
+bool ZYLBasUtlFilePath::Exists() const {
+    std::error_code unreachable;
+    return std::filesystem::exists(PathFromUTF8(m_absolutePathName), unreachable);
+}

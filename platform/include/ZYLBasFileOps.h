@@ -1,0 +1,35 @@
+#ifndef ZYLBASFILEOPS_H
+#define ZYLBASFILEOPS_H
+
+#include <cstdio>
+
+#include "ZYLPlatformExport.h"
+#include "ZYLString.h"
+
+/// Opening of files. Static operations without state, safe on every thread. What they open is not inherited
+/// by programs that this process starts.
+class ZYLPLATFORM_EXPORT ZYLBasFileOps {
+  public:
+    /// fopen of the C library, with `path` in UTF-8. Returns a stream that the caller closes, or null with
+    /// errno set.
+    static FILE* Fopen(const ZYLString& path, const char* mode);
+
+    /// Opens a regular file and returns a descriptor that the caller closes with _close, or -1 with errno
+    /// set.
+    ///
+    /// `flags` is an "or" of the values of the home platform's C runtime:
+    ///   0x0002  read and write (read only without it)
+    ///   0x0100  create the file if it is missing
+    ///   0x0200  empty the file; only together with 0x0002
+    ///   0x8000  no newline translation; there is none here with or without it
+    /// Any other bit, or 0x0200 without 0x0002, fails with EINVAL.
+    ///
+    /// `permissions` are those of a file that is created, 0640 for example, less what the process's file mode
+    /// mask takes away.
+    ///
+    /// Symbolic links are followed. A directory is refused with EISDIR; a FIFO, socket or device with
+    /// ENOTSUP, and the call never blocks waiting for the other end of one.
+    static int Open(const char* path, int flags, int permissions);
+};
+
+#endif

@@ -1,0 +1,43 @@
+#ifndef ZYLBASXMLNODE_H
+#define ZYLBASXMLNODE_H
+
+#include "ZYLBasMap.h"
+#include "ZYLPlatformExport.h"
+#include "ZYLString.h"
+
+#ifndef S_OK
+/// The status of an XML operation that succeeded; every other value is a failure.
+constexpr long S_OK = 0;
+#endif
+
+/// One element of an XML document: its name, its attributes and its own text, all as UTF-8.
+///
+/// A node is a value: copies are independent of each other and of the document they came from (their strings
+/// share their text, as copies of ZYLString do). Used on one thread at a time together with all its copies.
+class ZYLPLATFORM_EXPORT ZYLBasXmlNode {
+  public:
+    /// An element without name, attributes and text.
+    ZYLBasXmlNode() = default;
+    ZYLBasXmlNode(const ZYLString& tagName, const ZYLBasMap<ZYLString, ZYLString>& attributes,
+                  const ZYLString& value);
+
+    /// Stores in `name` the element's name as the document writes it, a namespace prefix included. @return
+    /// S_OK
+    long GetTagName(ZYLString& name) const;
+
+    /// Stores in `value` the element's own text: character data and CDATA sections, references resolved and
+    /// line ends as "\n", in document order. Blanks are kept; the text of child elements, comments and
+    /// processing instructions is not part of it. @return S_OK
+    long GetValue(ZYLString& value) const;
+
+    /// Replaces `attributes` by the element's attributes, name to value, one entry each; those that the
+    /// document's own type declaration gives a default are among them. @return S_OK
+    long GetAttList(ZYLBasMap<ZYLString, ZYLString>& attributes) const;
+
+  private:
+    ZYLString m_tagName;
+    ZYLBasMap<ZYLString, ZYLString> m_attributes;
+    ZYLString m_value;
+};
+
+#endif

@@ -1,0 +1,443 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+
+#include "World.h"
+
+/// What every transport promises, stated once. tests/backbone/World.h makes the processes.
+
+namespace {
+
+using std::chrono::milliseconds;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::SizeIs;
+using ::testing::UnorderedElementsAre;
+
+struct Kind {
+    const char* name;
+    std::unique_ptr<World> (*make)();
+};
+
+class Conformance : public ::testing::TestWithParam<Kind> {
+  protected:
+    std::unique_ptr<World> m_world = GetParam().make();
+    zyl::backbone::Settings& m_settings = m_world->settings;
+};
+
+INSTANTIATE_TEST_SUITE_P(Transports, Conformance,
+                         ::testing::Values(Kind{"memory", MakeMemoryWorld}, Kind{"local", MakeLocalWorld}),
+                         [](const auto& kind) { return std::string(kind.param.name); });
+
+/// A body that tells its sender, its number and whether a byte of it was changed.
+std::string NumberedBody(const std::string& sender, int number, std::size_t size) {
+    std::string body = sender + ":" + std::to_string(number) + ":";
+    while (body.size() < size) {
+        body += static_cast<char>('a' + (body.size() * 7 + static_cast<std::size_t>(number)) % 26);
+    }
+    return body;
+}
+
+/// Sizes of all kinds: none, small, about a page, several chunks.
+std::size_t SomeSize(int number) {
+    constexpr std::size_t kSizes[] = {0, 1, 63, 64, 65, 4095, 4096, 5000, 70000, 300000, 1100000};
+    return number % 97 == 0 ? kSizes[10] : kSizes[static_cast<std::size_t>(number) % 9];
+}
+
+TEST_P(Conformance, MessagesArriveInOrderOnceAndWhole) {
+    constexpr int kCount = 1500;
+    const std::vector<std::string> senders = {"alice", "bob", "carol"};
+    std::vector<Role> roles = {[&](Participant& me) {
+        std::map<std::string, int> expected;
+        me.discard = true;
+        me.onMessage = [&](const Received& message) {
+            const std::string sender = message.body.substr(0, message.body.find(':'));
+            const int number = ++expected[sender];
+            ASSERT_EQ(message.body, NumberedBody(sender, number, SomeSize(number)));
+            ASSERT_EQ(message.type, "type" + std::to_string(number % 3));
+        };
+        me.Receive("target");
+        me.WaitUntil([&] {
+            return expected.size() == senders.size() &&
+                   std::all_of(expected.begin(), expected.end(),
+                               [](const auto& one) { return one.second == kCount; });
+        });
+    }};
+    for (const std::string& sender : senders) {
+        roles.push_back([&, sender](Participant& me) {
+            me.Declare(sender);
+            for (int number = 1; number <= kCount; ++number) {
+                me.Send("target", "type" + std::to_string(number % 3),
+                        NumberedBody(sender, number, SomeSize(number)));
+            }
+        });
+    }
+    m_world->Play(roles);
+}
+
+TEST_P(Conformance, AcceptedMessagesOutliveTheirSenderAndPrecedeItsLoss) {
+    constexpr int kCount = 100;  // any transport holds as many without a reader
+    for (const bool crash : {false, true}) {
+        Signal declared;
+        Signal gone;
+        m_world->Play({[&](Participant& me) {
+                           me.Receive("target");
+                           me.Watch("target");
+                           declared.Give();
+                           gone.Await();
+                           std::size_t atLoss = 0;
+                           me.WaitUntil([&] {
+                               atLoss = me.received.size();
+                               return !me.lost.empty();
+                           });
+                           EXPECT_EQ(atLoss, static_cast<std::size_t>(kCount));
+                           EXPECT_EQ(me.received.back().body, NumberedBody("sender", kCount, 300));
+                           EXPECT_THAT(me.lost, ElementsAre("sender"));
+                       },
+                       [&](Participant& me) {
+                           declared.Await();
+                           me.Declare("sender");
+                           for (int number = 1; number <= kCount; ++number) {
+                               me.Send("target", "t", NumberedBody("sender", number, 300));
+                           }
+                           gone.Give();
+                           if (crash) {
+                               me.Crash();
+                           }
+                       }});
+    }
+}
+
+TEST_P(Conformance, HandlersRunOnlyInLoopsAndMaySendAndWait) {
+    m_world->Play({[&](Participant& me) {
+                       me.Receive("client");
+                       me.Send("server", "question", "outer");
+                       me.Send("server", "question", "inner");
+                       EXPECT_THAT(me.received, SizeIs(0));
+                       me.WaitUntil([&] { return me.received.size() == 2; });
+                       EXPECT_EQ(me.received[0].body, "answer to inner");
+                       EXPECT_EQ(me.received[1].body, "answer to outer");
+                   },
+                   [&](Participant& me) {
+                       int depth = 0;
+                       me.onMessage = [&](const Received& message) {
+                           ++depth;
+                           if (message.body == "outer") {
+                               me.WaitUntil([&] { return me.received.size() == 2; });
+                               EXPECT_EQ(depth, 2) << "the inner message came in the nested loop";
+                           }
+                           me.Send("client", "reply", "answer to " + message.body);
+                       };
+                       me.Receive("server");
+                       me.WaitUntil([&] { return me.received.size() == 2; });
+                   }});
+}
+
+TEST_P(Conformance, StartingOrderIsFreeAndMessagesWaitForTheirHandler) {
+    Signal trying;
+    Signal sent;
+    m_world->Play({[&](Participant& me) {
+                       trying.Give();
+                       for (int number = 1; number <= 20; ++number) {
+                           me.Send("late", "t", std::to_string(number));
+                       }
+                       sent.Give();
+                   },
+                   [&](Participant& me) {
+                       trying.Await();
+                       me.Declare("late");
+                       sent.Await();
+                       me.Look();
+                       EXPECT_THAT(me.received, SizeIs(0));
+                       me.Receive("late");
+                       me.WaitUntil([&] { return me.received.size() == 20; });
+                       for (std::size_t index = 0; index < 20; ++index) {
+                           EXPECT_EQ(me.received[index].body, std::to_string(index + 1));
+                       }
+                   }});
+}
+
+TEST_P(Conformance, TwoThatSendToEachOtherBeforeTheyWaitNeverDeadlock) {
+    constexpr int kCount = 64;
+    const std::string body(1024 * 1024, 'x');
+    const auto role = [&](const std::string& own, const std::string& other, bool handlerFirst) {
+        return [&, own, other, handlerFirst](Participant& me) {
+            int count = 0;
+            me.discard = true;
+            me.onMessage = [&](const Received& message) { count += message.body == body ? 1 : 1000; };
+            handlerFirst ? me.Receive(own) : me.Declare(own);
+            for (int number = 0; number < kCount; ++number) {
+                me.Send(other, "t", body);
+            }
+            EXPECT_EQ(count, 0) << "nothing is dispatched by a send";
+            me.Receive(own);
+            me.WaitUntil([&] { return count >= kCount; });
+            EXPECT_EQ(count, kCount);
+        };
+    };
+    m_world->Play({role("left", "right", true), role("right", "left", true)});
+    m_world->Play({role("left", "right", false), role("right", "left", false)});
+}
+
+TEST_P(Conformance, SlowReceiverHoldsItsSenderUp) {
+    constexpr long kSize = 100000;
+    constexpr long kCount = 600;
+    constexpr long kMayBeUnderWay = 5'000'000 / kSize;
+    Shared sent;
+    m_world->Play({[&](Participant& me) {
+                       for (long number = 1; number <= kCount; ++number) {
+                           me.Send("slow", "t", std::string(kSize, 's'));
+                           sent.Set(number);
+                       }
+                   },
+                   [&](Participant& me) {
+                       long count = 0;
+                       me.discard = true;
+                       me.onMessage = [&](const Received& /*message*/) {
+                           ++count;
+                           EXPECT_LE(sent.Get() - count, kMayBeUnderWay);
+                       };
+                       me.Receive("slow");
+                       me.WaitUntil([&] { return count == kCount; });
+                   }});
+}
+
+TEST_P(Conformance, EveryAnnouncedPeerIsReportedOnceForEachLifeAndHelpersAreNot) {
+    Signal watching;
+    Signal firstLifeOver;
+    Signal helperOver;
+    m_world->Play({[&](Participant& me) {
+                       me.Watch("watcher");
+                       watching.Give();
+                       watching.Give();
+                       me.WaitUntil([&] { return me.lost.size() == 1; });
+                       firstLifeOver.Give();
+                       helperOver.Await();
+                       me.WaitUntil([&] { return me.lost.size() == 2; });
+                       me.Look();
+                       EXPECT_THAT(me.lost, ElementsAre("phoenix", "phoenix"));
+                   },
+                   [&](Participant& me) {
+                       watching.Await();
+                       me.Declare("phoenix");
+                       me.Crash();
+                   },
+                   [&](Participant& me) {
+                       firstLifeOver.Await();
+                       me.Declare("phoenix");
+                       firstLifeOver.Give();
+                   },
+                   [&](Participant& me) {
+                       watching.Await();
+                       me.Declare("helper", false);
+                       helperOver.Give();
+                   }});
+    // One life more than above, with a watcher that starts after the peers did and is linked to none of them.
+    Signal declared;
+    Signal released;
+    m_world->Play({[&](Participant& me) {
+                       declared.Await();
+                       declared.Await();
+                       me.Watch("second watcher");
+                       released.Give();
+                       released.Give();
+                       me.WaitUntil([&] { return me.lost.size() == 2; });
+                       EXPECT_THAT(me.lost, UnorderedElementsAre("one", "two"));
+                   },
+                   [&](Participant& me) {
+                       me.Declare("one");
+                       declared.Give();
+                       released.Await();
+                   },
+                   [&](Participant& me) {
+                       me.Declare("two");
+                       declared.Give();
+                       released.Await();
+                       me.Crash();
+                   }});
+}
+
+TEST_P(Conformance, UndeliverableMessageIsDroppedWithALineAndReportedOnce) {
+    m_settings.connectTimeout = milliseconds(50);
+    Signal come;
+    Signal there;
+    m_world->Play({[&](Participant& me) {
+                       me.Watch("sender");
+                       ::testing::internal::CaptureStderr();
+                       me.Send("nobody", "Odd\nType", "lost");
+                       me.Send("nobody", "Odd\nType", "lost as well");
+                       const std::string lines = ::testing::internal::GetCapturedStderr();
+                       EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 2);
+                       EXPECT_THAT(lines,
+                                   HasSubstr("a message of type 'Odd\\x0aType' for application 'nobody'"));
+                       EXPECT_THAT(me.lost, SizeIs(0));
+                       me.Look();
+                       EXPECT_THAT(me.lost, ElementsAre("nobody"));
+                       come.Give();
+                       there.Await();
+                       me.Send("nobody", "t", "at last");
+                       me.Look();
+                       EXPECT_THAT(me.lost, SizeIs(1));
+                       come.Give();
+                   },
+                   [&](Participant& me) {
+                       come.Await();
+                       me.Receive("nobody");
+                       there.Give();
+                       me.WaitUntil([&] { return !me.received.empty(); });
+                       EXPECT_EQ(me.received[0].body, "at last");
+                       come.Await();
+                   }});
+}
+
+TEST_P(Conformance, SendToAPeerThatHasGoneFailsAtOnceUntilItIsBack) {
+    Signal there;
+    Signal over;
+    Signal back;
+    m_world->Play({[&](Participant& me) {
+                       me.Watch("sender");
+                       there.Await();
+                       me.Send("peer", "t", "to the first life");
+                       over.Await();
+                       me.WaitUntil([&] { return !me.lost.empty(); });
+                       ::testing::internal::CaptureStderr();
+                       me.Send("peer", "t", "to nobody");
+                       EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+                                   HasSubstr("is dropped: it is gone"));
+                       back.Give();
+                       there.Await();
+                       me.Send("peer", "t", "to the second life");
+                       me.Look();
+                       EXPECT_THAT(me.lost, ElementsAre("peer"));
+                       over.Give();
+                   },
+                   [&](Participant& me) {
+                       me.Receive("peer");
+                       there.Give();
+                       me.WaitUntil([&] { return !me.received.empty(); });
+                       over.Give();
+                   },
+                   [&](Participant& me) {
+                       back.Await();
+                       me.Receive("peer");
+                       there.Give();
+                       me.WaitUntil([&] { return !me.received.empty(); });
+                       EXPECT_EQ(me.received[0].body, "to the second life");
+                       over.Await();
+                   }});
+}
+
+TEST_P(Conformance, BodiesOfAnySizeArriveWhole) {
+    constexpr std::size_t kLarge = 200 * 1024 * 1024;
+    m_world->Play({[&](Participant& me) {
+                       me.Send("target", "empty", "");
+                       me.Send("target", "large", std::string(kLarge, 'L'));
+                       me.Send("target", "empty", "");
+                   },
+                   [&](Participant& me) {
+                       me.Receive("target");
+                       me.WaitUntil([&] { return me.received.size() == 3; });
+                       EXPECT_EQ(me.received[0].body, "");
+                       ASSERT_EQ(me.received[1].body.size(), kLarge);
+                       EXPECT_EQ(me.received[1].body.find_first_not_of('L'), std::string::npos);
+                       EXPECT_EQ(me.received[2].type, "empty");
+                   }});
+}
+
+TEST_P(Conformance, LoopsEndByConditionOrLimitOverOneDomainOrAll) {
+    m_world->Play({[&](Participant& me) {
+        const int other = me.board.RegisterCommunicator("other domain");
+        EXPECT_GT(other, 0);
+        EXPECT_NE(other, me.domain);
+        EXPECT_EQ(me.board.RegisterCommunicator("other domain"), other);
+        me.Receive("self");
+
+        int condition = 0;
+        me.Send("self", "t", "first");
+        me.board.WaitingLoop(me.domain, -1, &condition);
+        EXPECT_THAT(me.received, SizeIs(0)) << "a condition that is 0 already ends the wait at once";
+
+        condition = -1;
+        me.onMessage = [&](const Received& /*message*/) { condition = 7; };
+        me.board.WaitingLoop(other, 20, &condition);
+        EXPECT_THAT(me.received, SizeIs(0)) << "another domain's messages wait";
+        me.Send("self", "t", "second");
+        me.board.WaitingLoop(me.domain, -1, &condition);
+        EXPECT_THAT(me.received, SizeIs(1)) << "any change ends the wait after the callback that made it";
+        condition = -1;
+        me.board.WaitingLoop(&condition, -1);
+        EXPECT_THAT(me.received, SizeIs(2));
+
+        me.onMessage = nullptr;
+        for (int number = 0; number < 100; ++number) {
+            me.Send("self", "t", "more");
+        }
+        me.board.WaitingLoop(&condition, 0);
+        EXPECT_THAT(me.received, SizeIs(102)) << "a limit of 0 delivers what has come";
+    }});
+}
+
+TEST_P(Conformance, ProcessMayBeSeveralApplications) {
+    Signal ready;
+    m_world->Play(
+        {[&](Participant& me) {
+             me.Receive("first");
+             me.Receive("second");
+             me.Watch("first");
+             me.Watch("second");
+             ready.Give();
+             me.WaitUntil([&] { return me.received.size() == 4 && me.lost.size() == 4; });
+             EXPECT_THAT(me.lost, UnorderedElementsAre("left hand", "left hand", "right hand", "right hand"));
+         },
+         [&](Participant& me) {
+             ready.Await();
+             me.Declare("left hand");
+             me.Send("first", "t", "1");
+             me.Declare("right hand");
+             me.Send("second", "t", "1");
+             me.Send("first", "t", "2");
+             me.Send("second", "t", "2");
+         }});
+}
+
+TEST_P(Conformance, NamesOfAnyLengthAndCharactersStayApart) {
+    std::string odd;
+    for (int byte = 1; byte < 256; ++byte) {
+        odd += static_cast<char>(byte);
+    }
+    const std::string longest(4096, 'n');
+    const std::vector<std::string> names = {"",
+                                            ".",
+                                            "..",
+                                            "../escape",
+                                            "a/b",
+                                            "a%2Fb",
+                                            "A",
+                                            "a",
+                                            odd,
+                                            longest,
+                                            longest.substr(1),
+                                            longest.substr(1) + "m"};
+    Signal ready;
+    m_world->Play({[&](Participant& me) {
+                       me.Watch("watcher");
+                       for (const std::string& name : names) {
+                           me.Receive(name);
+                       }
+                       ready.Give();
+                       me.WaitUntil(
+                           [&] { return me.received.size() == names.size() && me.lost.size() == 1; });
+                       EXPECT_THAT(me.lost, ElementsAre((odd + longest).substr(0, 4096)));
+                   },
+                   [&](Participant& me) {
+                       ready.Await();
+                       me.Declare((odd + longest).substr(0, 4096));
+                       for (const std::string& name : names) {
+                           me.Send(name, "t", name);
+                       }
+                   }});
+}
+
+}  // namespace

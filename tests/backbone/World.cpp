@@ -1,0 +1,192 @@
+#include "World.h"
+
+#include <gtest/gtest.h>
+#include <semaphore.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <new>
+#include <thread>
+
+#include "local/LocalTransport.h"
+
+using namespace zyl::backbone;
+
+namespace {
+
+/// Where participants are threads each has its own; the callbacks of the backbone carry no context.
+thread_local Participant* t_participant = nullptr;
+thread_local const std::string* t_body = nullptr;
+thread_local const char* t_type = nullptr;
+/// Whether this thread may end by a signal without the others.
+thread_local bool t_process = false;
+
+void* SharedPage() {
+    return mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+}
+
+void RecordMessage(const char* type, const void* buffer, int size) {
+    const Received message{type, {static_cast<const char*>(buffer), static_cast<std::size_t>(size)}};
+    Participant& me = *t_participant;
+    me.Stir();
+    if (!me.discard) {
+        me.received.push_back(message);
+    }
+    if (me.onMessage) {
+        me.onMessage(message);
+    }
+}
+
+void RecordLoss(int pid, const char* application, const char* host, const char* user) {
+    EXPECT_GE(pid, 0);
+    EXPECT_STRNE(host, "");
+    EXPECT_STRNE(user, "");
+    t_participant->Stir();
+    t_participant->lost.emplace_back(application);
+}
+
+void PlayRole(const Role& role, std::unique_ptr<Transport> transport, const Settings& settings) {
+    try {
+        Participant participant(std::move(transport), settings);
+        t_participant = &participant;
+        role(participant);
+    } catch (const Crashed&) {
+    }
+}
+
+class MemoryWorld final : public World {
+  public:
+    void Play(const std::vector<Role>& roles) override {
+        std::vector<std::thread> threads;
+        for (const Role& role : roles) {
+            threads.emplace_back([this, &role] { PlayRole(role, MakeMemoryTransport(m_hub), settings); });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    }
+
+  private:
+    MemoryHub m_hub;
+};
+
+class LocalWorld final : public World {
+  public:
+    LocalWorld() { settings.directory = m_directory.Path().string(); }
+
+    void Play(const std::vector<Role>& roles) override {
+        std::fflush(nullptr);
+        std::vector<pid_t> children;
+        for (const Role& role : roles) {
+            const pid_t child = fork();
+            ASSERT_GE(child, 0);
+            if (child == 0) {
+                t_process = true;
+                PlayRole(role, MakeLocalTransport(settings), settings);
+                std::fflush(nullptr);
+                _exit(::testing::Test::HasFailure() ? 1 : 0);
+            }
+            children.push_back(child);
+        }
+        for (const pid_t child : children) {
+            int status = 0;
+            waitpid(child, &status, 0);
+            const bool crashedOnPurpose = WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
+            EXPECT_TRUE(crashedOnPurpose || status == 0) << "a participant ended with status " << status;
+        }
+    }
+
+  private:
+    TemporaryDirectory m_directory;
+};
+
+}  // namespace
+
+struct Signal::Shared {
+    sem_t semaphore;
+};
+
+Signal::Signal() : m_shared(new (SharedPage()) Shared()) {
+    sem_init(&m_shared->semaphore, 1, 0);
+}
+
+Signal::~Signal() {
+    munmap(m_shared, 4096);
+}
+
+void Signal::Give() {
+    sem_post(&m_shared->semaphore);
+}
+
+void Signal::Await() {
+    while (sem_wait(&m_shared->semaphore) != 0) {
+    }
+}
+
+Shared::Shared() : m_page(new (SharedPage()) std::atomic<long>(0)) {}
+
+Shared::~Shared() {
+    munmap(m_page, 4096);
+}
+
+void Shared::Set(long value) {
+    static_cast<std::atomic<long>*>(m_page)->store(value);
+}
+
+long Shared::Get() const {
+    return static_cast<const std::atomic<long>*>(m_page)->load();
+}
+
+Participant::Participant(std::unique_ptr<Transport> transport, const Settings& settings)
+    : board(std::move(transport), settings), domain(board.RegisterCommunicator("job")) {}
+
+void Participant::Receive(const std::string& name) {
+    board.AssociateHandler(domain, name, RecordMessage);
+}
+
+void Participant::Watch(const std::string& name) {
+    board.AssociateDisconnectHandler(domain, name, RecordLoss);
+}
+
+void Participant::Send(const std::string& target, const std::string& type, const std::string& body) {
+    t_body = &body;
+    t_type = type.c_str();
+    board.SendRequest(
+        domain, target,
+        [](void* buffer, int size) {
+            t_body->copy(static_cast<char*>(buffer), static_cast<std::size_t>(size));
+        },
+        [] { return static_cast<int>(t_body->size()); }, [] { return t_type; });
+}
+
+void Participant::WaitUntil(const std::function<bool()>& condition) {
+    const auto end = Clock::now() + std::chrono::minutes(1);
+    while (!condition()) {
+        ASSERT_LT(Clock::now(), end) << "waited in vain";
+        board.WaitingLoop(domain, 1000, &m_stirred);
+    }
+}
+
+void Participant::Look() {
+    int never = 1;
+    board.WaitingLoop(domain, 0, &never);
+}
+
+void Participant::Crash() {
+    if (t_process) {
+        raise(SIGKILL);
+    }
+    throw Crashed();
+}
+
+std::unique_ptr<World> MakeMemoryWorld() {
+    return std::make_unique<MemoryWorld>();
+}
+
+std::unique_ptr<World> MakeLocalWorld() {
+    return std::make_unique<LocalWorld>();
+}

@@ -1,0 +1,103 @@
+#include <gmock/gmock.h>
+
+#include "FakeBackbone.h"
+#include "ZYLMsgBBAPI.h"
+#include "ZYLMsgBBCallbackManager.h"
+#include "ZYLMsgBBDisconnectHandler.h"
+#include "ZYLMsgBBMessageHandler.h"
+#include "ZYLMsgStringType.h"
+
+using testing::ElementsAre;
+
+namespace {
+
+class Bridge : public testing::Test {
+  public:
+    Bridge() { FakeBackbone::Get() = {}; }
+    ~Bridge() override {
+        ZYLMsgBBCallbackManager emptiesTheRegistries;
+        ZYLMsgBBCallbackManager::SetMessageID("");
+    }
+
+  protected:
+    FakeBackbone& m_backbone = FakeBackbone::Get();
+};
+
+TEST_F(Bridge, ForwardsItsArgumentsUnchanged) {
+    m_backbone.nextCommunicator = 7;
+    int communicator = 0;
+    ZYLMsgBBAPI::RegisterCommunicator("job", communicator);
+    EXPECT_EQ(communicator, 7);
+    ZYLMsgBBAPI::DeclareApplicationId(7, "solver", true);
+    ZYLMsgBBAPI::DeclareApplicationId(8, "", false);
+    ZYLMsgBBAPI::EnableReceiveHandling(7, "solver");
+    ZYLMsgBBAPI::EnableDisconnectHandling(7, "monitor");
+    const ZYLMsgBBCallbackManager manager;
+    ZYLMsgBBAPI::AssociateHandler(&manager);
+    ZYLMsgBBAPI::AssociateHandler(nullptr);
+    EXPECT_THAT(m_backbone.calls,
+                ElementsAre("RegisterCommunicator(job)", "DeclareApplicationId(7, solver, true)",
+                            "DeclareApplicationId(8, , false)", "AssociateHandler(7, solver)",
+                            "AssociateDisconnectHandler(7, monitor)"));
+}
+
+TEST_F(Bridge, WaitsUntilAHandlerChangesTheCondition) {
+    int condition = -1;
+    int ran = 0;
+    for (int wait = 0; wait < 2; ++wait) {
+        m_backbone.script.push_back([&] { ++ran; });
+        m_backbone.script.push_back([&] { condition = 0; });
+    }
+    ZYLMsgBBAPI::WaitingLoop(3, -1, condition);
+    EXPECT_EQ(condition, 0);
+    EXPECT_EQ(ran, 1);
+    ZYLMsgBBAPI::WaitingLoop(3, 5, condition);
+    EXPECT_EQ(ran, 1);
+    condition = -1;
+    ZYLMsgBBAPI::BBSysLoopWait(condition, 250);
+    EXPECT_EQ(ran, 2);
+    EXPECT_THAT(m_backbone.calls,
+                ElementsAre("WaitingLoop(3, -1)", "WaitingLoop(3, 5)", "BBSysLoopWait(250)"));
+}
+
+TEST_F(Bridge, SendsTheMessageAtHandBehindTheIdentifier) {
+    {
+        ZYLMsgStringType text;
+        text.SetData("hi", 2);
+        ZYLMsgBBAPI::SendRequest(1, "first", text);
+    }
+    ZYLMsgBBCallbackManager::SetMessageID("p\xc3\xa9");
+    ZYLMsgBBAPI::SendRequest(2, "second", ZYLMsgStringType());
+    EXPECT_THAT(
+        m_backbone.sent,
+        ElementsAre(FakeBackbone::Message{1, "first", "ZYLMsgStringType", {"\0\0\0\0hi", 6}},
+                    FakeBackbone::Message{2, "second", "ZYLMsgStringType", {"\3\0\0\0p\xc3\xa9", 7}}));
+}
+
+TEST_F(Bridge, HandsMessagesAndLossesToTheHandlers) {
+    struct Receiver : ZYLMsgBBMessageHandler {
+        explicit Receiver(std::string& id) : m_id(id) {}
+        void HandleMessage(const ZYLMsgBBMessage&, const char* id) override { m_id = id; }
+        std::string& m_id;
+    };
+    struct Watcher : ZYLMsgBBDisconnectHandler {
+        void DetectDisconnection(int pid, const char* app, const char* host,
+                                 const char* user) const override {
+            m_lost = std::to_string(pid) + app + host + user;
+        }
+        mutable std::string m_lost;
+    };
+    std::string id;
+    ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(new ZYLMsgStringType, new Receiver(id));
+    Watcher watcher;
+    ZYLMsgBBCallbackManager::AssociateDisconnectHandler(&watcher);
+    ZYLMsgBBAPI::EnableReceiveHandling(1, "solver");
+    ZYLMsgBBAPI::EnableDisconnectHandling(1, "solver");
+    m_backbone.receive("ZYLMsgStringType", "\3\0\0\0jobx", 8);
+    m_backbone.disconnect(12, "-a", "-h", "-u");
+    ZYLMsgBBCallbackManager::AssociateDisconnectHandler(nullptr);
+    EXPECT_EQ(id, "job");
+    EXPECT_EQ(watcher.m_lost, "12-a-h-u");
+}
+
+}  // namespace

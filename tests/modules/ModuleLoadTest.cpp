@@ -1,0 +1,113 @@
+// What happens while the library is loaded and unloaded, seen from the libraries that it then initialises and
+// finalises: this program takes their place.
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "ZYLModuleInitializers.h"
+#include "ZYLMsgBBCallbackManager.h"
+#include "ZYLMsgBBMessageHandler.h"
+#include "ZYLMsgStringType.h"
+
+namespace {
+
+/// The names of the initialised libraries; written before the objects of this program are constructed.
+constinit char initialised[256] = "";
+
+void Initialised(const char* name) {
+    std::strncat(initialised, name, sizeof initialised - std::strlen(initialised) - 1);
+}
+
+/// Prints, since the test must see what happens after its own end.
+void Finalised(const char* name) {
+    std::fputs(name, stderr);
+}
+
+class Handler : public ZYLMsgBBMessageHandler {
+  public:
+    void HandleMessage(const ZYLMsgBBMessage& message, const char* id) override {
+        std::fprintf(stderr, "%s from %s;", message.Type(), id);
+    }
+};
+
+/// Dispatches a string message "x" from "me", and then empties the registries.
+void UseRegistries() {
+    const char bytes[] = {2, 0, 0, 0, 'm', 'e', 'x'};
+    ZYLMsgBBCallbackManager manager;
+    ZYLMsgBBCallbackManager::HandleMessage("ZYLMsgStringType", bytes, sizeof bytes);
+}
+
+}  // namespace
+
+void ZYLSimPoolManager_initialize(int& /*count*/) {
+    Initialised("pool ");
+    ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(new ZYLMsgStringType, new Handler);
+}
+void ZYLSimContainers_initialize(int& /*count*/) {
+    Initialised("containers ");
+}
+void ZYLBasXmlDocument_initialize(int& /*count*/) {
+    Initialised("document ");
+}
+void ZYLBasXmlParser_initialize(int& /*count*/) {
+    Initialised("parser ");
+}
+void ZYLBasShared_initialize(int& /*count*/) {
+    Initialised("shared ");
+}
+void ZYLBasCoreUtils_initialize(int& /*count*/) {
+    Initialised("core ");
+}
+void ZYLBasGenericsLib_initialize(int& /*count*/) {
+    Initialised("generics ");
+}
+void ZYLBasAlloc_initialize(int& /*count*/) {
+    Initialised("alloc ");
+}
+
+void ZYLBasAlloc_finalize(int& /*count*/) {
+    Finalised("alloc ");
+}
+void ZYLBasGenericsLib_finalize(int& /*count*/) {
+    Finalised("generics ");
+}
+void ZYLBasCoreUtils_finalize(int& /*count*/) {
+    Finalised("core ");
+}
+void ZYLBasShared_finalize(int& /*count*/) {
+    Finalised("shared ");
+}
+void ZYLBasXmlParser_finalize(int& /*count*/) {
+    Finalised("parser ");
+}
+void ZYLBasXmlDocument_finalize(int& /*count*/) {
+    Finalised("document ");
+}
+void ZYLSimContainers_finalize(int& /*count*/) {
+    Finalised("containers ");
+}
+void ZYLSimPoolManager_finalize(int& /*count*/) {
+    Finalised("pool ");
+    UseRegistries();
+}
+
+namespace {
+
+TEST(ModuleLoad, InitialisesTheDependenciesInOrder) {
+    EXPECT_STREQ(initialised, "pool containers document parser shared core generics alloc ");
+}
+
+TEST(ModuleLoad, FindsTheStaticObjectsConstructed) {
+    // Registered while the library was loaded: registries constructed after that would be empty again.
+    EXPECT_TRUE(ZYLMsgBBCallbackManager::IsMessageTypeHandled("ZYLMsgStringType"));
+}
+
+TEST(ModuleLoad, AtTheEndOfTheProcessFinalisesInReverseOrderBeforeTheStaticObjectsGo) {
+    EXPECT_EXIT(std::exit(0), testing::ExitedWithCode(0),
+                "alloc generics core shared parser document containers pool ZYLMsgStringType from me;");
+}
+
+}  // namespace

@@ -1,0 +1,185 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <thread>
+
+#include "TemporaryDirectory.h"
+#include "ZYLBasFileOps.h"
+#include "ZYLBasUtlFilePath.h"
+#include "ZYLCRuntime.h"
+
+namespace {
+
+constexpr int kRead = 0x8000;
+constexpr int kWrite = 0x8302;
+
+std::string Absolute(const std::string& name, const std::string& directory) {
+    return ZYLBasUtlFilePath(name.c_str(), directory.c_str()).AbsolutePathName().CStr();
+}
+
+TEST(FilePathTest, NamesResolveAgainstTheirDirectory) {
+    const std::string here = std::filesystem::current_path();
+    const struct {
+        const char* name;
+        const char* directory;
+        std::string expected;
+    } cases[] = {
+        {"c.txt", "/a/b", "/a/b/c.txt"},
+        {"/x/y", "/a", "/x/y"},
+        {"../c", "/a/b", "/a/c"},
+        {"../../../c", "/a", "/c"},
+        {"./b/./c", "/a/.", "/a/b/c"},
+        {"b/", "/a//", "/a/b"},
+        {"b///", "/a", "/a/b"},
+        {"b/..", "/a", "/a"},
+        {"", "/a/b/", "/a/b"},
+        {"", "/", "/"},
+        {"/", "/a", "/"},
+        {"//x", "", "/x"},
+        {"x", "", here + "/x"},
+        {"x", "rel", here + "/rel/x"},
+        {"", "", here},
+        {"~", "/a", "/a/~"},
+        {"\xC3\xA4\xFF", "/a", "/a/\xC3\xA4\xFF"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(Absolute(c.name, c.directory), c.expected) << c.name << " in " << c.directory;
+    }
+}
+
+TEST(FilePathTest, DotDotIsTextAlsoBehindASymbolicLink) {
+    const TemporaryDirectory directory;
+    std::filesystem::create_directory_symlink("/usr/bin", directory / "link");
+    EXPECT_EQ(Absolute("link/../x", directory.Path()), directory / "x");
+}
+
+TEST(FilePathTest, ExistsFollowsTheDisk) {
+    const TemporaryDirectory directory;
+    const auto exists = [&](const char* name) {
+        return ZYLBasUtlFilePath(name, directory.Path().c_str()).Exists();
+    };
+    std::filesystem::create_symlink("nowhere", directory / "dangling");
+    EXPECT_TRUE(exists(""));
+    EXPECT_FALSE(exists("dangling"));
+    EXPECT_FALSE(exists(std::string(5000, 'n').c_str()));
+    std::fclose(ZYLBasFileOps::Fopen(ZYLString::BuildFromUTF8((directory / "f").c_str()), "w"));
+    EXPECT_TRUE(exists("f"));
+    EXPECT_FALSE(exists("f/below"));
+}
+
+TEST(FilePathTest, RelativeNameWithoutACurrentDirectoryHasNoAbsolutePath) {
+    auto* gone = new TemporaryDirectory;
+    std::filesystem::current_path(gone->Path());
+    delete gone;
+    const ZYLBasUtlFilePath path("x", "");
+    EXPECT_STREQ(path.AbsolutePathName().CStr(), "");
+    EXPECT_FALSE(path.Exists());
+    EXPECT_EQ(Absolute("x", "/a"), "/a/x");
+}
+
+TEST(FileOpsTest, CreatedFileHasTheGivenModeIsEmptiedOnReopenAndClosedOnExec) {
+    const TemporaryDirectory directory;
+    const std::string path = directory / "f";
+    umask(0);
+    const int created = ZYLBasFileOps::Open(path.c_str(), kWrite, 0640);
+    ASSERT_GE(created, 0);
+    struct stat status {};
+    ASSERT_EQ(fstat(created, &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0640U);
+    EXPECT_NE(fcntl(created, F_GETFD) & FD_CLOEXEC, 0);
+    EXPECT_EQ(_write(created, "bytes\r\n\x1A", 8), 8);
+    EXPECT_EQ(_close(created), 0);
+
+    char buffer[16];
+    const int readBack = ZYLBasFileOps::Open(path.c_str(), kRead, 0);
+    EXPECT_EQ(_read(readBack, buffer, sizeof buffer), 8);
+    EXPECT_EQ(_read(readBack, buffer, sizeof buffer), 0);
+    EXPECT_EQ(_write(readBack, "x", 1), -1);
+    _close(readBack);
+
+    _close(ZYLBasFileOps::Open(path.c_str(), kWrite, 0640));
+    EXPECT_EQ(std::filesystem::file_size(path), 0U);
+}
+
+TEST(FileOpsTest, RefusedOpensSetErrno) {
+    const TemporaryDirectory directory;
+    ASSERT_EQ(mkfifo((directory / "fifo").c_str(), 0600), 0);
+    std::fclose(std::fopen((directory / "f").c_str(), "w"));
+    const struct {
+        std::string path;
+        int flags;
+        int error;
+    } cases[] = {
+        {directory / "missing", kRead, ENOENT},     {directory / "no/f", kWrite, ENOENT},
+        {directory / "fifo", kRead, ENOTSUP},       {directory / "fifo", kWrite, ENOTSUP},
+        {directory.Path(), kRead, EISDIR},          {directory.Path(), kWrite, EISDIR},
+        {directory / "f", kRead | 0x0400, EINVAL},  {directory / "f", 0x0200, EINVAL},
+        {directory / "f", kRead | 1 << 30, EINVAL}, {"", kRead, ENOENT},
+    };
+    for (const auto& c : cases) {
+        errno = 0;
+        EXPECT_EQ(ZYLBasFileOps::Open(c.path.c_str(), c.flags, 0640), -1) << c.path << " " << c.flags;
+        EXPECT_EQ(errno, c.error) << c.path << " " << c.flags;
+    }
+    EXPECT_FALSE(std::filesystem::exists(directory / "missing"));
+}
+
+TEST(CRuntimeTest, WriteBeyondAFileLimitGivesTheBytesWrittenThenFails) {
+    const TemporaryDirectory directory;
+    const int file = ZYLBasFileOps::Open((directory / "f").c_str(), kWrite, 0640);
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
+    limit.rlim_cur = 1000;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    const std::string bytes(4096, 'b');
+    EXPECT_EQ(_write(file, bytes.data(), 4096), 1000);
+    EXPECT_EQ(errno, EFBIG);
+    EXPECT_EQ(_write(file, bytes.data(), 4096), -1);
+    EXPECT_EQ(_write(file, bytes.data(), 0), 0);
+    _close(file);
+    EXPECT_EQ(_close(file), -1);
+    EXPECT_EQ(errno, EBADF);
+}
+
+TEST(CRuntimeTest, WriteGoesOnThroughFullPipesAndInterruptions) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    struct sigaction interrupt {};
+    interrupt.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &interrupt, nullptr);
+
+    constexpr unsigned kBytes = 1 << 20;
+    const std::string sent(kBytes, 's');
+    std::size_t received = 0;
+    const pthread_t writer = pthread_self();
+    std::thread reader([&] {
+        std::string buffer(1000, ' ');
+        while (received < kBytes) {
+            pthread_kill(writer, SIGUSR1);
+            received += static_cast<std::size_t>(_read(ends[0], buffer.data(), 1000));
+        }
+    });
+    EXPECT_EQ(_write(ends[1], sent.data(), kBytes), static_cast<int>(kBytes));
+    reader.join();
+    EXPECT_EQ(received, kBytes);
+    _close(ends[0]);
+    _close(ends[1]);
+}
+
+TEST(CRuntimeTest, CountsBeyondTheResultTypeAreRefused) {
+    EXPECT_EQ(_read(0, nullptr, 0x80000000U), -1);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(_write(1, nullptr, 0x80000000U), -1);
+    EXPECT_EQ(errno, EINVAL);
+}
+
+}  // namespace

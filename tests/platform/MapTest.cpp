@@ -1,0 +1,89 @@
+#include <gtest/gtest.h>
+
+#include <map>
+#include <random>
+#include <stdexcept>
+#include <string>
+
+#include "ZYLBasMap.h"
+#include "ZYLString.h"
+
+namespace {
+
+ZYLString Key(int number) {
+    return ZYLString::BuildFromUTF8(std::to_string(number).c_str());
+}
+
+void ExpectSame(const ZYLBasMap<ZYLString, int>& map, const std::map<std::string, int>& model) {
+    ASSERT_EQ(map.size(), model.size());
+    auto expected = model.begin();
+    for (const auto& entry : map) {
+        ASSERT_EQ(entry.first, expected->first.c_str());
+        ASSERT_EQ(entry.second, expected->second);
+        ++expected;
+    }
+}
+
+TEST(MapTest, RandomChangesMatchTheStandardMapAndLeaveCopiesAlone) {
+    std::mt19937 random(7);
+    ZYLBasMap<ZYLString, int> map;
+    std::map<std::string, int> model;
+    for (int step = 0; step < 2000; ++step) {
+        const ZYLString key = Key(static_cast<int>(random() % 50));
+        const ZYLBasMap<ZYLString, int> before = map;
+        const std::map<std::string, int> modelBefore = model;
+        switch (random() % 4) {
+            case 0: {
+                const auto [at, isNew] = map.insert(ZYLBasPair<ZYLString, int>(key, step));
+                const auto [expected, expectedNew] = model.insert({key.GetUTF8(), step});
+                ASSERT_EQ(isNew, expectedNew);
+                ASSERT_EQ(at->second, expected->second);
+                break;
+            }
+            case 1:
+                map[key] += step;
+                model[key.GetUTF8()] += step;
+                break;
+            case 2:
+                ASSERT_EQ(map.erase(key), model.erase(key.GetUTF8()));
+                break;
+            default:
+                ASSERT_EQ(map.find(key) == map.end(), !model.contains(key.GetUTF8()));
+                break;
+        }
+        ExpectSame(map, model);
+        ExpectSame(before, modelBefore);
+    }
+    const auto& self = map;
+    map = self;
+    ExpectSame(map, model);
+}
+
+/// A value whose nth copy from now fails.
+struct Fragile {
+    Fragile() = default;
+    Fragile(const Fragile& other) : text(other.text) {
+        if (copiesLeft-- == 0) {
+            throw std::runtime_error("no more copies");
+        }
+    }
+    std::string text = "long enough to be allocated apart from the pair";
+    static inline int copiesLeft = 1000;
+};
+
+TEST(MapTest, CopyThatFailsLeavesTheTargetUnchangedAndNothingBehind) {
+    ZYLBasMap<int, Fragile> source;
+    for (int key = 0; key < 10; ++key) {
+        source[key];
+    }
+    ZYLBasMap<int, Fragile> target;
+    target[99];
+    Fragile::copiesLeft = 5;
+    EXPECT_THROW(target = source, std::runtime_error);
+    Fragile::copiesLeft = 0;
+    EXPECT_THROW(target[1], std::runtime_error);
+    EXPECT_EQ(target.size(), 1U);
+    EXPECT_FALSE(target.find(99) == target.end());
+}
+
+}  // namespace

@@ -1,0 +1,90 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstring>
+#include <string>
+
+#include "ZYLString.h"
+#include "cow_String.h"
+
+namespace {
+
+ZYLString Text(const char* text) {
+    return ZYLString::BuildFromUTF8(text);
+}
+
+TEST(ZYLStringTest, LengthsCountBytesAndCharactersAlsoOfMalformedText) {
+    struct Case {
+        const char* text;
+        int characters;
+    };
+    for (const Case& c : {Case{"", 0}, Case{"abc", 3}, Case{"\xC3\xA4z", 2}, Case{"\xE2\x82\xAC", 1},
+                          Case{"\xF0\x9F\x98\x80", 1}, Case{"\xE2\x82", 2}, Case{"\xE2\x82z", 3},
+                          Case{"\x80\x80", 2}, Case{"\xFF\xC3\xA4", 2}, Case{"\xF8\x80\x80\x80\x80", 5}}) {
+        const ZYLString string = Text(c.text);
+        EXPECT_EQ(string.GetLengthInByte(), static_cast<int>(std::strlen(c.text)));
+        EXPECT_EQ(string.GetLengthInChar(), c.characters) << testing::PrintToString(std::string(c.text));
+    }
+}
+
+TEST(ZYLStringTest, CopySharesTheTextUntilOneIsChanged) {
+    ZYLString original = Text("job\xC3\xA4");
+    ZYLString copy = original;
+    EXPECT_EQ(copy.GetUTF8(), original.GetUTF8());
+
+    copy.ASCIIToUpper();
+    original.Append(original);
+    EXPECT_STREQ(copy.GetUTF8(), "JOB\xC3\xA4");
+    EXPECT_STREQ(original.GetUTF8(), "job\xC3\xA4job\xC3\xA4");
+    EXPECT_EQ(original.GetLengthInByte(), 10);
+}
+
+TEST(ZYLStringTest, NullTextGivesTheEmptyStringWhichNeverReturnsNull) {
+    ZYLString empty = Text(nullptr);
+    EXPECT_TRUE(empty.IsEmpty());
+    EXPECT_STREQ(empty.GetUTF8(), "");
+    EXPECT_EQ(empty, Text(""));
+    empty.Append(Text("x"));
+    EXPECT_EQ(empty, "x");
+}
+
+TEST(ZYLStringTest, ConvertToUTF8WritesTheTerminatingZeroAndNothingBeyond) {
+    std::array<char, 6> buffer{'?', '?', '?', '?', '?', '?'};
+    std::size_t length = 99;
+    Text("\xC3\xA4z").ConvertToUTF8(buffer.data(), &length);
+    EXPECT_EQ(length, 3U);
+    EXPECT_EQ(std::string(buffer.data(), buffer.size()), std::string("\xC3\xA4z\0??", 6));
+}
+
+TEST(ZYLStringTest, ComparisonsGoByUnsignedBytesOnEitherSide) {
+    const ZYLString ab = Text("ab");
+    EXPECT_TRUE(ab == "ab" && "ab" == ab && ab != "aB" && "abc" != ab && ab != Text("abc"));
+    EXPECT_TRUE(ab < "abc" && "B" < ab && ab < Text("\xC3\xA4") && ZYLString() < ab);
+    EXPECT_FALSE(ab < "ab" || "ab" < ab || ab < ZYLString());
+}
+
+TEST(CowStringTest, AssignmentSharesAndSurvivesItself) {
+    cow_String a("first");
+    cow_String b("second");
+    const cow_String& self = a;
+    a = self;
+    EXPECT_STREQ(a.CStr(), "first");
+    a = b;
+    EXPECT_EQ(a.CStr(), b.CStr());
+    b = cow_String();
+    EXPECT_STREQ(a.CStr(), "second");
+    EXPECT_STREQ(b.CStr(), "");
+}
+
+TEST(CowStringTest, CompareGivesExactSignsAndNoTextEqualsTheEmptyText) {
+    const cow_String noText;
+    const cow_String a("a");
+    const cow_String high("\xC3\xA4");
+    EXPECT_EQ(noText.Compare(cow_String("")), 0);
+    EXPECT_EQ(noText.Compare(a), -1);
+    EXPECT_EQ(high.Compare(a), 1);
+    EXPECT_EQ(a.Compare("abcdef"), -1);
+    EXPECT_TRUE(noText == "" && a != "A" && a == cow_String("a") && a < high && !(high < a));
+}
+
+}  // namespace

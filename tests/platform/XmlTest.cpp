@@ -1,0 +1,269 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include "TemporaryDirectory.h"
+#include "ZYLBasXmlDocument.h"
+#include "mem_Allocation.h"
+
+using namespace std::string_literals;
+
+namespace {
+
+/// How many more allocations succeed; negative: all of them.
+int allocationsLeft = -1;
+
+void* Allocate(std::size_t size) {
+    if (allocationsLeft == 0) {
+        throw std::bad_alloc();
+    }
+    if (allocationsLeft > 0) {
+        --allocationsLeft;
+    }
+    if (void* block = std::malloc(size == 0 ? 1 : size)) {
+        return block;
+    }
+    throw std::bad_alloc();
+}
+
+}  // namespace
+
+// These take the places of the language's and the platform's own, in this program and in the libraries it
+// loads.
+void* operator new(std::size_t size) {
+    return Allocate(size);
+}
+void operator delete(void* block) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, std::size_t /*size*/) noexcept {
+    std::free(block);
+}
+void* mem_OperatorNewThrow(std::size_t size) {
+    return Allocate(size);
+}
+void* mem_OperatorNewTinyThrow(std::size_t size) {
+    return Allocate(size);
+}
+void* mem_OperatorNewThrowBuiltin(std::size_t size) {
+    return Allocate(size);
+}
+void mem_Free(void* block) noexcept {
+    std::free(block);
+}
+
+namespace {
+
+using Attributes = std::map<std::string, std::string>;
+using Status = ZYLBasXmlDocument::Status;
+
+const std::string kKill =
+    "<?xml version=\"1.0\" encoding=\"utf-8\"?><Kill type=\"symconst\">SOFT_KILL</Kill>";
+
+std::string Utf16(std::u16string_view text, bool bigEndian) {
+    const std::u16string marked = u"\uFEFF" + std::u16string(text);
+    std::string bytes;
+    for (const char16_t unit : marked) {
+        const char high = static_cast<char>(unit >> 8);
+        const char low = static_cast<char>(unit & 0xFF);
+        bytes += bigEndian ? high : low;
+        bytes += bigEndian ? low : high;
+    }
+    return bytes;
+}
+
+std::string Repeat(std::string_view text, std::size_t count) {
+    std::string all;
+    for (; count > 0; --count) {
+        all += text;
+    }
+    return all;
+}
+
+std::string Nested(std::size_t depth) {
+    return Repeat("<a>", depth) + Repeat("</a>", depth);
+}
+
+/// Reads `bytes`, and checks that an element can be had just when the document was accepted.
+long Read(const std::string& bytes) {
+    ZYLBasXmlDocument document;
+    EXPECT_EQ(document.ReadString(ZYLString::BuildFromUTF8(kKill.c_str())), S_OK);
+    const long status = document.ReadBytes(bytes.data(), bytes.size());
+    ZYLBasXmlNode root;
+    EXPECT_EQ(document.GetDom(root), status == S_OK ? S_OK : long{Status::kNoDocument});
+    return status;
+}
+
+struct Element {
+    std::string name;
+    std::string value;
+    Attributes attributes;
+    bool operator==(const Element&) const = default;
+};
+
+Element Root(const ZYLBasXmlDocument& document) {
+    ZYLBasXmlNode root;
+    EXPECT_EQ(document.GetDom(root), S_OK);
+    ZYLString name;
+    ZYLString value;
+    ZYLBasMap<ZYLString, ZYLString> list;
+    list[ZYLString::BuildFromUTF8("stale")];
+    EXPECT_EQ(root.GetTagName(name), S_OK);
+    EXPECT_EQ(root.GetValue(value), S_OK);
+    EXPECT_EQ(root.GetAttList(list), S_OK);
+    Attributes attributes;
+    for (auto entry = list.begin(); entry != list.end(); ++entry) {
+        attributes[entry->first.GetUTF8()] = entry->second.GetUTF8();
+    }
+    return {name.GetUTF8(), value.GetUTF8(), attributes};
+}
+
+TEST(Xml, GivesNameTextAndAttributesOfTheDocumentElement) {
+    const struct {
+        std::string document;
+        Element root;
+    } cases[] = {
+        {kKill, {"Kill", "SOFT_KILL", {{"type", "symconst"}}}},
+        {"<r/>", {"r", "", {}}},
+        {"\uFEFF<!-- c --><?p i?>\n<a:r b='2' a='1'/>\n<!-- c -->", {"a:r", "", {{"a", "1"}, {"b", "2"}}}},
+        {"<r> a<![CDATA[<b>&amp;]]>c </r>", {"r", " a<b>&amp;c ", {}}},
+        {"<r>one<c x='y'>inner<d/>text</c>two<!-- no --><?no no?></r>", {"r", "onetwo", {}}},
+        {"<r a='&lt;&#xE9;'>&amp;&#x1F600;&quot;</r>", {"r", "&\U0001F600\"", {{"a", "<\u00e9"}}}},
+        {"<r>1\r\n2\r3\n</r>", {"r", "1\n2\n3\n", {}}},
+        {"<\u00e9l\u00e9ment/>", {"\u00e9l\u00e9ment", "", {}}},
+        {"<?xml version='1.0' encoding='iso-8859-1'?><r>\xE9</r>", {"r", "\u00e9", {}}},
+        {"<!DOCTYPE r [<!ATTLIST r a CDATA 'x'>]><r b='y'/>", {"r", "", {{"a", "x"}, {"b", "y"}}}},
+    };
+    for (const auto& [text, root] : cases) {
+        SCOPED_TRACE(text);
+        ZYLBasXmlDocument document;
+        ASSERT_EQ(document.ReadString(ZYLString::BuildFromUTF8(text.c_str())), S_OK);
+        EXPECT_EQ(Root(document), root);
+    }
+}
+
+TEST(Xml, ReadsUtf16OfEitherByteOrder) {
+    for (const bool bigEndian : {false, true}) {
+        const std::string bytes = Utf16(
+            u"<?xml version='1.0' encoding='UTF-16'?><\u00e9 a='\u2192'>\U0001F600</\u00e9>", bigEndian);
+        ZYLBasXmlDocument document;
+        ASSERT_EQ(document.ReadBytes(bytes.data(), bytes.size()), S_OK);
+        EXPECT_EQ(Root(document), (Element{"\u00e9", "\U0001F600", {{"a", "\u2192"}}}));
+        for (std::size_t length = 0; length < bytes.size(); ++length) {
+            EXPECT_EQ(Read(bytes.substr(0, length)), Status::kNotWellFormed) << length;
+        }
+    }
+}
+
+TEST(Xml, RefusesEveryCutOffDocument) {
+    const std::string whole =
+        "<?xml version='1.0'?><!DOCTYPE r [<!ATTLIST r a CDATA 'x'>]><!-- c --><r b='\u2192'>"
+        "&#233;<![CDATA[x]]><c/>text</r>";
+    ASSERT_EQ(Read(whole), S_OK);
+    for (std::size_t length = 0; length < whole.size(); ++length) {
+        EXPECT_EQ(Read(whole.substr(0, length)), Status::kNotWellFormed) << length;
+    }
+}
+
+TEST(Xml, AnswersHostileInputWithAStatus) {
+    std::string billionLaughs = "<!DOCTYPE r [<!ENTITY a0 'ha'>";
+    for (int level = 1; level < 30; ++level) {
+        const std::string lower = "&a" + std::to_string(level - 1) + ";";
+        billionLaughs += "<!ENTITY a" + std::to_string(level) + " '" + Repeat(lower, 10) + "'>";
+    }
+    billionLaughs += "]><r>&a29;</r>";
+    std::string attributes = "<r";
+    for (int index = 0; index < 50000; ++index) {
+        attributes += " a" + std::to_string(index) + "=''";
+    }
+    const std::size_t maxSize = ZYLBasXmlDocument::kMaxSize;
+    const std::size_t maxDepth = ZYLBasXmlDocument::kMaxDepth;
+    const struct {
+        const char* name;
+        std::string document;
+        Status status;
+    } cases[] = {
+        {"UTF-16 without byte order mark", Utf16(u"<a/>", false).substr(2), Status::kOk},
+        {"no XML", "SOFT_KILL", Status::kNotWellFormed},
+        {"mismatched end", "<a></b>", Status::kNotWellFormed},
+        {"two roots", "<a/><b/>", Status::kNotWellFormed},
+        {"text behind the root", "<a/>x", Status::kNotWellFormed},
+        {"duplicate attribute", "<a b='1' b='1'/>", Status::kNotWellFormed},
+        {"NUL in the text", "<a>\0</a>"s, Status::kNotWellFormed},
+        {"NUL in the name", "<a\0b/>"s, Status::kNotWellFormed},
+        {"NUL behind the root", "<a/>\0"s, Status::kNotWellFormed},
+        {"reference to NUL", "<a>&#0;</a>", Status::kNotWellFormed},
+        {"overlong UTF-8", "<a>\xC0\xAF</a>", Status::kNotWellFormed},
+        {"UTF-8 surrogate", "<a>\xED\xA0\x80</a>", Status::kNotWellFormed},
+        {"stray UTF-8 continuation", "<a>\x80</a>", Status::kNotWellFormed},
+        {"cut-off UTF-8 sequence", "<a>\xE2\x86</a>", Status::kNotWellFormed},
+        {"lone UTF-16 surrogate", Utf16(u"<a>\xD800</a>", false), Status::kNotWellFormed},
+        {"odd number of UTF-16 bytes", Utf16(u"<a/>", true) + '\0', Status::kNotWellFormed},
+        {"UTF-16 declared in UTF-8", "<?xml version='1.0' encoding='UTF-16'?><a/>", Status::kNotWellFormed},
+        {"unknown encoding", "<?xml version='1.0' encoding='EBCDIC'?><a/>", Status::kNotWellFormed},
+        {"unknown entity", "<a>&b;</a>", Status::kNotWellFormed},
+        {"billion laughs", billionLaughs, Status::kEntityRefused},
+        {"internal entity, unused", "<!DOCTYPE r [<!ENTITY e 'x'>]><r/>", Status::kEntityRefused},
+        {"parameter entity", "<!DOCTYPE r [<!ENTITY % p '<!ELEMENT r ANY>'> %p;]><r/>",
+         Status::kEntityRefused},
+        {"external entity", "<!DOCTYPE r [<!ENTITY e SYSTEM 'file:///etc/passwd'>]><r>&e;</r>",
+         Status::kEntityRefused},
+        {"entity declared elsewhere", "<!DOCTYPE r SYSTEM 'r.dtd'><r>&e;</r>", Status::kEntityRefused},
+        {"deepest", Nested(maxDepth), Status::kOk},
+        {"too deep", Nested(maxDepth + 1), Status::kTooDeep},
+        {"much too deep, never closed", Repeat("<a>", 5'000'000), Status::kTooDeep},
+        {"many attributes", attributes + "/>", Status::kOk},
+        {"many attributes, the last a duplicate", attributes + " a7=''/>", Status::kNotWellFormed},
+        {"largest", "<a/>" + std::string(maxSize - 4, ' '), Status::kOk},
+        {"too large", "<a/>" + std::string(maxSize - 3, ' '), Status::kTooLarge},
+    };
+    for (const auto& [name, document, status] : cases) {
+        EXPECT_EQ(Read(document), status) << name;
+    }
+}
+
+TEST(Xml, SurvivesEveryChangedByte) {
+    const std::string whole =
+        "<?xml version='1.0'?><!DOCTYPE r [<!ATTLIST r a CDATA 'x'>]><r b='1'>&#233;<![CDATA[x]]></r>";
+    for (std::size_t position = 0; position < whole.size(); ++position) {
+        for (int byte = 0; byte < 256; ++byte) {
+            std::string changed = whole;
+            changed[position] = static_cast<char>(byte);
+            Read(changed);
+        }
+    }
+}
+
+TEST(Xml, NeverOpensWhatADocumentPointsTo) {
+    const TemporaryDirectory directory;
+    const std::string file = directory / "r.dtd";
+    std::ofstream(file) << "<!ATTLIST r a CDATA 'from the file'>";
+    const std::string text = "<!DOCTYPE r SYSTEM '" + file + "'><r/>";
+    ZYLBasXmlDocument document;
+    ASSERT_EQ(document.ReadString(ZYLString::BuildFromUTF8(text.c_str())), S_OK);
+    EXPECT_EQ(Root(document), (Element{"r", "", {}}));
+}
+
+TEST(Xml, AnswersExhaustedMemoryWithAStatus) {
+    const std::string text = "<a-name-that-needs-an-allocation b='1' c='2'>" + std::string(1000, 'x') +
+                             "</a-name-that-needs-an-allocation>";
+    ZYLBasXmlDocument document;
+    int allowed = 0;
+    long status = S_OK;
+    do {
+        allocationsLeft = allowed++;
+        status = document.ReadBytes(text.data(), text.size());
+        allocationsLeft = -1;
+        ZYLBasXmlNode root;
+        EXPECT_EQ(document.GetDom(root), status == S_OK ? S_OK : long{Status::kNoDocument});
+    } while (status == Status::kOutOfMemory);
+    EXPECT_EQ(status, S_OK);
+    EXPECT_GT(allowed, 10);
+}
+
+}  // namespace

@@ -1,0 +1,74 @@
+#include "FakeBackbone.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+void Wait(int* endingCondition) {
+    auto& script = FakeBackbone::Get().script;
+    const int before = *endingCondition;
+    while (before != 0 && *endingCondition == before) {
+        if (script.empty()) {
+            fprintf(stderr, "FakeBackbone: a wait has nothing left to run\n");
+            abort();
+        }
+        const auto action = script.front();
+        script.pop_front();
+        action();
+    }
+}
+
+template <class... Parts>
+void Record(const Parts&... parts) {
+    FakeBackbone::Get().calls.push_back((std::string() + ... + parts));
+}
+
+}  // namespace
+
+FakeBackbone& FakeBackbone::Get() {
+    static FakeBackbone backbone;
+    return backbone;
+}
+
+void RegisterCommunicator(const char* name, int* communicator) {
+    Record("RegisterCommunicator(", name, ")");
+    *communicator = FakeBackbone::Get().nextCommunicator++;
+}
+
+void DeclareApplicationId(int communicator, const char* applicationId, bool announce) {
+    Record("DeclareApplicationId(", std::to_string(communicator), ", ", applicationId,
+           announce ? ", true)" : ", false)");
+}
+
+void AssociateHandler(int communicator, const char* application, ZYLFeaBackbone_ReceiveCallback callback) {
+    Record("AssociateHandler(", std::to_string(communicator), ", ", application, ")");
+    FakeBackbone::Get().receive = callback;
+}
+
+void AssociateDisconnectHandler(int communicator, const char* application,
+                                ZYLFeaBackbone_DisconnectCallback callback) {
+    Record("AssociateDisconnectHandler(", std::to_string(communicator), ", ", application, ")");
+    FakeBackbone::Get().disconnect = callback;
+}
+
+void SendRequest(int communicator, const char* target, ZYLFeaBackbone_StreamCallback stream,
+                 ZYLFeaBackbone_SizeCallback size, ZYLFeaBackbone_TypeCallback type) {
+    FakeBackbone::Message message{communicator, target, type(),
+                                  std::string(static_cast<size_t>(size()), '?')};
+    stream(message.bytes.data(), static_cast<int>(message.bytes.size()));
+    FakeBackbone::Get().sent.push_back(message);
+    if (FakeBackbone::Get().onSend) {
+        FakeBackbone::Get().onSend(message);
+    }
+}
+
+void WaitingLoop(int communicator, int limit, int* endingCondition) {
+    Record("WaitingLoop(", std::to_string(communicator), ", ", std::to_string(limit), ")");
+    Wait(endingCondition);
+}
+
+void BBSysLoopWait(int* endingCondition, int limit) {
+    Record("BBSysLoopWait(", std::to_string(limit), ")");
+    Wait(endingCondition);
+}

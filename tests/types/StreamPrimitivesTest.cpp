@@ -1,0 +1,71 @@
+#include <gmock/gmock.h>
+
+#include <string>
+
+#include "ExpectFatal.h"
+#include "ZYLMsgStreamUtils.h"
+#include "ZYLSimRpm_Swapper.h"
+
+using namespace std::string_literals;
+
+namespace {
+
+TEST(StreamUtils, WritesAndReadsStringsAtTheRunningOffset) {
+    struct {
+        const char* text;
+        std::string bytes;
+    } const cases[] = {{"", "\0\0\0\0"s}, {"abc", "\3\0\0\0abc"s}, {"\xc3\xa9", "\2\0\0\0\xc3\xa9"s}};
+    char buffer[32] = "?";
+    std::string expected = "?";
+    int written = 1;
+    for (const auto& c : cases) {
+        ZYLMsgStreamUtils::StreamZYLString(ZYLString::BuildFromUTF8(c.text), buffer, written);
+        expected += c.bytes;
+        EXPECT_EQ(std::string(buffer, static_cast<std::size_t>(written)), expected);
+    }
+    int read = 1;
+    for (const auto& c : cases) {
+        ZYLString text = ZYLString::BuildFromUTF8("old");
+        const ZYLString copy = text;
+        ZYLMsgStreamUtils::UnstreamZYLString(text, buffer, read);
+        EXPECT_STREQ(text.GetUTF8(), c.text);
+        EXPECT_STREQ(copy.GetUTF8(), "old");
+    }
+    EXPECT_EQ(read, written);
+}
+
+TEST(StreamUtils, NulEndsAReceivedTextButNotTheItem) {
+    const std::string item = "\3\0\0\0a\0b"s;
+    ZYLString text;
+    int offset = 0;
+    ZYLMsgStreamUtils::UnstreamZYLString(text, item.data(), offset);
+    EXPECT_STREQ(text.GetUTF8(), "a");
+    EXPECT_EQ(offset, 7);
+}
+
+TEST(StreamUtils, RefusesLengthsThatCannotBe) {
+    const std::string source = "ZYLMsgFeaMessaging/ZYLMsgBackbone.m/src/ZYLMsgWireReader";
+    ZYLString text;
+    int offset = 2;
+    EXPECT_FATAL(ZYLMsgStreamUtils::UnstreamZYLString(text, "??\xff\xff\xff\xff", offset),
+                 "string: -1 bytes needed, 2147483641 bytes left", source);
+    EXPECT_FATAL(ZYLMsgStreamUtils::UnstreamZYLString(text, "??\xff\xff\xff\x7f", offset),
+                 "string: 2147483647 bytes needed, 2147483641 bytes left", source);
+}
+
+TEST(Swapper, CopiesFourBytesLeastSignificantFirst) {
+    struct {
+        int value;
+        std::string bytes;
+    } const cases[] = {{1, "\1\0\0\0"s}, {-1, "\xff\xff\xff\xff"}, {0x12345678, "\x78\x56\x34\x12"}};
+    for (const auto& c : cases) {
+        std::string out(6, '?');
+        EXPECT_EQ(ZYLSimRpm_Swapper::ExternalizeScalar(&out[1], c.value), 4u);
+        EXPECT_EQ(out, "?" + c.bytes + "?");
+        int value = 0;
+        EXPECT_EQ(ZYLSimRpm_Swapper::InternalizeScalar(&out[1], value), 4u);
+        EXPECT_EQ(value, c.value);
+    }
+}
+
+}  // namespace

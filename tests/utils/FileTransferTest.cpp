@@ -1,0 +1,474 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <climits>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <sstream>
+
+#include "FakeBackbone.h"
+#include "MemoryStream.h"
+#include "TemporaryDirectory.h"
+#include "ZYLMsgBBCallbackManager.h"
+#include "ZYLMsgFileTransfer.h"
+#include "ZYLMsgFileTransferHandler.h"
+#include "ZYLMsgFileTransferType.h"
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace {
+
+using Operation = int (ZYLMsgFileTransfer::*)(const char*, const char*, const char*, const char*, const char*,
+                                              const char*, const char*, const char*);
+constexpr Operation kSendFile = &ZYLMsgFileTransfer::SendFile;
+constexpr Operation kISendFile = &ZYLMsgFileTransfer::ISendFile;
+constexpr Operation kReceiveFile = &ZYLMsgFileTransfer::ReceiveFile;
+
+void Write(const std::string& path, const std::string& bytes) {
+    std::ofstream(path) << bytes;
+}
+
+std::string Read(const std::string& path) {
+    std::ostringstream bytes;
+    bytes << std::ifstream(path).rdbuf();
+    return bytes.str();
+}
+
+/// Bytes in which no two chunks are alike.
+std::string Pattern(size_t size) {
+    std::string bytes(size, '\0');
+    for (size_t i = 0; i < size; ++i) {
+        bytes[i] = static_cast<char>(i * 131 + i / 251);
+    }
+    return bytes;
+}
+
+std::ptrdiff_t OpenDescriptors() {
+    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+}
+
+/// An application: its engine, handler and log, and the base directory in which its job lies.
+struct Application {
+    Application(const std::string& base, int verbosity) : m_base(base), m_engine(1, m_log.Get(), verbosity) {
+        fs::create_directories(base + "/job");
+    }
+    bool IsIdle() const {
+        return m_engine.m_fileId == -1 && m_engine.m_contentMsg->Data().m_chunkId == 0 &&
+               m_engine.m_receiveFileMap.size() == 0 && m_engine.m_receiveFileChunkIdMap.size() == 0 &&
+               m_engine.m_unreportedFileMap.size() == 0;
+    }
+
+    std::string m_base;
+    MemoryStream m_log;
+    ZYLMsgFileTransfer m_engine;
+    ZYLMsgFileTransferHandler m_handler{&m_engine};
+};
+
+/// Several applications in one process. Messages pass through the callback manager, in the order sent, while
+/// an engine waits and in Deliver; what an application sends bears its name.
+class FileTransfer : public testing::Test {
+  public:
+    FileTransfer() {
+        m_backbone = {};
+        m_backbone.onSend = [this](const FakeBackbone::Message& message) {
+            m_backbone.script.push_back([this, message] { Dispatch(message); });
+        };
+        ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(new ZYLMsgFileTransferType, new Dispatcher(*this));
+    }
+    ~FileTransfer() override {
+        ZYLMsgBBCallbackManager emptiesTheRegistries;
+        ZYLMsgBBCallbackManager::SetMessageID("");
+    }
+
+  protected:
+    struct Dispatcher : ZYLMsgBBMessageHandler {
+        explicit Dispatcher(FileTransfer& test) : m_test(test) {}
+        void HandleMessage(const ZYLMsgBBMessage& message, const char* id) override {
+            m_test.m_receiver->m_handler.HandleMessage(message, id);
+        }
+        FileTransfer& m_test;
+    };
+
+    Application& Add(const std::string& name, int verbosity = 0) {
+        return *(m_applications[name] = std::make_unique<Application>(m_directory / name, verbosity));
+    }
+
+    void Dispatch(const FakeBackbone::Message& message) {
+        const ZYLString before = ZYLMsgBBCallbackManager::m_messageID;
+        m_receiver = m_applications.at(message.target).get();
+        ZYLMsgBBCallbackManager::SetMessageID(message.target.c_str());
+        ZYLMsgBBCallbackManager::HandleMessage(message.type.c_str(), message.bytes.data(),
+                                               static_cast<int>(message.bytes.size()));
+        ZYLMsgBBCallbackManager::m_messageID = before;
+    }
+
+    void Deliver() {
+        for (; !m_backbone.script.empty(); m_backbone.script.pop_front()) {
+            m_backbone.script.front()();
+        }
+    }
+
+    /// Copies the file In() to Out().
+    void Run(Operation operation) {
+        const std::string runner = operation == kReceiveFile ? "T" : "S";
+        const std::string s = m_directory / "S", t = m_directory / "T";
+        ZYLMsgBBCallbackManager::SetMessageID(runner.c_str());
+        ZYLMsgFileTransfer& engine = m_applications.at(runner)->m_engine;
+        EXPECT_EQ((engine.*operation)("S", s.c_str(), "job", "in", "T", t.c_str(), "job", "out"), 0);
+        EXPECT_TRUE(operation == kISendFile || m_backbone.script.empty()) << "returned before the end";
+        Deliver();
+    }
+    std::string In() const { return m_directory / "S/job/in"; }
+    std::string Out() const { return m_directory / "T/job/out"; }
+
+    /// The messages sent since the last call, each as "<target>:<code>", with "#<number>x<size>" for a chunk.
+    std::string TakeSteps() {
+        std::ostringstream steps;
+        for (const auto& [communicator, target, type, bytes] : m_backbone.sent) {
+            ZYLMsgFileTransferType message;
+            message.Unstream(bytes.data() + 5,
+                             static_cast<int>(bytes.size()) - 5);  // identifiers have one byte
+            const ZYLMsgFileTransferData& data = message.Data();
+            steps << target << ':' << data.m_dataType;
+            if (data.m_chunkId != -1 || data.m_chunkSize != 0) {
+                steps << '#' << data.m_chunkId << 'x' << data.m_chunkSize;
+            }
+            steps << ' ';
+        }
+        m_backbone.sent.clear();
+        return steps.str();
+    }
+
+    /// An application's log without what differs from run to run.
+    std::string Log(const std::string& name) {
+        std::string log = m_applications.at(name)->m_log.Text();
+        const std::string here = m_directory.Path().string();
+        for (size_t at = log.find(here); at != std::string::npos; at = log.find(here)) {
+            log.erase(at, here.size());
+        }
+        const std::string word = "fileId ";
+        for (size_t at = log.find(word); at != std::string::npos; at = log.find(word, at)) {
+            at += word.size();
+            if (log[at] != '-') {
+                log.erase(at, log.find_first_not_of("0123456789", at) - at);
+            }
+        }
+        return log;
+    }
+
+    const TemporaryDirectory m_directory;
+    FakeBackbone& m_backbone = FakeBackbone::Get();
+    std::map<std::string, std::unique_ptr<Application>> m_applications;
+    Application* m_receiver = nullptr;
+};
+
+TEST_F(FileTransfer, EveryFlowCopiesFilesOfEverySize) {
+    const Application& s = Add("S");
+    const Application& t = Add("T");
+    Write(Out(), std::string(100'000, 'x'));
+    const std::ptrdiff_t openBefore = OpenDescriptors();
+    const std::pair<size_t, std::string> files[] = {{0, ""},
+                                                    {1, "T:3#1x1 "},
+                                                    {65536, "T:3#1x65536 "},
+                                                    {65537, "T:3#1x65536 T:3#2x1 "},
+                                                    {131072, "T:3#1x65536 T:3#2x65536 "}};
+    for (const auto& [size, chunks] : files) {
+        Write(In(), Pattern(size));
+        for (const Operation flow : {kSendFile, kISendFile, kReceiveFile}) {
+            Run(flow);
+            const std::string steps = flow == kSendFile    ? "T:2 " + chunks + "T:4 S:6 "
+                                      : flow == kISendFile ? "T:2 " + chunks + "T:5 "
+                                                           : "S:1 " + chunks + "T:5 ";
+            EXPECT_EQ(TakeSteps(), steps);
+            EXPECT_TRUE(Read(Out()) == Pattern(size)) << steps;
+            EXPECT_TRUE(s.IsIdle() && t.IsIdle()) << steps;
+        }
+    }
+    EXPECT_EQ(OpenDescriptors(), openBefore);
+    // Of the three, ISendFile alone does not wait.
+    EXPECT_EQ(m_backbone.calls, std::vector<std::string>(10, "WaitingLoop(1, -1)"));
+}
+
+std::string Wire(int value) {
+    std::string bytes;
+    for (int shift = 0; shift < 32; shift += 8) {
+        bytes += static_cast<char>(static_cast<unsigned>(value) >> shift);
+    }
+    return bytes;
+}
+std::string Wire(const std::string& text) {
+    return Wire(static_cast<int>(text.size())) + text;
+}
+
+TEST_F(FileTransfer, EachMessageHasExactlyItsBytes) {
+    Add("S");
+    Add("T");
+    Write(In(), "abc");
+    Run(kSendFile);
+    Run(kReceiveFile);
+    const std::string names = Wire("S") + Wire(m_directory / "S") + Wire("job") + Wire("in") + Wire("T") +
+                              Wire(m_directory / "T") + Wire("job") + Wire("out");
+    const std::string noNames(32, '\0');
+    const std::string noChunk = Wire(-1) + Wire(0);
+    const auto message = [](const char* target, const char* id, int code, const std::string& rest) {
+        return FakeBackbone::Message{1, target, "ZYLMsgFileTransferType", Wire(id) + Wire(code) + rest};
+    };
+    const auto chunk = message("T", "S", 3, noNames + Wire(1) + Wire("abc"));
+    EXPECT_THAT(m_backbone.sent,
+                ElementsAre(message("T", "S", 2, names + noChunk), chunk,
+                            message("T", "S", 4, Wire("S") + noNames.substr(4) + noChunk),
+                            message("S", "T", 6, noNames + noChunk), message("S", "T", 1, names + noChunk),
+                            chunk, message("T", "S", 5, noNames + noChunk)));
+}
+
+/// The lines of `log` that a verbosity shows; each begins with its level.
+std::string Shown(int verbosity, const std::string& log) {
+    std::istringstream lines(log);
+    std::string shown;
+    for (std::string line; std::getline(lines, line);) {
+        shown += line[0] - '0' <= verbosity ? line.substr(1) + "\n" : "";
+    }
+    return shown;
+}
+
+TEST_F(FileTransfer, LogHasTheLinesOfItsLevel) {
+    const std::string sent =
+        "1::Send from application S\n1sourceFileName in, targetFileName out\n"
+        "1sourceBaseDir (/S) ==> targetBaseDir (/T)\n1sourceJobDir (job) ==> targetJobDir (job)\n"
+        "4::OpenFile applicationId S fileName /S/job/in isSender 1 fileId \n"
+        "4::ReadChunk fileId  bytes 3\n4::ReadChunk fileId  bytes 0\n";
+    const std::string opened = "4::OpenFile applicationId S fileName /T/job/out isSender 0 fileId \n";
+    const std::string received =
+        "4::ReceiveChunk sourceApplication=S chunkId=1 chunkSize=3\n1updating chunkId 1 for source "
+        "Application S\n"
+        "4::WriteChunk sourceApplication=S chunkSize=3\n4::WriteChunk bytesWritten=3\n"
+        "1::ReceiveISendCompletion sourceApplication=S\n";
+    const std::string sentUnasked = sent + "1::SendSendCompletion sourceApplication=S targetApplication=T\n";
+    const std::string sentAsAsked = sent + "1::SendISendCompletion Application=T \n";
+    const std::string receivedUnasked =
+        "1Receive from application S to application T\n1sourceFileName in, targetFileName out\n"
+        "1sourceBaseDir (/S), targetBaseDir (/T)\n1sourceJobDir (job), targetJobDir (job)\n" +
+        opened + "1opened file out\n" + received + "1::SendReceiveCompletion applicationId=S\n";
+    const std::string receivedAsAsked =
+        "1ReceiveFile from application S to application T\n1sourceFileName in, targetFileName out\n"
+        "1sourceBaseDir /S, targetBaseDir /T\n1sourceJobDir job, targetJobDir job\n" +
+        opened + "4opened file out\n" + received;
+    for (const int verbosity : {0, 1, 3, 4, 9}) {
+        for (const bool isAsked : {false, true}) {
+            Add("S", verbosity);
+            Add("T", verbosity);
+            Write(In(), "abc");
+            Run(isAsked ? kReceiveFile : kSendFile);
+            EXPECT_EQ(Log("S"), Shown(verbosity, isAsked ? sentAsAsked : sentUnasked));
+            EXPECT_EQ(Log("T"), Shown(verbosity, isAsked ? receivedAsAsked : receivedUnasked));
+        }
+    }
+}
+
+TEST_F(FileTransfer, LogGoesToStandardErrorWithoutAStream) {
+    for (const int verbosity : {0, 1}) {
+        testing::internal::CaptureStderr();
+        ZYLMsgFileTransfer(1, nullptr, verbosity).SendISendCompletion("T");
+        EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                  verbosity == 0 ? "" : "::SendISendCompletion Application=T \n");
+    }
+}
+
+TEST_F(FileTransfer, FilesOfTwoSourcesStaySeparateWhenTheirChunksMix) {
+    Application& t = Add("T");
+    for (const std::string name : {"1", "2"}) {
+        Application& s = Add(name);
+        Write(s.m_base + "/job/in", Pattern(name == "1" ? 65537 : 131072));
+        ZYLMsgBBCallbackManager::SetMessageID(name.c_str());
+        s.m_engine.ISendFile(name.c_str(), s.m_base.c_str(), "job", "in", "T", t.m_base.c_str(), "",
+                             name.c_str());
+    }
+    const auto sent = m_backbone.sent;
+    EXPECT_EQ(TakeSteps(), "T:2 T:3#1x65536 T:3#2x1 T:5 T:2 T:3#1x65536 T:3#2x65536 T:5 ");
+    for (size_t step = 0; step < 4; ++step) {
+        Dispatch(sent[step]);
+        Dispatch(sent[step + 4]);
+    }
+    EXPECT_TRUE(Read(t.m_base + "/1") == Pattern(65537));
+    EXPECT_TRUE(Read(t.m_base + "/2") == Pattern(131072));
+    EXPECT_TRUE(t.IsIdle());
+}
+
+TEST_F(FileTransfer, SourceThatCannotBeReadGivesAnEmptyCopy) {
+    for (const bool exists : {false, true}) {
+        const Application& s = Add("S", 4);
+        const Application& t = Add("T");
+        Write(Out(), "old");
+        if (exists) {
+            fs::create_symlink("/proc/self/mem", In());  // opens, and fails to read at its start
+        }
+        Run(kSendFile);
+        EXPECT_EQ(TakeSteps(), "T:2 T:4 S:6 ");
+        EXPECT_EQ(Read(Out()), "");
+        EXPECT_TRUE(s.IsIdle() && t.IsIdle());
+        EXPECT_THAT(Log("S"),
+                    HasSubstr(exists ? "isSender 1 fileId \n::ReadChunk fileId  bytes -1\n::Send"
+                                     : "isSender 1 fileId -1\n"
+                                       "ZYLMsgFileTransfer::OpenFile Opening file /S/job/in Failed\n"
+                                       "::ReadChunk fileId -1 bytes -1\n::Send"));
+    }
+}
+
+TEST_F(FileTransfer, TargetThatCannotBeOpenedIsNamedOnce) {
+    Add("S");
+    const Application& t = Add("T", 4);
+    Write(In(), Pattern(65537));
+    fs::remove(t.m_base + "/job");
+    Run(kReceiveFile);
+    EXPECT_TRUE(t.IsIdle());
+    EXPECT_THAT(Log("T"), HasSubstr("isSender 0 fileId -1\n"
+                                    "ZYLMsgFileTransfer::OpenFile Opening file /T/job/out Failed\n"
+                                    "opened file out\n"));
+    EXPECT_THAT(Log("T"), HasSubstr("::WriteChunk bytesWritten=-1\n"
+                                    "ZYLMsgFileTransfer: cannot write all of file /T/job/out: "
+                                    "No such file or directory\n"
+                                    "::ReceiveChunk sourceApplication=S chunkId=2 chunkSize=1\n"
+                                    "updating chunkId 2 for source Application S\n"
+                                    "::WriteChunk sourceApplication=S chunkSize=1\n"
+                                    "::WriteChunk bytesWritten=-1\n::ReceiveISendCompletion"));
+}
+
+/// Lets no file of this process grow beyond a size: writes beyond it fail.
+class FileSizeLimit {
+  public:
+    explicit FileSizeLimit(rlim_t size) : m_handlerBefore(signal(SIGXFSZ, SIG_IGN)) {
+        getrlimit(RLIMIT_FSIZE, &m_before);
+        const rlimit limit{size, m_before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() {
+        setrlimit(RLIMIT_FSIZE, &m_before);
+        signal(SIGXFSZ, m_handlerBefore);
+    }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+  private:
+    rlimit m_before;
+    sighandler_t m_handlerBefore;
+};
+
+TEST_F(FileTransfer, ShortAndFailedWritesAreReportedOnceForEachFile) {
+    Add("S");
+    const Application& t = Add("T", 4);
+    Write(In(), Pattern(200'000));
+    {
+        const FileSizeLimit limit(70'000);
+        Run(kSendFile);
+        Run(kReceiveFile);
+    }
+    EXPECT_TRUE(Read(Out()) == Pattern(200'000).substr(0, 70'000));
+    EXPECT_TRUE(t.IsIdle());
+    std::istringstream lines(Log("T"));
+    std::string writes;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.find("bytesWritten") != std::string::npos || line.find("cannot") != std::string::npos) {
+            writes += line + "\n";
+        }
+    }
+    const std::string ofOneFile =
+        "::WriteChunk bytesWritten=65536\n::WriteChunk bytesWritten=4464\n"
+        "ZYLMsgFileTransfer: cannot write all of file /T/job/out: File too large\n"
+        "::WriteChunk bytesWritten=-1\n::WriteChunk bytesWritten=-1\n";
+    EXPECT_EQ(writes, ofOneFile + ofOneFile);
+}
+
+TEST_F(FileTransfer, NewCopyIsWritableByItsOwnerAndReadableByItsGroup) {
+    Add("S");
+    Add("T");
+    Write(In(), "abc");
+    const mode_t before = umask(0);
+    Run(kSendFile);
+    umask(before);
+    EXPECT_EQ(fs::status(Out()).permissions(), static_cast<fs::perms>(0640));
+}
+
+TEST_F(FileTransfer, SendDuringASendWarnsAndGoesOnWithoutClosingTheEarlierFile) {
+    Application& s = Add("S", 1);
+    Add("T");
+    Write(In(), "abc");
+    const int earlier = open("/dev/null", O_RDONLY);
+    s.m_engine.m_fileId = earlier;
+    Run(kSendFile);
+    EXPECT_THAT(Log("S"),
+                HasSubstr("(job)\nZYLMsgFileTransfer: Attempt to send a new file before completion of a "
+                          "previous one\n::SendSend"));
+    EXPECT_EQ(Read(Out()), "abc");
+    EXPECT_EQ(close(earlier), 0);
+}
+
+TEST_F(FileTransfer, NextMessageAndWaitUseTheNewCommunicator) {
+    Application& s = Add("S");
+    Add("T");
+    EXPECT_EQ(s.m_engine.SetCommunicatorId(9), 0);
+    Run(kSendFile);
+    EXPECT_EQ(m_backbone.sent[0].communicator, 9);
+    EXPECT_EQ(m_backbone.sent[1].communicator, 9);
+    EXPECT_THAT(m_backbone.calls, ElementsAre("WaitingLoop(9, -1)"));
+}
+
+std::string Death(const std::string& line, const std::string& condition) {
+    return line + ".*AssertionFailed:.*" + condition +
+           ".*ZYLMsgFeaMessaging/ZYLMsgUtils.m/src/ZYLMsgFileTransfer:";
+}
+
+TEST_F(FileTransfer, BrokenProtocolEndsTheReceiver) {
+    const std::string path = m_directory.Path().string();
+    const char* base = path.c_str();
+    ZYLMsgFileTransfer engine(1, stderr, 4);  // not buffered: these lines are not flushed
+    engine.Receive("S", base, "", "in", "T", base, "", "out");
+    engine.ReceiveChunk("S", 1, 1, "a");
+    const std::string sequence = "obtained incorrect file chunk during remote file copy";
+    const struct {
+        std::function<void()> breach;
+        std::string line, fatal;
+    } cases[] = {
+        {[&] { engine.Receive("S", base, "", "in", "T", base, "", "other"); },
+         "ERROR: already have a file opened for application S\n", "itr == m_receiveFileMap.end\\(\\)"},
+        {[&] { engine.ReceiveChunk("S", 3, 1, "c"); }, "chunk from S, expected 1 got 2\n", sequence},
+        {[&] { engine.ReceiveChunk("S", 1, 1, "a"); }, "chunk from S, expected 1 got 0\n", sequence},
+        {[&] { engine.ReceiveChunk("S", INT_MIN, 1, "a"); }, "expected 1 got 2147483647\n", sequence},
+        {[&] { engine.ReceiveChunk("S", 2, 0, nullptr); }, "chunkId=2 chunkSize=0\n", "chunkSize > 0"},
+        {[&] { engine.ReceiveChunk("S", 2, -5, nullptr); }, "chunkId=2 chunkSize=-5\n", "chunkSize > 0"},
+        {[&] { engine.ReceiveChunk("X", 1, 1, "a"); }, "havent initialized the file for app: X\n",
+         "[*]{2}ERROR[*]{2}, cannot write this chunk since we havent initialized the file for app"},
+        {[&] { engine.WriteChunk("X", 1, "a"); }, "", "itr != m_receiveFileMap.end\\(\\)"},
+        {[&] { engine.ReceiveISendCompletion("X"); },
+         "::ReceiveISendCompletion sourceApplication=X\ncannot find file for sourceApplication\n",
+         "itr != m_receiveFileMap.end\\(\\)"},
+    };
+    for (const auto& [breach, line, fatal] : cases) {
+        EXPECT_DEATH(breach(), Death(line, fatal));
+    }
+    engine.ReceiveISendCompletion("S");
+}
+
+TEST_F(FileTransfer, LostContentMessageIsFatalWhereverItIsNeeded) {
+    ZYLMsgFileTransfer engine(1, nullptr, 0);
+    const std::function<void()> uses[] = {
+        [&] { engine.Send("", "", "", "", "", "", "", ""); },
+        [&] { engine.ReceiveFile("", "", "", "", "", "", "", ""); },
+        [&] { engine.ReadChunk(); },
+        [&] { engine.SendChunk("T"); },
+        [&] { engine.ReceiveChunk("S", 1, 1, "a"); },
+        [&] { engine.ReceiveISendCompletion("S"); },
+        [&] { engine.~ZYLMsgFileTransfer(); },
+    };
+    for (const auto& use : uses) {
+        EXPECT_DEATH((engine.m_contentMsg = nullptr, use()), Death("", "m_contentMsg != NULL"));
+    }
+}
+
+}  // namespace
