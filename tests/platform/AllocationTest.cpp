@@ -13,7 +13,7 @@ using Allocate = void* (*)(std::size_t);
 class AllocationTest : public testing::TestWithParam<Allocate> {};
 
 TEST_P(AllocationTest, EverySizeGivesAWritableBlockAndLargeOnesBeginOnAPage) {
-    for (const std::size_t size : {0, 1, 16, 65535, 65536, 65537, 1 << 20}) {
+    for (const std::size_t size : {0U, 1U, 16U, 65535U, 65536U, 65537U, 1U << 20U}) {
         void* block = GetParam()(size);
         ASSERT_NE(block, nullptr) << size;
         std::memset(block, 0xA5, size);

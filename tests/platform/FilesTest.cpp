@@ -76,20 +76,24 @@ TEST(FilePathTest, ExistsFollowsTheDisk) {
 }
 
 TEST(FilePathTest, RelativeNameWithoutACurrentDirectoryHasNoAbsolutePath) {
-    auto* gone = new TemporaryDirectory;
-    std::filesystem::current_path(gone->Path());
-    delete gone;
+    const std::filesystem::path here = std::filesystem::current_path();
+    {
+        const TemporaryDirectory gone;
+        std::filesystem::current_path(gone.Path());
+    }
     const ZYLBasUtlFilePath path("x", "");
     EXPECT_STREQ(path.AbsolutePathName().CStr(), "");
     EXPECT_FALSE(path.Exists());
     EXPECT_EQ(Absolute("x", "/a"), "/a/x");
+    std::filesystem::current_path(here);
 }
 
 TEST(FileOpsTest, CreatedFileHasTheGivenModeIsEmptiedOnReopenAndClosedOnExec) {
     const TemporaryDirectory directory;
     const std::string path = directory / "f";
-    umask(0);
+    const mode_t mask = umask(0);
     const int created = ZYLBasFileOps::Open(path.c_str(), kWrite, 0640);
+    umask(mask);
     ASSERT_GE(created, 0);
     struct stat status {};
     ASSERT_EQ(fstat(created, &status), 0);
@@ -135,16 +139,24 @@ TEST(FileOpsTest, RefusedOpensSetErrno) {
 TEST(CRuntimeTest, WriteBeyondAFileLimitGivesTheBytesWrittenThenFails) {
     const TemporaryDirectory directory;
     const int file = ZYLBasFileOps::Open((directory / "f").c_str(), kWrite, 0640);
-    std::signal(SIGXFSZ, SIG_IGN);
-    rlimit limit{};
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
-    limit.rlim_cur = 1000;
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    const auto previous = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit unlimited{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &unlimited), 0);
+    const rlimit limited{1000, unlimited.rlim_max};
     const std::string bytes(4096, 'b');
-    EXPECT_EQ(_write(file, bytes.data(), 4096), 1000);
-    EXPECT_EQ(errno, EFBIG);
-    EXPECT_EQ(_write(file, bytes.data(), 4096), -1);
-    EXPECT_EQ(_write(file, bytes.data(), 0), 0);
+
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limited), 0);
+    const int cutShort = _write(file, bytes.data(), 4096);
+    const int error = errno;
+    const int refused = _write(file, bytes.data(), 4096);
+    const int nothing = _write(file, bytes.data(), 0);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &unlimited), 0);
+    std::signal(SIGXFSZ, previous);
+
+    EXPECT_EQ(cutShort, 1000);
+    EXPECT_EQ(error, EFBIG);
+    EXPECT_EQ(refused, -1);
+    EXPECT_EQ(nothing, 0);
     _close(file);
     EXPECT_EQ(_close(file), -1);
     EXPECT_EQ(errno, EBADF);
