@@ -50,6 +50,13 @@ Settings Settings::FromEnvironment() {
         Fatal("ZYL_BACKBONE_DIR is " + Quoted(settings.directory) + "; it must be an absolute path",
               kSourceFile, __LINE__);
     }
+    const std::string lane = Variable("ZYL_BACKBONE_LANE");
+    if (lane == "socket") {
+        settings.lane = Lane::kSocket;
+    } else if (!lane.empty() && lane != "memory") {
+        Fatal("ZYL_BACKBONE_LANE is " + Quoted(lane) + "; it must be 'memory' or 'socket'", kSourceFile,
+              __LINE__);
+    }
     settings.connectTimeout = Seconds("ZYL_BACKBONE_CONNECT_TIMEOUT", settings.connectTimeout);
     return settings;
 }

@@ -15,6 +15,13 @@ struct Settings {
     /// yet.
     std::chrono::milliseconds connectTimeout{30000};
 
+    /// ZYL_BACKBONE_LANE: how messages cross a link of the local transport.
+    enum class Lane {
+        kMemory,  ///< "memory": through shared memory, where it can be had; the default
+        kSocket   ///< "socket": through the socket alone
+    };
+    Lane lane = Lane::kMemory;
+
     /// Reads the environment. A malformed value is a fatal error that names the variable.
     static Settings FromEnvironment();
 };

@@ -308,7 +308,7 @@ void Switchboard::WaitTakingIn(Deadline deadline) {
     for (const auto& member : m_memberships) {
         domains.push_back(member->domain.get());
     }
-    m_transport->Wait(domains, deadline);
+    m_transport->Wait(domains, deadline, Take::kAll);
     for (const auto& member : m_memberships) {
         while (std::optional<Event> event = member->domain->Next(Take::kAll)) {
             member->TakeIn(member->inbox, std::move(*event));
@@ -358,7 +358,7 @@ void Switchboard::Loop(const std::vector<Membership*>& members, int limit, const
         if (lastLook) {
             return;
         }
-        m_transport->Wait(domains, deadline);
+        m_transport->Wait(domains, deadline, Take::kDelivered);
     }
 }
 

@@ -136,10 +136,11 @@ class Transport {
   public:
     virtual ~Transport() = default;
     virtual std::unique_ptr<Domain> Join(const std::string& name) = 0;
-    /// Returns when Next of one of the domains, or a blocked link, may have something new; at the deadline;
-    /// or without a reason. Looks at least once, also when the deadline has passed.
-    virtual void Wait(std::span<Domain* const> domains, Deadline deadline) = 0;
-    /// The machine and user that loss reports name where the peer was never met.
+    /// Returns when Next(take) of one of the domains, or a blocked link, may have something new; at the
+    /// deadline; or without a reason. Looks at least once, also when the deadline has passed.
+    virtual void Wait(
+        std::span<Domain* const> domains, Deadline deadline,
+        Take take) = 0;  /// The machine and user that loss reports name where the peer was never met.
     virtual Peer Self() const = 0;
 };
 

@@ -20,6 +20,10 @@ class ZYLPLATFORM_EXPORT ZYLString {
     /// memory is exhausted and std::length_error for a text of more than 2^31 - 1 bytes.
     static ZYLString BuildFromUTF8(const char* text);
 
+    /// Takes a copy of the `size` bytes at `text`, or of those before the first NUL among them. Raises as
+    /// above, with nothing changed.
+    void AssignUTF8(const char* text, std::size_t size);
+
     /// The text, never null; valid until this string is changed or gone.
     const char* GetUTF8() const { return m_text.CStr(); }
     /// Bytes, without the terminating zero. Constant time.

@@ -1,6 +1,7 @@
 #ifndef ATR_STRINGBASE_H
 #define ATR_STRINGBASE_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include "ZYLPlatformExport.h"
@@ -33,7 +34,11 @@ class ZYLPLATFORM_EXPORT atr_StringBase {
     atr_StringBase(const char* text);
     atr_StringBase(const atr_StringBase& other);
     atr_StringBase& operator=(const atr_StringBase& other);
-    ~atr_StringBase();
+    ~atr_StringBase() { Release(); }
+
+    /// Takes a copy of the `size` bytes at `text`, none of which is NUL, as a text of its own. They may be
+    /// part of this string's. Raises std::bad_alloc, with nothing changed, when memory is exhausted.
+    void Assign(const char* text, std::size_t size);
 
     /// The text, never null; valid until the last string that shares it is gone.
     const char* CStr() const { return m_rep != nullptr ? m_text : ""; }
@@ -48,7 +53,11 @@ class ZYLPLATFORM_EXPORT atr_StringBase {
     void Delete();
 
   private:
-    void Release();
+    void Release() {
+        if (m_rep != nullptr && m_rep->Decrement()) {
+            Delete();
+        }
+    }
 
     const char* m_text = nullptr;
     atr_StringRep* m_rep = nullptr;

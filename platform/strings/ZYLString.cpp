@@ -35,15 +35,25 @@ const char* NextCharacter(const char* text) {
 
 ZYLString ZYLString::BuildFromUTF8(const char* text) {
     ZYLString built;
-    const std::size_t length = text != nullptr ? std::strlen(text) : 0;
+    if (text != nullptr) {
+        built.AssignUTF8(text, std::strlen(text));
+    }
+    return built;
+}
+
+void ZYLString::AssignUTF8(const char* text, std::size_t size) {
+    const void* const end = size > 0 ? std::memchr(text, '\0', size) : nullptr;
+    const std::size_t length =
+        end != nullptr ? static_cast<std::size_t>(static_cast<const char*>(end) - text) : size;
     if (length > INT_MAX) {
         throw std::length_error("a ZYLString holds at most 2^31 - 1 bytes");
     }
     if (length > 0) {
-        built.m_text = atr_StringBase(text);
-        built.m_lengthInByte = static_cast<int>(length);
+        m_text.Assign(text, length);
+    } else {
+        m_text = atr_StringBase();
     }
-    return built;
+    m_lengthInByte = static_cast<int>(length);
 }
 
 int ZYLString::GetLengthInChar() const {

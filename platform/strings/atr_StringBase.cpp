@@ -4,16 +4,12 @@
 #include <new>
 
 #include "mem_Allocation.h"
+#include "mem_Copy.h"
 
 atr_StringBase::atr_StringBase(const char* text) {
-    if (text == nullptr) {
-        return;
+    if (text != nullptr) {
+        Assign(text, std::strlen(text));
     }
-    const std::size_t bytes = std::strlen(text) + 1;
-    void* block = mem_OperatorNewThrow(sizeof(atr_StringRep) + bytes);
-    m_rep = ::new (block) atr_StringRep;
-    m_text =
-        static_cast<const char*>(std::memcpy(static_cast<char*>(block) + sizeof(atr_StringRep), text, bytes));
 }
 
 atr_StringBase::atr_StringBase(const atr_StringBase& other) : m_text(other.m_text), m_rep(other.m_rep) {
@@ -36,14 +32,15 @@ atr_StringBase& atr_StringBase::operator=(const atr_StringBase& other) {
     return *this;
 }
 
-atr_StringBase::~atr_StringBase() {
+void atr_StringBase::Assign(const char* text, std::size_t size) {
+    void* const block = mem_OperatorNewThrow(sizeof(atr_StringRep) + size + 1);
+    auto* const rep = ::new (block) atr_StringRep;
+    char* const copy = static_cast<char*>(block) + sizeof(atr_StringRep);
+    mem_Copy(copy, text, size);
+    copy[size] = '\0';
     Release();
-}
-
-void atr_StringBase::Release() {
-    if (m_rep != nullptr && m_rep->Decrement()) {
-        Delete();
-    }
+    m_text = copy;
+    m_rep = rep;
 }
 
 void atr_StringBase::Delete() {

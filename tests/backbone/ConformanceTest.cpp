@@ -28,7 +28,8 @@ class Conformance : public ::testing::TestWithParam<Kind> {
 };
 
 INSTANTIATE_TEST_SUITE_P(Transports, Conformance,
-                         ::testing::Values(Kind{"memory", MakeMemoryWorld}, Kind{"local", MakeLocalWorld}),
+                         ::testing::Values(Kind{"memory", MakeMemoryWorld}, Kind{"lane", MakeLocalWorld},
+                                           Kind{"socket", MakeSocketWorld}),
                          [](const auto& kind) { return std::string(kind.param.name); });
 
 /// A body that tells its sender, its number and whether a byte of it was changed.
@@ -132,6 +133,29 @@ TEST_P(Conformance, HandlersRunOnlyInLoopsAndMaySendAndWait) {
                        };
                        me.Receive("server");
                        me.WaitUntil([&] { return me.received.size() == 2; });
+                   }});
+}
+
+TEST_P(Conformance, HandlerThatWaitsKeepsItsMessageAndHoldsNobodyUp) {
+    constexpr std::size_t kSize = 150'000;
+    constexpr int kCount = 60;  // several times what a link holds
+    m_world->Play({[&](Participant& me) {
+                       for (int number = 1; number <= kCount; ++number) {
+                           me.Send("waiter", "type" + std::to_string(number), NumberedBody("sender", number, kSize));
+                       }
+                   },
+                   [&](Participant& me) {
+                       int started = 0;
+                       me.discard = true;
+                       me.onMessage = [&](const Received& message) {
+                           ++started;
+                           EXPECT_EQ(message.body, NumberedBody("sender", started, kSize));
+                           if (started == 1 || started == 5) {
+                               me.WaitUntil([&] { return started == kCount; });
+                           }
+                       };
+                       me.Receive("waiter");
+                       me.WaitUntil([&] { return started == kCount; });
                    }});
 }
 

@@ -145,7 +145,7 @@ class MemoryTransport final : public Transport {
     std::unique_ptr<Domain> Join(const std::string& name) override {
         return std::make_unique<MemoryDomain>(m_hub, name, m_pid);
     }
-    void Wait(std::span<Domain* const> /*domains*/, Deadline deadline) override {
+    void Wait(std::span<Domain* const> /*domains*/, Deadline deadline, Take /*take*/) override {
         Lock lock(m_hub.mutex);
         const auto news = [&] { return m_hub.generation != m_seen; };
         if (deadline) {

@@ -39,6 +39,9 @@ void RecordMessage(const char* type, const void* buffer, int size) {
     if (me.onMessage) {
         me.onMessage(message);
     }
+    EXPECT_EQ(message.body, std::string_view(static_cast<const char*>(buffer), static_cast<std::size_t>(size)))
+        << "the bytes stay as they are until the handler returns";
+    EXPECT_EQ(message.type, type);
 }
 
 void RecordLoss(int pid, const char* application, const char* host, const char* user) {
@@ -189,4 +192,10 @@ std::unique_ptr<World> MakeMemoryWorld() {
 
 std::unique_ptr<World> MakeLocalWorld() {
     return std::make_unique<LocalWorld>();
+}
+
+std::unique_ptr<World> MakeSocketWorld() {
+    auto world = std::make_unique<LocalWorld>();
+    world->settings.lane = Settings::Lane::kSocket;
+    return world;
 }

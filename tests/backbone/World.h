@@ -98,6 +98,8 @@ class World {
 };
 
 std::unique_ptr<World> MakeMemoryWorld();
+/// Over shared memory, and over sockets alone.
 std::unique_ptr<World> MakeLocalWorld();
+std::unique_ptr<World> MakeSocketWorld();
 
 #endif

@@ -4,14 +4,21 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "../Transport.h"
+#include "Doorbell.h"
 #include "FileDescriptor.h"
 #include "FrameReader.h"
+#include "Lane.h"
 #include "Poller.h"
 
 /// The two ends of a link. Frames run one way only, from the process that opened the link to the one that
-/// listens; what comes back is the end of file.
+/// listens; what comes back is one byte with the listener's bell, where a lane was opened, and the end of
+/// file.
+///
+/// The opener makes a lane when it first sends a message. Where that is not possible, or not wanted, its
+/// messages are frames on the socket.
 
 namespace zyl::backbone::local {
 
@@ -29,11 +36,17 @@ class Incoming final : public Watched {
         kEmpty,  ///< nothing more until Ready
         kEnded   ///< nothing more at all
     };
-    /// Takes the next frame; a message only if one is wanted. Throws BadFrame, also for a first frame that is no greeting and for a later one
-    /// that is.
+    /// Takes the next frame; a message only if one is wanted. Throws BadFrame, also for a first frame that is
+    /// no greeting and for a later one that is.
     Intake Take(std::optional<FrameView>& frame, bool wantsMessage);
 
     void Ready(const Readiness& readiness) override;
+
+    /// Sets up the lane that a frame has announced, and answers with `own`. Throws BadFrame.
+    void OpenLane(const FrameView& frame, const Doorbell& own);
+    /// The lane and its writer's bell, once there is one.
+    LaneReader* Lane() const { return m_lane.get(); }
+    const std::shared_ptr<PeerDoorbell>& WritersBell() const { return m_writersBell; }
 
     int Socket() const { return m_socket.Get(); }
     int Pid() const { return m_pid; }
@@ -58,6 +71,9 @@ class Incoming final : public Watched {
     int m_pid;
     int m_application;
     FrameReader m_reader;
+    std::vector<FileDescriptor> m_descriptors;
+    std::unique_ptr<LaneReader> m_lane;
+    std::shared_ptr<PeerDoorbell> m_writersBell;
     bool m_greeted = false;
     bool m_drained = false;
     bool m_hangup = false;
@@ -68,6 +84,7 @@ class Incoming final : public Watched {
 class Outgoing final : public Watched {
   public:
     Outgoing(LocalDomain& domain, FileDescriptor socket, Peer peer, bool announced);
+    ~Outgoing() override;
 
     const Peer& To() const { return m_peer; }
     bool Announced() const { return m_announced; }
@@ -82,8 +99,17 @@ class Outgoing final : public Watched {
     void Ready(const Readiness& readiness) override;
 
     int Socket() const { return m_socket.Get(); }
+    /// Whether a lane that was full may have room again.
+    bool LaneHasRoom() const { return m_lane->HasRoom(); }
 
   private:
+    void OpenLane();
+    void* ReserveInLane(const char* type, int size);
+    Progress CommitToLane();
+    void ReceiveBell();
+    void Lose();
+    void GiveUp(const BadFrame& reason);
+    void* ReserveFrame(const char* type, int size);
     bool Send(const char* bytes, std::size_t size, std::size_t& sent);
     Progress SendBacklog();
     Progress Blocked();
@@ -95,6 +121,10 @@ class Outgoing final : public Watched {
     bool m_announced;
     bool m_lost = false;
     bool m_awaitsRoom = false;
+    bool m_laneTried = false;
+    std::unique_ptr<LaneWriter> m_lane;
+    std::shared_ptr<PeerDoorbell> m_readersBell;
+    long m_lastLook = 0;
     std::string m_controls;
     std::size_t m_controlsSent = 0;
     std::unique_ptr<char[]> m_frame;

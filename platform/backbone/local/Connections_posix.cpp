@@ -1,10 +1,14 @@
 #include "Connections.h"
 
 #include <sys/socket.h>
+#include <time.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 
+#include "../Diagnostics.h"
+#include "Descriptors.h"
 #include "LocalDomain.h"
 
 namespace zyl::backbone::local {
@@ -13,6 +17,18 @@ namespace {
 
 /// A frame's buffer is kept for the next one up to this size.
 constexpr std::size_t kKeptFrame = 1024 * 1024;
+
+/// With a lane: its memory, the opener's bell and the bell's page. With the answer: a bell and its page.
+constexpr std::size_t kLaneDescriptors = 3;
+constexpr std::size_t kBellDescriptors = 2;
+static_assert(kLaneDescriptors <= kMostDescriptors);
+
+/// A clock that costs next to nothing and moves every few milliseconds.
+long CoarseTime() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return now.tv_nsec;
+}
 
 }  // namespace
 
@@ -50,13 +66,11 @@ bool Incoming::Receive() {
         return false;
     }
     const std::span<char> room = m_reader.Room();
-    ssize_t count = 0;
-    do {
-        count = recv(m_socket.Get(), room.data(), room.size(), MSG_DONTWAIT);
-    } while (count < 0 && errno == EINTR);
+    const ssize_t count = ReceiveWithDescriptors(m_socket.Get(), room, m_descriptors);
     if (count > 0) {
+        // A read ends behind bytes that came with descriptors, whatever follows.
+        m_drained = static_cast<std::size_t>(count) < room.size() && !m_hangup && m_descriptors.empty();
         m_reader.Received(static_cast<std::size_t>(count));
-        m_drained = static_cast<std::size_t>(count) < room.size() && !m_hangup;
         return true;
     }
     m_drained = count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
@@ -71,32 +85,144 @@ void Incoming::CheckOrder(FrameKind kind) {
     m_greeted = true;
 }
 
+void Incoming::OpenLane(const FrameView& frame, const Doorbell& own) {
+    const std::uint32_t ringSize = ReadLaneFrame(frame.body);
+    if (m_lane != nullptr || ringSize != kRingSize || m_descriptors.size() != kLaneDescriptors ||
+        !IsSharedMemory(m_descriptors[0], kLaneMemory)) {
+        throw BadFrame("a lane with a ring of " + std::to_string(ringSize) + " bytes and " +
+                       std::to_string(m_descriptors.size()) + " descriptors cannot be opened");
+    }
+    Mapping mapping(m_descriptors[0], kPageSize, kRingSize);
+    if (!mapping.IsMapped()) {
+        throw BadFrame("there is no memory for its lane");
+    }
+    m_writersBell = std::make_shared<PeerDoorbell>(std::move(m_descriptors[1]), m_descriptors[2]);
+    m_lane = std::make_unique<LaneReader>(std::move(mapping));
+    m_descriptors.clear();
+    const std::array<int, kBellDescriptors> answer{own.Bell(), own.PageFile()};
+    SendWithDescriptors(m_socket.Get(), "b", answer);  // a failure shows as the end of the link
+}
+
 Outgoing::Outgoing(LocalDomain& domain, FileDescriptor socket, Peer peer, bool announced)
     : m_domain(domain), m_socket(std::move(socket)), m_peer(std::move(peer)), m_announced(announced) {}
 
+Outgoing::~Outgoing() {
+    m_domain.LaneIsFull(*this, false);
+}
+
 void Outgoing::Ready(const Readiness& readiness) {
-    if (readiness.end || (readiness.input && !Alive())) {
-        m_lost = true;
-        m_domain.Ended(m_peer.pid);
+    if (readiness.end) {
+        Lose();
+    } else if (readiness.input) {
+        ReceiveBell();
     }
     if (readiness.room && m_sent == m_size && SendBacklog() == Progress::kDone) {
         StopAwaiting();
     }
 }
 
+void Outgoing::Lose() {
+    m_lost = true;
+    m_domain.Ended(m_peer.pid);
+}
+
+void Outgoing::GiveUp(const BadFrame& reason) {
+    Report("the link to application " + Quoted(m_peer.application) + " is given up: " + reason.what());
+    Lose();
+}
+
+/// A message in a lane costs less than a look at the socket, so that look is taken every few milliseconds
+/// only.
 bool Outgoing::Alive() {
-    if (!m_lost) {
+    const long now = m_lane != nullptr ? CoarseTime() : 0;
+    if (!m_lost && (m_lane == nullptr || now != m_lastLook)) {
+        m_lastLook = now;
         char byte = 0;
         const ssize_t count = recv(m_socket.Get(), &byte, 1, MSG_DONTWAIT | MSG_PEEK);
-        m_lost = count == 0 || (count < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR);
-        if (m_lost) {
-            m_domain.Ended(m_peer.pid);
+        if (count == 0 || (count < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)) {
+            Lose();
         }
     }
     return !m_lost;
 }
 
 void* Outgoing::Reserve(const char* type, int size) {
+    if (!m_laneTried) {
+        OpenLane();
+    }
+    return m_lane != nullptr ? ReserveInLane(type, size) : ReserveFrame(type, size);
+}
+
+/// Everything that can fail here leaves the link with its socket.
+void Outgoing::OpenLane() {
+    m_laneTried = true;
+    const Doorbell& own = m_domain.OwnBell();
+    if (!m_domain.OpensLanes() || SendBacklog() != Progress::kDone) {
+        return;
+    }
+    const FileDescriptor memory = MakeSharedMemory(kLaneMemory);
+    Mapping mapping(memory, kPageSize, kRingSize);
+    if (!memory.IsOpen() || !mapping.IsMapped()) {
+        return;
+    }
+    const std::string frame = LaneFrame(kRingSize);
+    const std::array<int, kLaneDescriptors> descriptors{memory.Get(), own.Bell(), own.PageFile()};
+    const ssize_t sent = SendWithDescriptors(m_socket.Get(), frame, descriptors);
+    if (sent > 0) {
+        m_lane = std::make_unique<LaneWriter>(std::move(mapping));
+        SendControl(frame.substr(static_cast<std::size_t>(sent)));
+    }
+}
+
+void* Outgoing::ReserveInLane(const char* type, int size) {
+    try {
+        void* room = m_lane->Reserve(type, static_cast<std::size_t>(size));
+        m_domain.LaneIsFull(*this, room == nullptr);
+        return room;
+    } catch (const BadFrame& bad) {
+        GiveUp(bad);
+        return nullptr;
+    }
+}
+
+Progress Outgoing::CommitToLane() {
+    bool done = false;
+    try {
+        done = m_lane->Commit();
+    } catch (const BadFrame& bad) {
+        GiveUp(bad);
+    }
+    if (m_readersBell == nullptr) {
+        ReceiveBell();
+    }
+    if (m_readersBell != nullptr) {
+        m_readersBell->Ring();
+        m_domain.Met(m_readersBell);
+    }
+    m_domain.LaneIsFull(*this, !done && !m_lost);
+    if (m_lost) {
+        return Progress::kLost;
+    }
+    return done ? Progress::kDone : Progress::kBlocked;
+}
+
+/// The reader answers the lane before it looks into it: while there is no answer, it has still to look.
+void Outgoing::ReceiveBell() {
+    std::array<char, 16> bytes{};
+    std::vector<FileDescriptor> descriptors;
+    const ssize_t count = ReceiveWithDescriptors(m_socket.Get(), bytes, descriptors);
+    if (count == 0 || (count < 0 && errno != EAGAIN && errno != EWOULDBLOCK)) {
+        Lose();
+    } else if (m_lane != nullptr && m_readersBell == nullptr && descriptors.size() == kBellDescriptors) {
+        try {
+            m_readersBell = std::make_shared<PeerDoorbell>(std::move(descriptors[0]), descriptors[1]);
+        } catch (const BadFrame& bad) {
+            GiveUp(bad);
+        }
+    }
+}
+
+void* Outgoing::ReserveFrame(const char* type, int size) {
     const std::size_t typeSize = std::strlen(type) + 1;
     m_size = kFrameHeaderSize + typeSize + static_cast<std::size_t>(size);
     m_sent = 0;
@@ -111,6 +237,9 @@ void* Outgoing::Reserve(const char* type, int size) {
 }
 
 Progress Outgoing::Commit() {
+    if (m_lane != nullptr) {
+        return CommitToLane();
+    }
     const Progress controls = SendBacklog();
     if (controls != Progress::kDone) {
         return controls;
@@ -168,8 +297,7 @@ bool Outgoing::Send(const char* bytes, std::size_t size, std::size_t& sent) {
         } else if (errno == EAGAIN || errno == EWOULDBLOCK || errno == ENOBUFS || errno == ENOMEM) {
             return true;
         } else if (errno != EINTR) {
-            m_lost = true;
-            m_domain.Ended(m_peer.pid);
+            Lose();
         }
     }
     return !m_lost;

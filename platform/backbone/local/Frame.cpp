@@ -52,7 +52,7 @@ class Fields {
   private:
     std::span<const char> Take(std::size_t size, const char* field) {
         if (size > m_rest.size()) {
-            throw BadFrame(std::string("the greeting's ") + field + " needs " + std::to_string(size) +
+            throw BadFrame(std::string("the field ") + field + " needs " + std::to_string(size) +
                            " bytes of " + std::to_string(m_rest.size()));
         }
         const std::span<const char> taken = m_rest.first(size);
@@ -80,7 +80,7 @@ FrameHeader ReadFrameHeader(const char* in) {
     if (magic != kMagic) {
         throw BadFrame("the frame's magic number is " + std::to_string(magic));
     }
-    if (kind < static_cast<int>(FrameKind::kGreeting) || kind > static_cast<int>(FrameKind::kMessage)) {
+    if (kind < static_cast<int>(FrameKind::kGreeting) || kind > static_cast<int>(FrameKind::kLane)) {
         throw BadFrame("the frame's kind is " + std::to_string(kind));
     }
     if (header.typeSize == 0) {
@@ -106,6 +106,16 @@ std::string GreetingFrame(const Greeting& greeting) {
 
 std::string AnnounceFrame(const std::string& application) {
     return ControlFrame(FrameKind::kAnnounce, application);
+}
+
+std::string LaneFrame(std::uint32_t ringSize) {
+    std::string body;
+    AppendNumber(body, ringSize);
+    return ControlFrame(FrameKind::kLane, body);
+}
+
+std::uint32_t ReadLaneFrame(std::span<const char> body) {
+    return Fields(body).Number("ring size");
 }
 
 Greeting ReadGreeting(std::span<const char> body) {

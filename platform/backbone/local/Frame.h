@@ -28,7 +28,10 @@ constexpr std::uint32_t kProtocolVersion = 1;
 enum class FrameKind : std::uint16_t {
     kGreeting = 1,  ///< who has opened the link; the type is empty, the body is a Greeting
     kAnnounce = 2,  ///< the opener is the announced application that the body names; the type is empty
-    kMessage = 3    ///< a message; the type is its type name
+    kMessage = 3,   ///< a message; the type is its type name
+    kLane =
+        4  ///< from now on messages come through shared memory; the body is a u32 with the ring's size, and
+           ///< with the frame come the descriptors of the memory, of the opener's bell and of its bell's page
 };
 
 /// Bytes that no peer of this library writes.
@@ -64,6 +67,11 @@ struct Greeting {
 /// The whole frame of a greeting, or of an announcement.
 std::string GreetingFrame(const Greeting& greeting);
 std::string AnnounceFrame(const std::string& application);
+
+/// The whole frame that opens a lane.
+std::string LaneFrame(std::uint32_t ringSize);
+/// Throws BadFrame.
+std::uint32_t ReadLaneFrame(std::span<const char> body);
 
 /// Throws BadFrame; for another version with both numbers.
 Greeting ReadGreeting(std::span<const char> body);

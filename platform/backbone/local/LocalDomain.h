@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "../Settings.h"
 #include "../Transport.h"
 #include "Connections.h"
 #include "DomainDirectory.h"
@@ -24,7 +25,8 @@ namespace zyl::backbone::local {
 /// applications are reported, once.
 class LocalDomain final : public Domain {
   public:
-    LocalDomain(const std::string& base, const std::string& name, const Greeting& greeting);
+    /// `bell` is the process's, and outlives the domain.
+    LocalDomain(const Settings& settings, const std::string& name, const Greeting& greeting, Doorbell& bell);
     ~LocalDomain() override;
 
     void Announce(int number, const std::string& name, bool announced) override;
@@ -34,19 +36,36 @@ class LocalDomain final : public Domain {
     std::optional<Event> Next(Take take) override;
     void Abandon() override;
 
-    /// Whether Next may have something without a wait.
-    bool HasNews() const;
+    /// Whether Next, or a send that waits for room, may get on without a wait.
+    bool HasNews(Take take) const;
+    /// The part of it that comes without a call of the system, and so may be looked for in a busy loop.
+    bool HasLaneNews(Take take) const;
+    /// Before a wait: lets the writers have the room in the lanes that is free.
+    void GiveBackRoom();
+    /// The bell of the process that this domain last exchanged a message with through a lane; null: there was
+    /// none.
+    const PeerDoorbell* LastMet() const { return m_lastMet.get(); }
     /// How long a wait may last at most, as far as this domain is concerned.
     std::optional<std::chrono::milliseconds> LongestWait() const;
     Poller& Poll() { return m_poller; }
 
     /// For the connections: there is something to read; the process at the other end is gone; tell when there
-    /// is room.
+    /// is room; a send waits for room in the lane, or does no longer; a message was exchanged with that
+    /// process.
     void Readable(Incoming& incoming);
     void Ended(int pid);
     void AwaitRoom(Outgoing& outgoing, bool awaits);
+    void LaneIsFull(const Outgoing& outgoing, bool full);
+    void Met(const std::shared_ptr<PeerDoorbell>& peer);
+    const Doorbell& OwnBell() const { return m_bell; }
+    bool OpensLanes() const { return m_opensLanes; }
 
   private:
+    /// A bell ends the wait; the news is in the lanes.
+    class BellRung final : public Watched {
+      public:
+        void Ready(const Readiness& /*readiness*/) override {}
+    };
     class Listener;
     class OpenLink;
     struct Process;
@@ -61,13 +80,21 @@ class LocalDomain final : public Domain {
     std::optional<Event> TakeReport();
     std::optional<Message> TakeFrom(Incoming& incoming, Take take);
     void Park(Incoming& incoming);
-    void HandleControl(const Incoming& incoming, const FrameView& frame);
-    void Close(Incoming& incoming, const std::string& complaint);
+    std::optional<Message> NextInLanes(Take take);
+    std::optional<Message> TakeFromLane(Incoming& incoming);
+    bool IsWanted(const Incoming& incoming, Take take) const;
+    bool IsUnread(int pid) const;
+    void HandleControl(Incoming& incoming, const FrameView& frame);
+    void HandleEnd(Incoming& incoming);
+    void Break(Incoming& incoming, const std::string& complaint);
+    void Remove(Incoming& incoming);
     void Unpark();
     void ReportEnds();
     void ReportEnd(int pid, const Process& process);
 
     Greeting m_greeting;
+    Doorbell& m_bell;
+    bool m_opensLanes;
     DomainDirectory m_directory;
     Poller m_poller;
     std::map<int, std::unique_ptr<Listener>> m_listeners;
@@ -80,6 +107,13 @@ class LocalDomain final : public Domain {
     std::deque<Incoming*> m_readable;
     std::deque<Incoming*> m_parked;
     std::deque<Event> m_events;
+    /// Incoming links with a lane; the next one to be looked into.
+    std::vector<Incoming*> m_lanes;
+    std::size_t m_nextLane = 0;
+    /// The link whose lane a send finds full.
+    const Outgoing* m_fullLane = nullptr;
+    std::shared_ptr<PeerDoorbell> m_lastMet;
+    BellRung m_bellRung;
     bool m_someEnding = false;
     bool m_knocking = false;
     bool m_outOfDescriptors = false;

@@ -76,8 +76,14 @@ struct LocalDomain::Process {
     bool ending = false;
 };
 
-LocalDomain::LocalDomain(const std::string& base, const std::string& name, const Greeting& greeting)
-    : m_greeting(greeting), m_directory(base, name) {}
+LocalDomain::LocalDomain(const Settings& settings, const std::string& name, const Greeting& greeting,
+                         Doorbell& bell)
+    : m_greeting(greeting),
+      m_bell(bell),
+      m_opensLanes(settings.lane == Settings::Lane::kMemory),
+      m_directory(settings.directory, name) {
+    m_poller.Watch(m_bell.Bell(), m_bellRung);
+}
 
 /// The names go before the links, so that who sees the end of a link finds nobody under the name.
 LocalDomain::~LocalDomain() {
@@ -165,8 +171,44 @@ bool LocalDomain::EndedJustNow(int pid) const {
     return ended != m_ended.end() && Clock::now() - ended->second < kDying;
 }
 
-bool LocalDomain::HasNews() const {
-    return !m_readable.empty() || !m_events.empty() || m_someEnding || (m_knocking && !m_outOfDescriptors);
+bool LocalDomain::HasNews(Take take) const {
+    return !m_readable.empty() || !m_events.empty() || m_someEnding || (m_knocking && !m_outOfDescriptors) ||
+           (take == Take::kAll && !m_parked.empty()) || HasLaneNews(take);
+}
+
+bool LocalDomain::HasLaneNews(Take take) const {
+    return (m_fullLane != nullptr && m_fullLane->LaneHasRoom()) ||
+           std::any_of(m_lanes.begin(), m_lanes.end(), [&](const Incoming* incoming) {
+               return incoming->Lane()->HasNews() && IsWanted(*incoming, take);
+           });
+}
+
+void LocalDomain::GiveBackRoom() {
+    for (const Incoming* incoming : m_lanes) {
+        incoming->Lane()->GiveBack();
+        if (incoming->Lane()->WriterWaits()) {
+            incoming->WritersBell()->Ring();
+        }
+    }
+}
+
+void LocalDomain::LaneIsFull(const Outgoing& outgoing, bool full) {
+    if (full) {
+        m_fullLane = &outgoing;
+    } else if (m_fullLane == &outgoing) {
+        m_fullLane = nullptr;
+    }
+}
+
+void LocalDomain::Met(const std::shared_ptr<PeerDoorbell>& peer) {
+    if (m_lastMet != peer) {
+        m_lastMet = peer;
+    }
+    m_bell.PublishProcessor();
+}
+
+bool LocalDomain::IsWanted(const Incoming& incoming, Take take) const {
+    return take == Take::kAll || m_listeners.at(incoming.Application())->delivered;
 }
 
 std::optional<std::chrono::milliseconds> LocalDomain::LongestWait() const {
@@ -213,6 +255,9 @@ std::optional<Event> LocalDomain::Next(Take take) {
         Unpark();
     }
     if (std::optional<Event> message = NextMessage(take)) {
+        return message;
+    }
+    if (std::optional<Event> message = NextInLanes(take)) {
         return message;
     }
     if (m_someEnding) {
@@ -286,13 +331,13 @@ void LocalDomain::Unpark() {
 /// The next message of the link, if it has a whole one. A link that has come to its end, or to a bad frame,
 /// is closed.
 std::optional<Message> LocalDomain::TakeFrom(Incoming& incoming, Take take) {
-    const bool wanted = take == Take::kAll || m_listeners.at(incoming.Application())->delivered;
+    const bool wanted = IsWanted(incoming, take);
     std::optional<FrameView> frame;
     try {
         for (;;) {
             const Incoming::Intake intake = incoming.Take(frame, wanted);
             if (intake == Incoming::Intake::kEnded) {
-                Close(incoming, "");
+                HandleEnd(incoming);
             }
             if (intake == Incoming::Intake::kHeld) {
                 Park(incoming);
@@ -307,14 +352,57 @@ std::optional<Message> LocalDomain::TakeFrom(Incoming& incoming, Take take) {
             HandleControl(incoming, *frame);
         }
     } catch (const BadFrame& bad) {
-        Close(incoming, bad.what());
+        Break(incoming, bad.what());
     } catch (const std::bad_alloc&) {
-        Close(incoming, "there is no memory for its next message");
+        Break(incoming, "there is no memory for its next message");
     }
     return std::nullopt;
 }
 
-void LocalDomain::HandleControl(const Incoming& incoming, const FrameView& frame) {
+/// The lanes take turns, too.
+std::optional<Message> LocalDomain::NextInLanes(Take take) {
+    for (std::size_t looked = 0; looked < m_lanes.size(); ++looked) {
+        m_nextLane = m_nextLane + 1 < m_lanes.size() ? m_nextLane + 1 : 0;
+        Incoming& incoming = *m_lanes[m_nextLane];
+        if (incoming.orphaned && !incoming.Lane()->HasNews()) {
+            Remove(incoming);
+            break;
+        }
+        if (incoming.Lane()->HasNews() && IsWanted(incoming, take)) {
+            if (std::optional<Message> message = TakeFromLane(incoming)) {
+                return message;
+            }
+            break;  // the link may be gone; what is in the other lanes is found by the next call
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<Message> LocalDomain::TakeFromLane(Incoming& incoming) {
+    try {
+        std::optional<LaneMessage> message = incoming.Lane()->Take();
+        if (incoming.Lane()->WriterWaits()) {
+            incoming.WritersBell()->Ring();
+        }
+        Met(incoming.WritersBell());
+        if (message) {
+            return Message(incoming.Application(), message->type, message->body.data(),
+                           static_cast<int>(message->body.size()), std::move(message->storage));
+        }
+    } catch (const BadFrame& bad) {
+        Break(incoming, bad.what());
+    } catch (const std::bad_alloc&) {
+        Break(incoming, "there is no memory for its next message");
+    }
+    return std::nullopt;
+}
+
+void LocalDomain::HandleControl(Incoming& incoming, const FrameView& frame) {
+    if (frame.kind == FrameKind::kLane) {
+        incoming.OpenLane(frame, m_bell);
+        m_lanes.push_back(&incoming);
+        return;
+    }
     if (incoming.orphaned) {
         return;
     }
@@ -328,16 +416,24 @@ void LocalDomain::HandleControl(const Incoming& incoming, const FrameView& frame
     }
 }
 
-void LocalDomain::Close(Incoming& incoming, const std::string& complaint) {
+/// What a lane holds outlives the socket beside it.
+void LocalDomain::HandleEnd(Incoming& incoming) {
     const int pid = incoming.Pid();
-    if (!complaint.empty()) {
-        Report("the link from process " + std::to_string(pid) + " to application " +
-               Quoted(m_listeners.at(incoming.Application())->Name()) + " is closed: " + complaint);
+    if (incoming.Lane() == nullptr || !incoming.Lane()->HasNews()) {
+        Remove(incoming);
     }
+    Ended(pid);
+}
+
+void LocalDomain::Break(Incoming& incoming, const std::string& complaint) {
+    Report("the link from process " + std::to_string(incoming.Pid()) + " to application " +
+           Quoted(m_listeners.at(incoming.Application())->Name()) + " is closed: " + complaint);
+    Remove(incoming);
+}
+
+void LocalDomain::Remove(Incoming& incoming) {
+    std::erase(m_lanes, &incoming);
     m_incoming.remove_if([&](const auto& one) { return one.get() == &incoming; });
-    if (complaint.empty()) {
-        Ended(pid);
-    }
     m_outOfDescriptors = false;
 }
 
@@ -347,9 +443,7 @@ void LocalDomain::ReportEnds() {
     m_someEnding = false;
     for (auto entry = m_processes.begin(); entry != m_processes.end();) {
         const int pid = entry->first;
-        const bool unread = std::any_of(m_readable.begin(), m_readable.end(),
-                                        [&](const Incoming* incoming) { return incoming->Pid() == pid; });
-        if (entry->second.ending && !unread) {
+        if (entry->second.ending && !IsUnread(pid)) {
             const auto ended = m_processes.extract(entry++);
             ReportEnd(pid, ended.mapped());
         } else {
@@ -359,11 +453,25 @@ void LocalDomain::ReportEnds() {
     }
 }
 
+bool LocalDomain::IsUnread(int pid) const {
+    const auto readable = [&](const Incoming* incoming) { return incoming->Pid() == pid; };
+    const auto holdsNews = [&](const Incoming* incoming) {
+        return incoming->Pid() == pid && incoming->Lane()->HasNews() && IsWanted(*incoming, Take::kDelivered);
+    };
+    return std::any_of(m_readable.begin(), m_readable.end(), readable) ||
+           std::any_of(m_lanes.begin(), m_lanes.end(), holdsNews);
+}
+
 void LocalDomain::ReportEnd(int pid, const Process& process) {
     for (Incoming* parked : m_parked) {
         parked->orphaned = parked->orphaned || parked->Pid() == pid;
     }
-    m_incoming.remove_if([&](const auto& one) { return one->Pid() == pid && !one->orphaned; });
+    for (Incoming* incoming : m_lanes) {
+        incoming->orphaned = incoming->orphaned || (incoming->Pid() == pid && incoming->Lane()->HasNews());
+    }
+    const auto over = [&](const Incoming& incoming) { return incoming.Pid() == pid && !incoming.orphaned; };
+    std::erase_if(m_lanes, [&](const Incoming* incoming) { return over(*incoming); });
+    m_incoming.remove_if([&](const auto& incoming) { return over(*incoming); });
     std::erase_if(m_outgoing, [&](const auto& entry) {
         const bool theirs = entry.second->To().pid == pid;
         if (theirs) {

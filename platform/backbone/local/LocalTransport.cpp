@@ -13,6 +13,9 @@ namespace {
 using local::LocalDomain;
 using std::chrono::milliseconds;
 
+/// Longer than an answer from another processor takes, shorter than a wake-up by the system pays for.
+constexpr std::chrono::microseconds kSpin{50};
+
 /// A domain's poller has something: that is all a wait over several domains needs to know.
 class DomainStirred final : public local::Watched {
   public:
@@ -28,13 +31,61 @@ class LocalTransport final : public Transport {
     }
 
     std::unique_ptr<Domain> Join(const std::string& name) override {
-        auto domain = std::make_unique<LocalDomain>(m_settings.directory, name, m_greeting);
+        auto domain = std::make_unique<LocalDomain>(m_settings, name, m_greeting, m_bell);
         m_all.Watch(domain->Poll().Descriptor(), m_stirred);
         return domain;
     }
 
-    void Wait(std::span<Domain* const> domains, Deadline deadline) override {
-        const std::optional<milliseconds> limit = Limit(domains, deadline);
+    void Wait(std::span<Domain* const> domains, Deadline deadline, Take take) override {
+        for (Domain* domain : domains) {
+            static_cast<LocalDomain*>(domain)->GiveBackRoom();
+        }
+        const std::optional<milliseconds> limit = Limit(domains, deadline, take);
+        if (limit == milliseconds(0)) {
+            Poll(domains, limit);
+            return;
+        }
+        if (SpinForNews(domains, take)) {
+            return;
+        }
+        m_bell.FallAsleep();
+        if (!HasLaneNews(domains, take)) {
+            Poll(domains, limit);
+        }
+        m_bell.WakeUp();
+    }
+
+    Peer Self() const override { return {"", m_greeting.pid, m_greeting.host, m_greeting.user}; }
+
+  private:
+    static bool HasLaneNews(std::span<Domain* const> domains, Take take) {
+        return std::any_of(domains.begin(), domains.end(), [&](const Domain* domain) {
+            return static_cast<const LocalDomain*>(domain)->HasLaneNews(take);
+        });
+    }
+
+    /// Looks for news for a moment, if the peer that is likely to have some runs at the same time. An answer
+    /// then comes sooner than the system could wake us.
+    bool SpinForNews(std::span<Domain* const> domains, Take take) {
+        const int here = m_bell.PublishProcessor();
+        const bool worthIt = std::any_of(domains.begin(), domains.end(), [&](const Domain* domain) {
+            const local::PeerDoorbell* peer = static_cast<const LocalDomain*>(domain)->LastMet();
+            return peer != nullptr && peer->Processor() != here;
+        });
+        if (!worthIt) {
+            return false;
+        }
+        const Clock::time_point end = Clock::now() + kSpin;
+        do {
+            if (HasLaneNews(domains, take)) {
+                return true;
+            }
+            local::SpinPause();
+        } while (Clock::now() < end);
+        return false;
+    }
+
+    void Poll(std::span<Domain* const> domains, std::optional<milliseconds> limit) {
         if (domains.size() == 1) {
             static_cast<LocalDomain*>(domains.front())->Poll().Wait(limit);
             return;
@@ -45,18 +96,15 @@ class LocalTransport final : public Transport {
         }
     }
 
-    Peer Self() const override { return {"", m_greeting.pid, m_greeting.host, m_greeting.user}; }
-
-  private:
     /// How long the wait may be: rounded up, so that a deadline has passed when it is over.
-    static std::optional<milliseconds> Limit(std::span<Domain* const> domains, Deadline deadline) {
+    static std::optional<milliseconds> Limit(std::span<Domain* const> domains, Deadline deadline, Take take) {
         std::optional<milliseconds> limit;
         if (deadline) {
             limit = std::max(milliseconds(0), std::chrono::ceil<milliseconds>(*deadline - Clock::now()));
         }
         for (const Domain* domain : domains) {
             const auto* local = static_cast<const LocalDomain*>(domain);
-            if (local->HasNews()) {
+            if (local->HasNews(take)) {
                 return milliseconds(0);
             }
             if (const auto longest = local->LongestWait()) {
@@ -68,6 +116,7 @@ class LocalTransport final : public Transport {
 
     Settings m_settings;
     local::Greeting m_greeting;
+    local::Doorbell m_bell;
     local::Poller m_all;
     DomainStirred m_stirred;
 };

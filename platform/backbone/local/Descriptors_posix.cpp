@@ -1,0 +1,60 @@
+#include "Descriptors.h"
+
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+namespace zyl::backbone::local {
+
+namespace {
+
+struct alignas(cmsghdr) DescriptorSpace {
+    std::array<char, CMSG_SPACE(kMostDescriptors * sizeof(int))> bytes{};
+};
+
+}  // namespace
+
+std::ptrdiff_t SendWithDescriptors(int socket, const std::string& bytes, std::span<const int> descriptors) {
+    iovec part{const_cast<char*>(bytes.data()), bytes.size()};
+    DescriptorSpace space;
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = space.bytes.data();
+    message.msg_controllen = CMSG_SPACE(descriptors.size_bytes());
+    cmsghdr* header = CMSG_FIRSTHDR(&message);
+    header->cmsg_level = SOL_SOCKET;
+    header->cmsg_type = SCM_RIGHTS;
+    header->cmsg_len = CMSG_LEN(descriptors.size_bytes());
+    std::memcpy(CMSG_DATA(header), descriptors.data(), descriptors.size_bytes());
+    return sendmsg(socket, &message, MSG_DONTWAIT | MSG_NOSIGNAL);
+}
+
+std::ptrdiff_t ReceiveWithDescriptors(int socket, std::span<char> room,
+                                      std::vector<FileDescriptor>& descriptors) {
+    iovec part{room.data(), room.size()};
+    DescriptorSpace space;
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = space.bytes.data();
+    message.msg_controllen = space.bytes.size();
+    ssize_t count = 0;
+    do {
+        count = recvmsg(socket, &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    } while (count < 0 && errno == EINTR);
+    const cmsghdr* header = count >= 0 ? CMSG_FIRSTHDR(&message) : nullptr;
+    if (header != nullptr && header->cmsg_level == SOL_SOCKET && header->cmsg_type == SCM_RIGHTS) {
+        std::array<int, kMostDescriptors> numbers{};
+        const std::size_t size = header->cmsg_len - CMSG_LEN(0);
+        std::memcpy(numbers.data(), CMSG_DATA(header), size);
+        for (std::size_t index = 0; index < size / sizeof(int); ++index) {
+            descriptors.emplace_back(numbers.at(index));
+        }
+    }
+    return count;
+}
+
+}  // namespace zyl::backbone::local

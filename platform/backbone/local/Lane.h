@@ -1,0 +1,139 @@
+#ifndef ZYL_BACKBONE_LOCAL_LANE_H
+#define ZYL_BACKBONE_LOCAL_LANE_H
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <utility>
+#include <vector>
+
+#include "../Transport.h"
+#include "Frame.h"
+#include "SharedMemory.h"
+
+/// A lane carries a link's messages through shared memory: a ring of bytes with one writer and one reader. A
+/// message is streamed straight into the ring and handed to the receiver where it lies.
+///
+/// The memory is a page with the two positions, then the ring, which is mapped twice in a row so that nothing
+/// ever wraps. A position counts bytes since the lane was made. The writer's position is published after a
+/// record is complete: a writer that dies in the middle of one leaves nothing to be seen.
+///
+///   record    offset  bytes  field
+///             0       4      kind: 1 a whole message, 2 the first piece of one, 3 a further piece
+///             4       4      t: bytes of the type, its NUL terminator included; 0 in a further piece
+///             8       4      b: offset of the body in the record, a multiple of 64
+///             12      4      n: bytes of the body in this record
+///             16      4      bytes of the body of the whole message
+///             20      4      zero
+///             24      t      type
+///             b       n      body; the next record begins at the next multiple of 64
+///
+/// Bodies start on 64-byte boundaries, large ones on pages: copies between buffers that lie a few bytes apart
+/// modulo a page are slow on some processors. What the other side may write is checked on every use.
+
+namespace zyl::backbone::local {
+
+/// The ring holds some dozen large messages and stays within a processor's second cache.
+constexpr std::size_t kRingSize = 1024 * 1024;
+constexpr std::size_t kLaneMemory = kPageSize + kRingSize;
+
+/// Longer messages travel in pieces, so that several records are always under way.
+constexpr std::size_t kLongestRecord = kRingSize / 4;
+
+/// The positions, each on a cache line of its own. Shared with a process that may write anything.
+struct LanePositions {
+    alignas(64) std::atomic<std::uint64_t> written;
+    alignas(64) std::atomic<std::uint64_t> read;
+    /// The writer sleeps until there is room.
+    alignas(64) std::atomic<std::uint32_t> roomWanted;
+};
+
+/// The writing end. Used like a Link: Reserve, fill, Commit until it is done.
+class LaneWriter {
+  public:
+    explicit LaneWriter(Mapping mapping);
+
+    /// Null when there is no room now. Throws BadFrame when the reader's position makes no sense.
+    void* Reserve(const char* type, std::size_t size);
+    /// True when the whole message is in the ring. Throws BadFrame.
+    bool Commit();
+    /// Whether Reserve or Commit may get on after having been held up.
+    bool HasRoom() const;
+
+  private:
+    bool MakeRoom(std::size_t size);
+    void Refresh();
+    void Publish(std::size_t recordSize);
+    bool CommitPiece();
+    LanePositions& Positions() const { return *reinterpret_cast<LanePositions*>(m_mapping.Head()); }
+    char* At(std::uint64_t position) const { return m_mapping.Tail() + position % kRingSize; }
+
+    Mapping m_mapping;
+    std::uint64_t m_written = 0;
+    std::uint64_t m_read = 0;
+    std::uint64_t m_heldUpAt = 0;
+    std::size_t m_recordSize = 0;
+    /// A message that travels in pieces: its type and body, and how much of the body is in the ring.
+    std::vector<char> m_type;
+    std::unique_ptr<char[]> m_body;
+    std::size_t m_bodySize = 0;
+    std::size_t m_bodySent = 0;
+    bool m_inPieces = false;
+};
+
+/// A message as a lane hands it out: a view of the ring for as long as `storage` is held alone.
+struct LaneMessage {
+    const char* type;
+    std::span<const char> body;
+    std::shared_ptr<const MessageStorage> storage;
+};
+
+/// The reading end.
+///
+/// A message is viewed in the ring until its storage is let go. If another one is taken before that (from a
+/// nested loop, or by a send that waits for room) the held one first gets private pages with its bytes, at
+/// its addresses; so a handler that does not return never holds the ring up. Room is given back in quarters
+/// of the ring, and by GiveBack.
+class LaneReader {
+  public:
+    explicit LaneReader(Mapping mapping);
+    ~LaneReader();
+
+    bool HasNews() const { return Positions().written.load(std::memory_order_acquire) != m_next; }
+    /// The next whole message, if there is one. Throws BadFrame, and std::bad_alloc for one that has no
+    /// place.
+    std::optional<LaneMessage> Take();
+    /// Gives back all room that is free.
+    void GiveBack();
+    /// Whether room was given back since the last call for which the writer sleeps: it is to be woken.
+    bool WriterWaits() { return std::exchange(m_writerWaits, false); }
+
+  private:
+    struct View;
+    struct Record;
+
+    Record NextRecord() const;
+    void LetGo();
+    void GiveBackInSteps();
+    void Assemble(const Record& record);
+    LanePositions& Positions() const { return *reinterpret_cast<LanePositions*>(m_mapping.Head()); }
+    const char* At(std::uint64_t position) const { return m_mapping.Tail() + position % kRingSize; }
+
+    Mapping m_mapping;
+    std::uint64_t m_next = 0;
+    std::uint64_t m_free = 0;
+    std::uint64_t m_givenBack = 0;
+    std::shared_ptr<View> m_view;
+    std::span<const char> m_viewed;
+    std::shared_ptr<View> m_assembly;
+    std::size_t m_assembled = 0;
+    std::size_t m_assemblySize = 0;
+    bool m_writerWaits = false;
+};
+
+}  // namespace zyl::backbone::local
+
+#endif
