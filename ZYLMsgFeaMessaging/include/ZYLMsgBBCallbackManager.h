@@ -46,7 +46,7 @@ class ZYLMSGMODULES_EXPORT ZYLMsgBBCallbackManager {
 
     /// The receive callback: decodes one envelope of `size` bytes and calls the type's handler with a message
     /// of its own and the sender's identifier, both gone when this returns. The body is read in place, and a
-    /// type that was the last one too is not searched for again. Fatal, in this order: a type that is not
+    /// type that has come before is found in constant time. Fatal, in this order: a type that is not
     /// registered (as in GetHandler), a stored prototype that is null
     /// ("proto != NULL"), an envelope that is cut short or whose identifier length is negative or reaches
     /// past `size` (the ZYLMsgWireReader's text, naming the envelope's field), a null clone ("msg != NULL"),

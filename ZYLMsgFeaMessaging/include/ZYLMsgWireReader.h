@@ -1,6 +1,7 @@
 #ifndef ZYLMSGWIREREADER_H
 #define ZYLMSGWIREREADER_H
 
+#include <cstddef>
 #include <cstring>
 #include <memory>
 
@@ -49,11 +50,18 @@ class ZYLMSGMODULES_EXPORT ZYLMsgWireReader {
     /// A copy of the next `length` bytes with a NUL after them, in a block of the built-in allocation form.
     Text CopyText(int length, const char* field);
 
-    /// The next `length` bytes as a string, which ends before the first NUL among them.
-    ZYLString ReadText(int length, const char* field);
+    /// Replaces `text` by the next `length` bytes, up to the first NUL among them; other copies of its old
+    /// text keep it.
+    void ReadText(ZYLString& text, int length, const char* field) {
+        const char* const bytes = ReadBytes(length, field);
+        text.AssignUTF8(bytes, static_cast<std::size_t>(length));
+    }
 
-    /// A wire string: its length in bytes as a wire integer, then its UTF-8 bytes.
-    ZYLString ReadString(const char* field);
+    /// The same for a wire string: its length in bytes as a wire integer, then its UTF-8 bytes.
+    void ReadString(ZYLString& text, const char* field) {
+        const int length = ReadInt(field);
+        ReadText(text, length, field);
+    }
 
     /// What has not been read yet, and its size in bytes.
     const char* Rest() const { return m_next; }

@@ -1,6 +1,7 @@
 #include "Switchboard.h"
 
 #include <algorithm>
+#include <cstring>
 #include <deque>
 #include <map>
 #include <utility>
@@ -38,10 +39,10 @@ struct OwnedBytes final : MessageStorage {
     std::unique_ptr<char[]> body;
 };
 
-void CheckName(const std::string& name, const char* what) {
+void CheckName(std::string_view name, const char* what) {
     if (name.size() > kLongestName) {
-        Fatal(std::string(what) + " name " + Quoted(name) + " has " + std::to_string(name.size()) +
-                  " bytes; the most is " + std::to_string(kLongestName),
+        Fatal(std::string(what) + " name " + Quoted(std::string(name)) + " has " +
+                  std::to_string(name.size()) + " bytes; the most is " + std::to_string(kLongestName),
               kSourceFile, __LINE__);
     }
 }
@@ -76,14 +77,15 @@ struct Switchboard::Membership {
     std::string name;
     std::unique_ptr<Domain> domain;
     std::deque<Application> applications;  // stays in place while it grows: callbacks may declare more
-    std::map<std::string, Target> targets;
+    std::map<std::string, Target, std::less<>> targets;
+    Target* lastTarget = nullptr;
     /// Taken in while a send waited; older than anything the domain still holds.
     std::deque<Event> inbox;
     /// Sent within this process. Takes turns with the rest, so that neither starves.
     std::deque<Event> fromSelf;
     bool selfIsNext = false;
 
-    Application* Find(const std::string& wanted) {
+    Application* Find(std::string_view wanted) {
         const auto found = std::find_if(applications.begin(), applications.end(),
                                         [&](const Application& one) { return one.name == wanted; });
         return found != applications.end() ? &*found : nullptr;
@@ -102,7 +104,7 @@ struct Switchboard::Membership {
 };
 
 struct Switchboard::Request {
-    std::string type;
+    const char* type;
     int size;
     ZYLFeaBackbone_StreamCallback stream;
 };
@@ -138,6 +140,8 @@ int Switchboard::RegisterCommunicator(const std::string& name) {
         auto member = std::make_unique<Membership>();
         member->name = name;
         member->domain = m_transport->Join(name);
+        m_all.push_back(member.get());
+        m_domains.push_back(member->domain.get());
         m_memberships.push_back(std::move(member));
         return static_cast<int>(m_memberships.size());
     }
@@ -196,16 +200,17 @@ Switchboard::Application& Switchboard::Declared(Membership& member, const std::s
     return application;
 }
 
-void Switchboard::SendRequest(int communicator, const std::string& name, ZYLFeaBackbone_StreamCallback stream,
+void Switchboard::SendRequest(int communicator, std::string_view name, ZYLFeaBackbone_StreamCallback stream,
                               ZYLFeaBackbone_SizeCallback size, ZYLFeaBackbone_TypeCallback type) {
     Membership& member = MembershipOf(communicator, "SendRequest");
     CheckName(name, "application");
     const Request request{type(), size(), stream};
-    if (request.size < 0 || request.type.size() > kLongestType) {
-        Fatal("a message of type " + Quoted(request.type) + " for " + Quoted(name) + " has size " +
-                  std::to_string(request.size) + " and a type name of " +
-                  std::to_string(request.type.size()) +
-                  " bytes; the size must be 0 or more and the name at most " + std::to_string(kLongestType),
+    const std::size_t typeSize = std::strlen(request.type);
+    if (request.size < 0 || typeSize > kLongestType) {
+        Fatal("a message of type " + Quoted(request.type) + " for " + Quoted(std::string(name)) +
+                  " has size " + std::to_string(request.size) + " and a type name of " +
+                  std::to_string(typeSize) + " bytes; the size must be 0 or more and the name at most " +
+                  std::to_string(kLongestType),
               kSourceFile, __LINE__);
     }
     if (const Application* own = member.Find(name)) {
@@ -222,8 +227,19 @@ void Switchboard::SendToSelf(Membership& member, const Application& application,
                   Message(application.number, bytes->type.c_str(), bytes->body.get(), request.size, bytes));
 }
 
-void Switchboard::SendToPeer(Membership& member, const std::string& name, const Request& request) {
-    Target& target = member.targets.try_emplace(name, Target{name, nullptr}).first->second;
+Switchboard::Target& Switchboard::TargetOf(Membership& member, std::string_view name) {
+    if (member.lastTarget == nullptr || member.lastTarget->name != name) {
+        auto found = member.targets.find(name);
+        if (found == member.targets.end()) {
+            found = member.targets.emplace(name, Target{std::string(name), nullptr}).first;
+        }
+        member.lastTarget = &found->second;
+    }
+    return *member.lastTarget;
+}
+
+void Switchboard::SendToPeer(Membership& member, std::string_view name, const Request& request) {
+    Target& target = TargetOf(member, name);
     Link* link = LinkTo(member, target, request);
     if (link == nullptr) {
         Drop(member, target, request, target.lost ? "it is gone" : "it did not come in time");
@@ -271,13 +287,13 @@ void Switchboard::AwaitTarget(Membership& member, Target& target, const Request&
 
 /// False when the peer was lost before it had the whole message.
 bool Switchboard::Transfer(Link& link, const Request& request) {
-    void* room = link.Reserve(request.type.c_str(), request.size);
+    void* room = link.Reserve(request.type, request.size);
     while (room == nullptr) {
         WaitTakingIn({});
         if (!link.Alive()) {
             return false;
         }
-        room = link.Reserve(request.type.c_str(), request.size);
+        room = link.Reserve(request.type, request.size);
     }
     request.stream(room, request.size);
     Progress progress = link.Commit();
@@ -304,11 +320,7 @@ void Switchboard::Drop(Membership& member, Target& target, const Request& reques
 
 /// A send waits for room or for its target: what arrives is put aside, nothing is dispatched.
 void Switchboard::WaitTakingIn(Deadline deadline) {
-    std::vector<Domain*> domains;
-    for (const auto& member : m_memberships) {
-        domains.push_back(member->domain.get());
-    }
-    m_transport->Wait(domains, deadline, Take::kAll);
+    m_transport->Wait(m_domains, deadline, Take::kAll);
     for (const auto& member : m_memberships) {
         while (std::optional<Event> event = member->domain->Next(Take::kAll)) {
             member->TakeIn(member->inbox, std::move(*event));
@@ -317,27 +329,24 @@ void Switchboard::WaitTakingIn(Deadline deadline) {
 }
 
 void Switchboard::WaitingLoop(int communicator, int limit, const int* condition) {
-    Loop({&MembershipOf(communicator, "WaitingLoop")}, limit, condition);
+    Membership* const member = &MembershipOf(communicator, "WaitingLoop");
+    Domain* const domain = member->domain.get();
+    Loop({&member, 1}, {&domain, 1}, limit, condition);
 }
 
 void Switchboard::WaitingLoop(const int* condition, int limit) {
-    std::vector<Membership*> members;
-    for (const auto& member : m_memberships) {
-        members.push_back(member.get());
-    }
-    Loop(members, limit, condition);
+    const std::vector<Membership*> members = m_all;  // a callback may join another domain meanwhile
+    const std::vector<Domain*> domains = m_domains;
+    Loop(members, domains, limit, condition);
 }
 
-void Switchboard::Loop(const std::vector<Membership*>& members, int limit, const int* condition) {
+void Switchboard::Loop(std::span<Membership* const> members, std::span<Domain* const> domains, int limit,
+                       const int* condition) {
     const int atCall = ValueOf(condition);
     if (atCall == 0) {
         return;
     }
     const Deadline deadline = limit < 0 ? Deadline() : Clock::now() + std::chrono::milliseconds(limit);
-    std::vector<Domain*> domains;
-    for (const Membership* member : members) {
-        domains.push_back(member->domain.get());
-    }
     const auto changed = [&] { return ValueOf(condition) != atCall; };
     const auto expired = [&] { return deadline && Clock::now() >= *deadline; };
     int late = 0;

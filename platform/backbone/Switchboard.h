@@ -2,7 +2,9 @@
 #define ZYL_BACKBONE_SWITCHBOARD_H
 
 #include <memory>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Settings.h"
@@ -27,7 +29,7 @@ class Switchboard {
     void AssociateHandler(int communicator, const std::string& name, ZYLFeaBackbone_ReceiveCallback callback);
     void AssociateDisconnectHandler(int communicator, const std::string& name,
                                     ZYLFeaBackbone_DisconnectCallback callback);
-    void SendRequest(int communicator, const std::string& target, ZYLFeaBackbone_StreamCallback stream,
+    void SendRequest(int communicator, std::string_view target, ZYLFeaBackbone_StreamCallback stream,
                      ZYLFeaBackbone_SizeCallback size, ZYLFeaBackbone_TypeCallback type);
     void WaitingLoop(int communicator, int limit, const int* condition);
     void WaitingLoop(const int* condition, int limit);
@@ -51,20 +53,25 @@ class Switchboard {
     Membership& MembershipOf(int communicator, const char* function);
     Application& Declared(Membership& member, const std::string& name, bool announce);
     void SendToSelf(Membership& member, const Application& application, const Request& request);
-    void SendToPeer(Membership& member, const std::string& name, const Request& request);
+    void SendToPeer(Membership& member, std::string_view name, const Request& request);
+    Target& TargetOf(Membership& member, std::string_view name);
     Link* LinkTo(Membership& member, Target& target, const Request& request);
     void AwaitTarget(Membership& member, Target& target, const Request& request);
     bool Transfer(Link& link, const Request& request);
     void Drop(Membership& member, Target& target, const Request& request, const std::string& reason);
     void WaitTakingIn(Deadline deadline);
-    void Loop(const std::vector<Membership*>& members, int limit, const int* condition);
+    void Loop(std::span<Membership* const> members, std::span<Domain* const> domains, int limit,
+              const int* condition);
     bool DispatchOne(Membership& member);
     void Dispatch(Membership& member, Event event);
     void DispatchLoss(Membership& member, const PeerLost& lost);
 
     std::unique_ptr<Transport> m_transport;
     Settings m_settings;
+    /// By communicator, which counts from 1; and the same as what a wait over all of them is given.
     std::vector<std::unique_ptr<Membership>> m_memberships;
+    std::vector<Membership*> m_all;
+    std::vector<Domain*> m_domains;
     int m_depth = 0;
 };
 

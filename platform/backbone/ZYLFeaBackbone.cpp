@@ -1,7 +1,6 @@
 #include "ZYLFeaBackbone.h"
 
 #include <memory>
-#include <string>
 
 #include "Diagnostics.h"
 #include "Process.h"
@@ -62,7 +61,7 @@ Switchboard& Instance() {
 }
 
 /// Names come as NUL-terminated text; no text is the empty name.
-std::string Name(const char* text) {
+const char* Name(const char* text) {
     return text != nullptr ? text : "";
 }
 

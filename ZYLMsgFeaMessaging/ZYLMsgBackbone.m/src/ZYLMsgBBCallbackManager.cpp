@@ -5,7 +5,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
 
 #include "ZYLMsgAssert.h"
 #include "ZYLMsgBBDisconnectHandler.h"
@@ -24,14 +28,20 @@ namespace {
 constexpr const char* kSourceFile = "ZYLMsgFeaMessaging/ZYLMsgBackbone.m/src/ZYLMsgBBCallbackManager";
 constexpr int kLengthWidth = 4;
 
-/// Where the last message went. Messages of one type come in rows, and then need no search however many types
-/// there are. A registered type keeps its prototype and handler until all of them go.
 struct Route {
-    cow_String type;
-    ZYLMsgBBMessage* proto = nullptr;
-    ZYLMsgBBMessageHandler* handler = nullptr;
+    ZYLMsgBBMessage* proto;
+    ZYLMsgBBMessageHandler* handler;
 };
-Route g_lastRoute;
+
+/// Hashes a name given in any form, so that a search needs no string object.
+struct NameHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view name) const { return std::hash<std::string_view>()(name); }
+};
+
+/// Where the messages that have come went, by type: found in the same time however many types there are. A
+/// registered type keeps its prototype and handler until all of them go.
+std::unordered_map<std::string, Route, NameHash, std::equal_to<>> g_routes;
 
 template <class T>
 void DeleteAll(cow_Btree<cow_String, T*>& registry) {
@@ -45,7 +55,7 @@ void DeleteAll(cow_Btree<cow_String, T*>& registry) {
 }  // namespace
 
 ZYLMsgBBCallbackManager::~ZYLMsgBBCallbackManager() {
-    g_lastRoute = {};
+    g_routes.clear();
     DeleteAll(m_protos);
     DeleteAll(m_handlers);
 }
@@ -73,15 +83,14 @@ ZYLMsgBBMessageHandler* ZYLMsgBBCallbackManager::GetHandler(const char* typeName
 }
 
 void ZYLMsgBBCallbackManager::HandleMessage(const char* typeName, const void* buffer, int size) {
-    if (g_lastRoute.proto == nullptr || g_lastRoute.type != typeName) {
+    auto known = g_routes.find(std::string_view(typeName));
+    if (known == g_routes.end()) {
         const cow_String type(typeName);
         ZYL_ASSERT(m_protos.IsMember(type));
         ZYL_ASSERT(m_handlers.IsMember(type));
-        g_lastRoute = {type, m_protos.ConstGet(type), m_handlers.ConstGet(type)};
+        known = g_routes.emplace(typeName, Route{m_protos.ConstGet(type), m_handlers.ConstGet(type)}).first;
     }
-    // The handler may wait, and so change the route, while this message is still in use.
-    ZYLMsgBBMessage* const proto = g_lastRoute.proto;
-    ZYLMsgBBMessageHandler* const handler = g_lastRoute.handler;
+    const auto [proto, handler] = known->second;
     ZYL_ASSERT(proto != NULL);
     const std::unique_ptr<ZYLMsgBBMessage> msg(proto->Clone());
     ZYLMsgWireReader envelope(buffer, size);

@@ -38,7 +38,7 @@ void ZYLMsgAnalysisMessageType::Stream(void* buffer, int size) const {
 }
 
 void ZYLMsgAnalysisMessageType::Unstream(const void* buffer, int size) {
-    m_msgBuffer = ZYLMsgWireReader(buffer, size).ReadString("m_msgBuffer");
+    ZYLMsgWireReader(buffer, size).ReadString(m_msgBuffer, "m_msgBuffer");
 }
 
 ZYLMsgAnalysisMessageType* ZYLMsgAnalysisMessageType::Clone() const {

@@ -1,6 +1,5 @@
 #include "ZYLMsgFileTransferType.h"
 
-#include <algorithm>
 #include <climits>
 #include <cstddef>
 #include <cstdint>
@@ -9,6 +8,7 @@
 #include "ZYLMsgStreamUtils.h"
 #include "ZYLMsgWireReader.h"
 #include "ZYLSimRpm_Swapper.h"
+#include "mem_Copy.h"
 
 namespace {
 
@@ -38,10 +38,15 @@ void StreamInt(int value, char* buffer, int& offset) {
     offset += static_cast<int>(ZYLSimRpm_Swapper::ExternalizeScalar(buffer + offset, value));
 }
 
+/// One text for all messages of the class: one is made for each that comes in.
+const ZYLString& TypeName() {
+    static const ZYLString name = ZYLString::BuildFromUTF8("ZYLMsgFileTransferType");
+    return name;
+}
+
 }  // namespace
 
-ZYLMsgFileTransferType::ZYLMsgFileTransferType()
-    : ZYLMsgBBMessage(ZYLString::BuildFromUTF8("ZYLMsgFileTransferType")), m_ownsChunk(false) {}
+ZYLMsgFileTransferType::ZYLMsgFileTransferType() : ZYLMsgBBMessage(TypeName()), m_ownsChunk(false) {}
 
 ZYLMsgFileTransferType::~ZYLMsgFileTransferType() {
     ReleaseChunk();
@@ -75,7 +80,7 @@ void ZYLMsgFileTransferType::Stream(void* buffer, int size) const {
     }
     StreamInt(m_data.m_chunkId, out, offset);
     StreamInt(m_data.m_chunkSize, out, offset);
-    std::copy_n(static_cast<const char*>(m_data.m_chunk), m_data.m_chunkSize, out + offset);
+    mem_Copy(out + offset, m_data.m_chunk, static_cast<std::size_t>(m_data.m_chunkSize));
     offset += m_data.m_chunkSize;
     ZYL_ASSERT(offset == RequiredBufferSize());
 }
@@ -84,14 +89,14 @@ void ZYLMsgFileTransferType::Unstream(const void* buffer, int size) {
     ZYLMsgWireReader body(buffer, size);
     m_data.m_dataType = body.ReadInt("m_dataType");
     for (const StringField& field : kStrings) {
-        m_data.*field.value = body.ReadString(field.name);
+        body.ReadString(m_data.*field.value, field.name);
     }
     m_data.m_chunkId = body.ReadInt("m_chunkId");
     const int chunkSize = body.ReadInt("m_chunkSize");
     const char* const chunk = body.ReadBytes(chunkSize, "m_chunk");
     if (chunkSize > 0) {
         char* const copy = new (mem_BuiltInAlloc{}) char[static_cast<std::size_t>(chunkSize)];
-        std::copy_n(chunk, chunkSize, copy);
+        mem_Copy(copy, chunk, static_cast<std::size_t>(chunkSize));
         ReleaseChunk();
         m_data.m_chunk = copy;
         m_ownsChunk = true;

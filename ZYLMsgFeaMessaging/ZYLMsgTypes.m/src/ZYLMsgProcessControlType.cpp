@@ -49,7 +49,7 @@ void ZYLMsgProcessControlType::Unstream(const void* buffer, int size) {
     ZYLMsgWireReader body(buffer, size);
     const int len = body.ReadInt("m_xmlMessage");
     ZYL_ASSERT(len > 0);
-    m_xmlMessage = body.ReadText(len, "m_xmlMessage");
+    body.ReadText(m_xmlMessage, len, "m_xmlMessage");
     ZYLMsgProcessControlEncoder::InternalizeProcessControlMsg(*this);
 }
 

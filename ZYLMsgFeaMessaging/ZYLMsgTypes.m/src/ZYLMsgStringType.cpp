@@ -1,22 +1,25 @@
 #include "ZYLMsgStringType.h"
 
-#include <algorithm>
 #include <cstddef>
 
 #include "ZYLMsgAssert.h"
 #include "ZYLMsgWireReader.h"
+#include "mem_Copy.h"
 
 namespace {
 
 constexpr const char* kSourceFile = "ZYLMsgFeaMessaging/ZYLMsgTypes.m/src/ZYLMsgStringType";
 
+/// One text for all messages of the class: one is made for each that comes in.
+const ZYLString& TypeName() {
+    static const ZYLString name = ZYLString::BuildFromUTF8("ZYLMsgStringType");
+    return name;
+}
+
 }  // namespace
 
 ZYLMsgStringType::ZYLMsgStringType()
-    : ZYLMsgBBMessage(ZYLString::BuildFromUTF8("ZYLMsgStringType")),
-      m_data(nullptr),
-      m_size(0),
-      m_ownsData(false) {}
+    : ZYLMsgBBMessage(TypeName()), m_data(nullptr), m_size(0), m_ownsData(false) {}
 
 ZYLMsgStringType::~ZYLMsgStringType() {
     ReleaseData();
@@ -35,13 +38,13 @@ int ZYLMsgStringType::RequiredBufferSize() const {
 
 void ZYLMsgStringType::Stream(void* buffer, int size) const {
     ZYL_ASSERT(size >= RequiredBufferSize());
-    std::copy_n(m_data, m_size, static_cast<char*>(buffer));
+    mem_Copy(buffer, m_data, static_cast<std::size_t>(m_size));
 }
 
 void ZYLMsgStringType::Unstream(const void* buffer, int size) {
     const char* const bytes = ZYLMsgWireReader(buffer, size).ReadBytes(size, "m_data");
     char* const data = new (mem_BuiltInAlloc{}) char[static_cast<std::size_t>(size)];
-    std::copy_n(bytes, size, data);
+    mem_Copy(data, bytes, static_cast<std::size_t>(size));
     SetData(data, size);
     m_ownsData = true;
 }
