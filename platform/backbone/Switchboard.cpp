@@ -289,10 +289,10 @@ void Switchboard::AwaitTarget(Membership& member, Target& target, const Request&
 bool Switchboard::Transfer(Link& link, const Request& request) {
     void* room = link.Reserve(request.type, request.size);
     while (room == nullptr) {
-        WaitTakingIn({});
         if (!link.Alive()) {
             return false;
         }
+        WaitTakingIn({});
         room = link.Reserve(request.type, request.size);
     }
     request.stream(room, request.size);

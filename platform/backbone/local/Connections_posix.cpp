@@ -16,7 +16,7 @@ namespace zyl::backbone::local {
 namespace {
 
 /// A frame's buffer is kept for the next one up to this size.
-constexpr std::size_t kKeptFrame = 1024 * 1024;
+constexpr std::size_t kKeptFrame = std::size_t{1024} * 1024;
 
 /// With a lane: its memory, the opener's bell and the bell's page. With the answer: a bell and its page.
 constexpr std::size_t kLaneDescriptors = 3;

@@ -15,6 +15,9 @@ namespace zyl::backbone::local {
 /// No message of this library comes with more; of what a stranger sends the rest is closed by the kernel.
 constexpr std::size_t kMostDescriptors = 3;
 
+/// Whether this process can open so many descriptors more.
+bool CanOpen(int count);
+
 /// Sends bytes with descriptors, which stay open here. Gives the number of bytes sent, -1 on failure.
 std::ptrdiff_t SendWithDescriptors(int socket, const std::string& bytes, std::span<const int> descriptors);
 

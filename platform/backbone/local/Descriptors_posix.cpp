@@ -1,5 +1,6 @@
 #include "Descriptors.h"
 
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 
 #include <array>
@@ -15,6 +16,17 @@ struct alignas(cmsghdr) DescriptorSpace {
 };
 
 }  // namespace
+
+bool CanOpen(int count) {
+    std::vector<FileDescriptor> probes;
+    while (count-- > 0) {
+        probes.emplace_back(eventfd(0, EFD_CLOEXEC));
+        if (!probes.back().IsOpen()) {
+            return false;
+        }
+    }
+    return true;
+}
 
 std::ptrdiff_t SendWithDescriptors(int socket, const std::string& bytes, std::span<const int> descriptors) {
     iovec part{const_cast<char*>(bytes.data()), bytes.size()};

@@ -11,7 +11,7 @@ namespace {
 constexpr std::size_t kQuietChunk = 4096;
 
 /// A busy link takes as much as a socket holds with one read.
-constexpr std::size_t kBusyChunk = 256 * 1024;
+constexpr std::size_t kBusyChunk = std::size_t{256} * 1024;
 
 }  // namespace
 

@@ -27,7 +27,7 @@ static_assert(kHeaderSize == 24);
 constexpr std::size_t kAlignment = 64;
 
 /// From this size on a body starts on a page: the few bytes lost are little beside it.
-constexpr std::size_t kPageAlignedBody = 16 * 1024;
+constexpr std::size_t kPageAlignedBody = std::size_t{16} * 1024;
 
 constexpr std::uint64_t RoundUp(std::uint64_t value, std::uint64_t unit) {
     return (value + unit - 1) / unit * unit;
@@ -134,8 +134,8 @@ bool LaneWriter::MakeRoom(std::size_t size) {
 
 void LaneWriter::Refresh() {
     const std::uint64_t read = Positions().read.load(std::memory_order_acquire);
-    if (read - m_read > m_written - m_read) {
-        throw BadFrame("the lane's reader is at " + std::to_string(read) + ", outside " +
+    if (read - m_read > m_written - m_read || read % kAlignment != 0) {
+        throw BadFrame("the lane's reader is at " + std::to_string(read) + ", which is no record from " +
                        std::to_string(m_read) + " to " + std::to_string(m_written));
     }
     m_read = read;

@@ -37,7 +37,7 @@
 namespace zyl::backbone::local {
 
 /// The ring holds some dozen large messages and stays within a processor's second cache.
-constexpr std::size_t kRingSize = 1024 * 1024;
+constexpr std::size_t kRingSize = std::size_t{1024} * 1024;
 constexpr std::size_t kLaneMemory = kPageSize + kRingSize;
 
 /// Longer messages travel in pieces, so that several records are always under way.

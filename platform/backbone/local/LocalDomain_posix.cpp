@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "../Diagnostics.h"
+#include "Descriptors.h"
 #include "LocalDomain.h"
 
 namespace zyl::backbone::local {
@@ -18,6 +19,10 @@ constexpr std::chrono::milliseconds kDescriptorPause{100};
 /// The kernel closes what a dying process has open one by one; the last of it is long closed after this time,
 /// and its number is not given to another process so soon.
 constexpr std::chrono::seconds kDying{1};
+
+/// A link is accepted only when there is a place for all that comes with it: its socket, and a lane's
+/// descriptors.
+constexpr int kDescriptorsOfALink = 1 + static_cast<int>(kMostDescriptors);
 
 /// After this many messages in a row a look at the other links is due, so that a busy one hides none.
 constexpr int kMessagesBetweenLooks = 256;
@@ -275,7 +280,10 @@ void LocalDomain::Accept() {
 }
 
 bool LocalDomain::AcceptOne(const Listener& listener) {
-    FileDescriptor socket(accept4(listener.Socket(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    FileDescriptor socket;
+    if (CanOpen(kDescriptorsOfALink)) {
+        socket = FileDescriptor(accept4(listener.Socket(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    }
     if (!socket.IsOpen()) {
         const bool exhausted = errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM;
         if (exhausted && !m_outOfDescriptors) {
