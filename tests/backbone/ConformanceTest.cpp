@@ -141,7 +141,8 @@ TEST_P(Conformance, HandlerThatWaitsKeepsItsMessageAndHoldsNobodyUp) {
     constexpr int kCount = 60;  // several times what a link holds
     m_world->Play({[&](Participant& me) {
                        for (int number = 1; number <= kCount; ++number) {
-                           me.Send("waiter", "type" + std::to_string(number), NumberedBody("sender", number, kSize));
+                           me.Send("waiter", "type" + std::to_string(number),
+                                   NumberedBody("sender", number, kSize));
                        }
                    },
                    [&](Participant& me) {
@@ -184,25 +185,27 @@ TEST_P(Conformance, StartingOrderIsFreeAndMessagesWaitForTheirHandler) {
 }
 
 TEST_P(Conformance, TwoThatSendToEachOtherBeforeTheyWaitNeverDeadlock) {
-    constexpr int kCount = 64;
-    const std::string body(1024 * 1024, 'x');
-    const auto role = [&](const std::string& own, const std::string& other, bool handlerFirst) {
-        return [&, own, other, handlerFirst](Participant& me) {
-            int count = 0;
+    const auto role = [](const std::string& own, const std::string& other, bool handlerFirst, int count,
+                         std::size_t size) {
+        return [=](Participant& me) {
+            const std::string body(size, 'x');
+            int received = 0;
             me.discard = true;
-            me.onMessage = [&](const Received& message) { count += message.body == body ? 1 : 1000; };
+            me.onMessage = [&](const Received& message) { received += message.body == body ? 1 : 1000; };
             handlerFirst ? me.Receive(own) : me.Declare(own);
-            for (int number = 0; number < kCount; ++number) {
+            for (int number = 0; number < count; ++number) {
                 me.Send(other, "t", body);
             }
-            EXPECT_EQ(count, 0) << "nothing is dispatched by a send";
+            EXPECT_EQ(received, 0) << "nothing is dispatched by a send";
             me.Receive(own);
-            me.WaitUntil([&] { return count >= kCount; });
-            EXPECT_EQ(count, kCount);
+            me.WaitUntil([&] { return received >= count; });
+            EXPECT_EQ(received, count);
         };
     };
-    m_world->Play({role("left", "right", true), role("right", "left", true)});
-    m_world->Play({role("left", "right", false), role("right", "left", false)});
+    for (const auto& [count, size] : {std::pair<int, std::size_t>{64, 1024 * 1024}, {100'000, 64}}) {
+        m_world->Play({role("left", "right", true, count, size), role("right", "left", true, count, size)});
+        m_world->Play({role("left", "right", false, count, size), role("right", "left", false, count, size)});
+    }
 }
 
 TEST_P(Conformance, SlowReceiverHoldsItsSenderUp) {

@@ -81,7 +81,7 @@ class LocalDomain final : public Domain {
     std::optional<Message> TakeFrom(Incoming& incoming, Take take);
     void Park(Incoming& incoming);
     std::optional<Message> NextInLanes(Take take);
-    std::optional<Message> TakeFromLane(Incoming& incoming);
+    std::optional<Message> TakeFromLane(Incoming& incoming, Take take);
     bool IsWanted(const Incoming& incoming, Take take) const;
     bool IsUnread(int pid) const;
     void HandleControl(Incoming& incoming, const FrameView& frame);

@@ -27,6 +27,19 @@ constexpr int kDescriptorsOfALink = 1 + static_cast<int>(kMostDescriptors);
 /// After this many messages in a row a look at the other links is due, so that a busy one hides none.
 constexpr int kMessagesBetweenLooks = 256;
 
+/// A message that is put aside: out of the ring, which others need.
+struct PutAside final : MessageStorage {
+    explicit PutAside(const LaneMessage& message)
+        : type(message.type), body(message.body.begin(), message.body.end()) {}
+    std::string type;
+    std::vector<char> body;
+};
+
+LaneMessage Copy(const LaneMessage& message) {
+    auto copy = std::make_shared<PutAside>(message);
+    return {copy->type.c_str(), copy->body, copy};
+}
+
 }  // namespace
 
 /// An application of this process, and the socket on which it is met.
@@ -377,7 +390,7 @@ std::optional<Message> LocalDomain::NextInLanes(Take take) {
             break;
         }
         if (incoming.Lane()->HasNews() && IsWanted(incoming, take)) {
-            if (std::optional<Message> message = TakeFromLane(incoming)) {
+            if (std::optional<Message> message = TakeFromLane(incoming, take)) {
                 return message;
             }
             break;  // the link may be gone; what is in the other lanes is found by the next call
@@ -386,13 +399,16 @@ std::optional<Message> LocalDomain::NextInLanes(Take take) {
     return std::nullopt;
 }
 
-std::optional<Message> LocalDomain::TakeFromLane(Incoming& incoming) {
+std::optional<Message> LocalDomain::TakeFromLane(Incoming& incoming, Take take) {
     try {
         std::optional<LaneMessage> message = incoming.Lane()->Take();
         if (incoming.Lane()->WriterWaits()) {
             incoming.WritersBell()->Ring();
         }
         Met(incoming.WritersBell());
+        if (message && take == Take::kAll) {
+            message = Copy(*message);
+        }
         if (message) {
             return Message(incoming.Application(), message->type, message->body.data(),
                            static_cast<int>(message->body.size()), std::move(message->storage));
