@@ -71,6 +71,9 @@ bool Incoming::Receive() {
         // A read ends behind bytes that came with descriptors, whatever follows.
         m_drained = static_cast<std::size_t>(count) < room.size() && !m_hangup && m_descriptors.empty();
         m_reader.Received(static_cast<std::size_t>(count));
+        if (m_descriptors.size() > kLaneDescriptors) {
+            throw BadFrame("descriptors come that belong to no lane");
+        }
         return true;
     }
     m_drained = count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);

@@ -1,4 +1,5 @@
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -310,6 +311,11 @@ bool LocalDomain::AcceptOne(const Listener& listener) {
     ucred peer{};
     socklen_t size = sizeof peer;
     getsockopt(socket.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &size);
+    if (peer.uid != geteuid()) {
+        Report("a link to application " + Quoted(listener.Name()) + " from the user with number " +
+               std::to_string(peer.uid) + " is refused");
+        return true;
+    }
     m_incoming.push_back(std::make_unique<Incoming>(*this, std::move(socket), peer.pid, listener.Number()));
     Incoming& incoming = *m_incoming.back();
     incoming.orphaned = EndedJustNow(peer.pid);
@@ -456,6 +462,8 @@ void LocalDomain::Break(Incoming& incoming, const std::string& complaint) {
 }
 
 void LocalDomain::Remove(Incoming& incoming) {
+    std::erase(m_readable, &incoming);
+    std::erase(m_parked, &incoming);
     std::erase(m_lanes, &incoming);
     m_incoming.remove_if([&](const auto& one) { return one.get() == &incoming; });
     m_outOfDescriptors = false;

@@ -15,7 +15,7 @@ struct Readiness {
     bool end = false;
 };
 
-/// Told by the poller; must be removed before it goes. Does not change what the poller watches.
+/// Told by the poller until its descriptor is closed; lives as long. Closes no watched descriptor meanwhile.
 class Watched {
   public:
     virtual ~Watched() = default;
@@ -30,13 +30,11 @@ class Poller {
     void Watch(int descriptor, Watched& watched);
     /// Whether `watched` is to be told when there is room to write, too.
     void WatchRoom(int descriptor, Watched& watched, bool room);
-    void Forget(int descriptor);
     /// Waits until something is ready, up to `limit` (none: without bound), and tells what is. An interrupted
     /// wait returns. False when nothing was ready.
     bool Wait(std::optional<std::chrono::milliseconds> limit);
     /// Readable when something is ready: a poller may be watched by another.
     int Descriptor() const { return m_descriptor.Get(); }
-    void Close() { m_descriptor.Close(); }
 
   private:
     FileDescriptor m_descriptor;

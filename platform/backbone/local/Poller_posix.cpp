@@ -45,10 +45,6 @@ void Poller::WatchRoom(int descriptor, Watched& watched, bool room) {
     Control(m_descriptor.Get(), EPOLL_CTL_MOD, descriptor, events, &watched);
 }
 
-void Poller::Forget(int descriptor) {
-    epoll_ctl(m_descriptor.Get(), EPOLL_CTL_DEL, descriptor, nullptr);
-}
-
 bool Poller::Wait(std::optional<std::chrono::milliseconds> limit) {
     std::array<epoll_event, kEventsAtOnce> events{};
     const int timeout = limit ? static_cast<int>(std::min<long long>(limit->count(), INT_MAX)) : -1;
