@@ -28,7 +28,9 @@ ZYLBasUtlFilePath::ZYLBasUtlFilePath(const cow_String& name, const cow_String& d
     if (!normal.has_filename() && normal != normal.root_path()) {
         normal = normal.parent_path();
     }
-    m_absolutePathName = UTF8FromPath(normal);
+    // A root written with several separators stays so when normalised.
+    const std::filesystem::path root = normal.root_name() += std::filesystem::path::preferred_separator;
+    m_absolutePathName = UTF8FromPath(root / normal.relative_path());
 }
 
 bool ZYLBasUtlFilePath::Exists() const {

@@ -1,6 +1,7 @@
 #ifndef ZYL_BACKBONE_LOCAL_DOMAINDIRECTORY_H
 #define ZYL_BACKBONE_LOCAL_DOMAINDIRECTORY_H
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -75,7 +76,7 @@ class DomainDirectory {
     std::vector<std::string> Names(char kind) const;
     FileDescriptor Lock(const std::string& safeName) const;
     FileDescriptor Listen(const std::string& safeName, char kind) const;
-    std::string RealName(const std::string& safeName) const;
+    std::optional<std::string> RealName(const std::string& safeName) const;
     void Remove(const std::string& file) const;
 
     std::string m_path;

@@ -8,6 +8,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -94,18 +95,26 @@ std::string Hash(const std::string& name) {
     return text.data();
 }
 
-/// The name that SafeName turned into `safe`, which is not a hashed one.
-std::string Decode(const std::string& safe) {
+/// The name that SafeName turned into `safe`, if it is one that is not hashed.
+std::optional<std::string> Decode(const std::string& safe) {
     std::string name;
     for (std::size_t at = 0; at < safe.size(); ++at) {
-        if (safe[at] == '%') {
-            name += static_cast<char>(std::stoi(safe.substr(at + 1, 2), nullptr, 16));
+        unsigned char byte = static_cast<unsigned char>(safe[at]);
+        if (byte == '%') {
+            std::from_chars(safe.data() + at + 1, safe.data() + std::min(at + 3, safe.size()), byte, 16);
             at += 2;
-        } else {
-            name += safe[at];
         }
+        name += static_cast<char>(byte);
     }
-    return name;
+    return SafeName(name) == safe ? std::optional(name) : std::nullopt;
+}
+
+/// `path` without the separators at its end, which would lead through a symbolic link.
+std::string WithoutTrailingSeparators(std::string path) {
+    while (path.size() > 1 && path.back() == '/') {
+        path.pop_back();
+    }
+    return path;
 }
 
 /// The address of a file in a directory that is open: short whatever the directory's own path, and never led
@@ -196,7 +205,7 @@ void Claim::Abandon() {
 }
 
 DomainDirectory::DomainDirectory(const std::string& base, const std::string& domain) {
-    const std::string basePath = BaseDirectory(base);
+    const std::string basePath = WithoutTrailingSeparators(BaseDirectory(base));
     const FileDescriptor baseDirectory = OpenPrivate(AT_FDCWD, basePath, basePath);
     const std::string name = "d." + SafeName(domain);
     m_path = basePath + "/" + name;
@@ -299,14 +308,17 @@ std::vector<std::string> DomainDirectory::Names(char kind) const {
     while (const dirent* entry = readdir(directory)) {  // NOLINT(concurrency-mt-unsafe): a stream of its own
         const std::string file = entry->d_name;
         if (file.size() >= 2 && file[0] == kind && file[1] == '.') {
-            names.push_back(RealName(file.substr(2)));
+            if (std::optional<std::string> name = RealName(file.substr(2))) {
+                names.push_back(std::move(*name));
+            }
         }
     }
     closedir(directory);
     return names;
 }
 
-std::string DomainDirectory::RealName(const std::string& safeName) const {
+/// None for a file that no application has made.
+std::optional<std::string> DomainDirectory::RealName(const std::string& safeName) const {
     if (safeName.find('~') == std::string::npos) {
         return Decode(safeName);
     }
@@ -315,7 +327,8 @@ std::string DomainDirectory::RealName(const std::string& safeName) const {
         openat(m_descriptor.Get(), ("l." + safeName).c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
     const ssize_t size = lock.IsOpen() ? pread(lock.Get(), content.data(), content.size(), 0) : 0;
     content.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
-    return content.substr(content.find('\n') + 1);
+    const std::string name = content.substr(content.find('\n') + 1);
+    return SafeName(name) == safeName ? std::optional(name) : std::nullopt;
 }
 
 void DomainDirectory::Remove(const std::string& file) const {

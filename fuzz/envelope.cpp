@@ -1,0 +1,36 @@
+// A whole received buffer of any registered type, on its way through the callback manager.
+#include <cstring>
+
+#include "Messages.h"
+#include "ZYLMsgBBCallbackManager.h"
+#include "ZYLMsgBBMessageHandler.h"
+
+namespace {
+
+struct Handler final : ZYLMsgBBMessageHandler {
+    static inline std::size_t s_received = 0;
+    void HandleMessage(const ZYLMsgBBMessage& message, const char* id) override {
+        Require(std::strlen(id) <= s_received, "an identifier lies within its envelope");
+        Use(message, s_received);
+    }
+};
+
+bool RegisterAll() {
+    for (const char selector : {'\0', '\1', '\2', '\3'}) {
+        ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(NewMessage(selector).release(), new Handler);
+    }
+    return true;
+}
+
+}  // namespace
+
+void RunInput(std::string_view input) {
+    [[maybe_unused]] static const bool registered = RegisterAll();
+    if (input.empty()) {
+        return;
+    }
+    const std::unique_ptr<ZYLMsgBBMessage> named = NewMessage(input.front());
+    input.remove_prefix(1);
+    Handler::s_received = input.size();
+    ZYLMsgBBCallbackManager::HandleMessage(named->Type(), input.data(), static_cast<int>(input.size()));
+}

@@ -1,0 +1,68 @@
+// The XML layer, from bytes in any encoding and from text.
+#include <string>
+
+#include "Fuzz.h"
+#include "ZYLBasXmlDocument.h"
+#include "ZYLBasXmlNode.h"
+
+namespace {
+
+struct Root {
+    ZYLString name;
+    ZYLString value;
+    ZYLBasMap<ZYLString, ZYLString> attributes;
+};
+
+Root RootOf(const ZYLBasXmlDocument& document) {
+    ZYLBasXmlNode node;
+    Require(document.GetDom(node) == S_OK, "a document that was read has a document element");
+    Root root;
+    node.GetTagName(root.name);
+    node.GetValue(root.value);
+    node.GetAttList(root.attributes);
+    Require(!root.name.IsEmpty(), "an element has a name");
+    return root;
+}
+
+std::string Escaped(const std::string& text) {
+    std::string escaped;
+    for (const char next : text) {
+        if (next == '<' || next == '>' || next == '&' || (next > 0 && next < ' ')) {
+            escaped += "&#" + std::to_string(static_cast<int>(next)) + ";";
+        } else {
+            escaped += next;
+        }
+    }
+    return escaped;
+}
+
+/// Everything that was read, as one text.
+std::string Text(Root& root) {
+    std::string text = std::string(root.name.GetUTF8()) + '|' + root.value.GetUTF8();
+    for (auto entry = root.attributes.begin(); entry != root.attributes.end(); ++entry) {
+        text += std::string("|") + entry->first.GetUTF8() + '=' + entry->second.GetUTF8();
+    }
+    return text;
+}
+
+}  // namespace
+
+void RunInput(std::string_view input) {
+    ZYLBasXmlDocument document;
+    const long status = document.ReadBytes(input.data(), input.size());
+    if (input.find('\0') == std::string_view::npos) {
+        ZYLBasXmlDocument sameText;
+        const long other = sameText.ReadString(ZYLString::BuildFromUTF8(std::string(input).c_str()));
+        Require(other == status, "the same text has the same status");
+    }
+    if (status != S_OK) {
+        ZYLBasXmlNode none;
+        Require(document.GetDom(none) == ZYLBasXmlDocument::kNoDocument, "what was refused left nothing");
+        return;
+    }
+    Root root = RootOf(document);
+    const std::string text = Text(root);
+    const std::string carrier = "<r>" + Escaped(text) + "</r>";
+    Require(document.ReadBytes(carrier.data(), carrier.size()) == S_OK, "names and texts come as UTF-8");
+    Require(RootOf(document).value == text.c_str(), "what was read can be written and read again");
+}
