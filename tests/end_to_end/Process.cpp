@@ -1,0 +1,141 @@
+#include "Process.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <random>
+#include <sstream>
+#include <stdexcept>
+
+namespace {
+
+/// Long for a loaded machine under a sanitizer, and shorter than the limit that ctest sets.
+constexpr unsigned kDeadlineInSeconds = 100;
+
+int Execute(const std::vector<std::string>& command) {
+    std::vector<char*> argv;
+    argv.reserve(command.size() + 1);
+    for (const std::string& argument : command) {
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    }
+    argv.push_back(nullptr);
+    execv(argv[0], argv.data());
+    std::perror(argv[0]);
+    return 127;
+}
+
+}  // namespace
+
+Process::Process(const std::vector<std::string>& command) : Process([&] { return Execute(command); }) {}
+
+Process::Process(const std::function<int()>& role) {
+    std::fflush(nullptr);
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0 || (m_pid = fork()) < 0) {
+        throw std::runtime_error("cannot start a process");
+    }
+    setpgid(m_pid, 0);  // a group with all that it starts
+    if (m_pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        dup2(ends[1], STDOUT_FILENO);
+        dup2(ends[1], STDERR_FILENO);
+        std::exit(role());
+    }
+    close(ends[1]);
+    m_pipe = ends[0];
+}
+
+Process::~Process() {
+    if (m_pid > 0) {
+        kill(-m_pid, SIGKILL);
+        waitpid(m_pid, nullptr, 0);
+    }
+    close(m_pipe);
+}
+
+bool Process::ReadMore() {
+    std::array<char, 4096> bytes{};
+    const ssize_t count = read(m_pipe, bytes.data(), bytes.size());
+    m_output.append(bytes.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
+    return count > 0;
+}
+
+std::string Process::AwaitLine(const std::string& text) {
+    for (;;) {
+        const std::size_t end = m_output.find('\n', m_awaited);
+        if (end != std::string::npos) {
+            std::string line = m_output.substr(m_awaited, end - m_awaited);
+            m_awaited = end + 1;
+            if (line.find(text) != std::string::npos) {
+                return line;
+            }
+        } else if (!ReadMore()) {
+            ADD_FAILURE() << "no line with \"" << text << "\" in:\n" << m_output;
+            return {};
+        }
+    }
+}
+
+void Process::Kill(int signal) const {
+    kill(m_pid, signal);
+}
+
+std::string Process::Wait() {
+    while (ReadMore()) {
+    }
+    int status = 0;
+    waitpid(m_pid, &status, 0);
+    m_pid = -1;
+    return WIFSIGNALED(status) ? "signal " + std::to_string(WTERMSIG(status))
+                               : "status " + std::to_string(WEXITSTATUS(status));
+}
+
+EndToEnd::EndToEnd() {
+    std::filesystem::create_directory(m_directory / "backbone");
+    std::filesystem::permissions(m_directory / "backbone", std::filesystem::perms::owner_all);
+    setenv("ZYL_BACKBONE_DIR", (m_directory / "backbone").c_str(), 1);
+    RestartDeadline();
+}
+
+void EndToEnd::RestartDeadline() {
+    alarm(kDeadlineInSeconds);
+}
+
+std::vector<std::string> EndToEnd::BackboneFiles() const {
+    std::vector<std::string> files;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(m_directory / "backbone")) {
+        if (!entry.is_directory()) {
+            files.push_back(entry.path().filename());
+        }
+    }
+    return files;
+}
+
+void MakeFile(const std::string& path, std::size_t size) {
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    static std::mt19937_64 random(1);
+    std::vector<std::uint64_t> words(size / sizeof(std::uint64_t) + 1);
+    std::generate(words.begin(), words.end(), std::ref(random));
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(words.data()), static_cast<std::streamsize>(size));
+}
+
+std::string FileBytes(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    EXPECT_TRUE(file.is_open()) << path;
+    std::ostringstream bytes;
+    bytes << file.rdbuf();
+    return bytes.str();
+}
