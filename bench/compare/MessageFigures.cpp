@@ -1,0 +1,196 @@
+#include <sched.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "Channel.h"
+#include "Child.h"
+#include "Figures.h"
+#include "RunDirectory.h"
+
+namespace {
+
+/// What both ends of a channel are told.
+struct Pairing {
+    std::string kind;
+    std::size_t size = 64;
+    std::size_t count = 0;
+    int serverProcessor = -1;
+    int clientProcessor = -1;
+    int identifier = -1;
+};
+
+std::vector<std::string> Options(const Pairing& pairing, const std::string& directory,
+                                 const std::string& self, const std::string& peer, int processor) {
+    return {"--kind",       pairing.kind,
+            "--directory",  directory,
+            "--self",       self,
+            "--peer",       peer,
+            "--size",       std::to_string(pairing.size),
+            "--count",      std::to_string(pairing.count),
+            "--processor",  std::to_string(processor),
+            "--identifier", std::to_string(pairing.identifier)};
+}
+
+/// Runs the two roles against each other and gives the client's figures.
+Figures RunPair(const std::string& serverRole, const std::string& clientRole, const Pairing& pairing) {
+    const BackboneRun run;
+    Child server =
+        Child::InRole(serverRole, Options(pairing, run.Path(), "server", "client", pairing.serverProcessor));
+    Child client =
+        Child::InRole(clientRole, Options(pairing, run.Path(), "client", "server", pairing.clientProcessor));
+    const Figures figures = client.Finish();
+    server.Finish();
+    return figures;
+}
+
+/// The processors this program may use.
+std::vector<int> Processors() {
+    cpu_set_t allowed;
+    CPU_ZERO(&allowed);
+    sched_getaffinity(0, sizeof allowed, &allowed);
+    std::vector<int> processors;
+    for (int processor = 0; processor < CPU_SETSIZE; ++processor) {
+        if (CPU_ISSET(static_cast<std::size_t>(processor), &allowed)) {
+            processors.push_back(processor);
+        }
+    }
+    return processors;
+}
+
+double OneWaySeconds(const Pairing& pairing) {
+    return RunPair("sink", "source", pairing).at("seconds");
+}
+
+double MegabytesPerSecond(const Pairing& pairing) {
+    return static_cast<double>(pairing.size * pairing.count) / 1e6 / OneWaySeconds(pairing);
+}
+
+std::string SizeName(std::size_t size) {
+    if (size >= 1024 * 1024) {
+        return std::to_string(size / (1024 * 1024)) + " MiB";
+    }
+    return size >= 1024 ? std::to_string(size / 1024) + " KiB" : std::to_string(size) + " B";
+}
+
+}  // namespace
+
+void RoundTrips(const Measurement& measurement) {
+    const std::vector<int> processors = Processors();
+    for (const std::string& kind : Channel::Kinds()) {
+        Pairing pairing{kind};
+        pairing.count = measurement.Count(20000);
+        pairing.serverProcessor = processors.front();
+        if (processors.size() > 1) {
+            pairing.clientProcessor = processors[1];
+            measurement.results.Add("round trip of 64 bytes, two processors", "us", kind,
+                                    RunPair("pong", "ping", pairing).at("median") / 1000);
+        }
+        pairing.clientProcessor = processors.front();
+        measurement.results.Add("round trip of 64 bytes, one processor", "us", kind,
+                                RunPair("pong", "ping", pairing).at("median") / 1000);
+    }
+}
+
+void RoundTripsBesideBusyProcesses(const Measurement& measurement) {
+    const Child busy[] = {Child::InRole("spin", {}), Child::InRole("spin", {})};
+    for (const std::string& kind : Channel::Kinds()) {
+        Pairing pairing{kind};
+        pairing.count = measurement.Count(4000);
+        const Figures figures = RunPair("pong", "ping", pairing);
+        measurement.results.Add("round trip of 64 bytes beside two busy processes, 99th percentile", "us",
+                                kind, figures.at("percentile99") / 1000);
+        measurement.results.Add("round trip of 64 bytes beside two busy processes, median", "us", kind,
+                                figures.at("median") / 1000);
+    }
+}
+
+void Rates(const Measurement& measurement) {
+    for (const std::string& kind : Channel::Kinds()) {
+        Pairing pairing{kind};
+        pairing.count = measurement.Count(400000);
+        measurement.results.Add("messages of 64 bytes, one way", "1/s", kind,
+                                static_cast<double>(pairing.count) / OneWaySeconds(pairing));
+    }
+}
+
+void BulkRates(const Measurement& measurement) {
+    for (const std::string& kind : Channel::Kinds()) {
+        Pairing pairing{kind, 65536};
+        pairing.count = measurement.Count(20000);
+        measurement.results.Add("messages of 64 KiB, one way", "MB/s", kind, MegabytesPerSecond(pairing));
+    }
+}
+
+void MessageSizes(const Measurement& measurement) {
+    constexpr std::size_t kBytes = std::size_t{512} * 1024 * 1024;
+    constexpr std::size_t kMessages = 100000;
+    for (const std::size_t size :
+         {64UL, 1024UL, 16384UL, 65536UL, 262144UL, 1048576UL, 16777216UL, 268435456UL}) {
+        Pairing pairing{"zyl", size};
+        pairing.count = measurement.Count(std::min(kMessages, kBytes / size));
+        const double seconds = OneWaySeconds(pairing);
+        const auto count = static_cast<double>(pairing.count);
+        measurement.results.Add("one message by its size, one way", "us", SizeName(size),
+                                seconds * 1e6 / count);
+        measurement.results.Add("throughput by the size of the messages", "MB/s", SizeName(size),
+                                static_cast<double>(size) * count / 1e6 / seconds);
+    }
+}
+
+void IdentifierLengths(const Measurement& measurement) {
+    constexpr int kRuns = 3;  // the best of them: a difference between lengths must not be another process
+    double least = 0;
+    double most = 0;
+    for (int length = 0; length < 64; ++length) {
+        Pairing pairing{"zyl record", 65536};
+        pairing.count = measurement.Count(1000);
+        pairing.identifier = length;
+        double rate = 0;
+        for (int run = 0; run < kRuns; ++run) {
+            rate = std::max(rate, MegabytesPerSecond(pairing));
+        }
+        least = length == 0 ? rate : std::min(least, rate);
+        most = std::max(most, rate);
+    }
+    const std::string figure = "chunks of 64 KiB, identifiers of 0 to 63 bytes";
+    measurement.results.Add(figure, "MB/s", "slowest length", least);
+    measurement.results.Add(figure, "MB/s", "fastest length", most);
+}
+
+void ApplicationCounts(const Measurement& measurement) {
+    for (const std::size_t applications : {2U, 20U, 100U, 200U}) {
+        const BackboneRun run;
+        const std::size_t members = applications - 1;
+        const std::string rounds = std::to_string(measurement.Count(20000) / members + 1);
+        std::vector<Child> children;
+        for (std::size_t member = 0; member < members; ++member) {
+            children.push_back(Child::InRole("member", {"--self", "member-" + std::to_string(member),
+                                                        "--size", "64", "--rounds", rounds}));
+        }
+        Child hub =
+            Child::InRole("hub", {"--size", "64", "--count", std::to_string(members), "--rounds", rounds});
+        const Figures figures = hub.Finish();
+        for (Child& child : children) {
+            child.Finish();
+        }
+        const std::string contender = std::to_string(applications) + " applications";
+        measurement.results.Add("round trip of 64 bytes with each application in turn", "us", contender,
+                                figures.at("mean") / 1000);
+        measurement.results.Add("peak memory of the one linked to all", "MiB", contender,
+                                figures.at("peak") / 1024);
+    }
+}
+
+void IdleWaiter(const Measurement& measurement) {
+    const BackboneRun run;
+    Child one = Child::InRole("idle", {"--self", "one", "--peer", "other"});
+    Child other = Child::InRole("idle", {"--self", "other", "--peer", "one"});
+    const Figures figures = one.Finish();
+    other.Finish();
+    measurement.results.Add("processor time of an idle waiter in a second", "us", "zyl",
+                            figures.at("processor"));
+    measurement.results.Add("sleeps of an idle waiter in a second", "number", "zyl", figures.at("sleeps"));
+}

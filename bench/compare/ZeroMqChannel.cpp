@@ -1,0 +1,89 @@
+#include <unistd.h>
+#include <zmq.h>
+
+#include <cerrno>
+#include <stdexcept>
+
+#include "Channel.h"
+
+namespace {
+
+void Check(bool done, const char* what) {
+    if (!done) {
+        throw std::runtime_error(std::string("ZeroMQ ") + what + ": " + zmq_strerror(errno));
+    }
+}
+
+/// A socket of its own context, with the options it comes with.
+class ZeroMqChannel : public Channel {
+  public:
+    ZeroMqChannel(const Setup& setup, int type)
+        : m_context(zmq_ctx_new()), m_socket(zmq_socket(m_context, type)), m_buffer(setup.size) {}
+    ~ZeroMqChannel() override {
+        zmq_close(m_socket);
+        zmq_ctx_term(m_context);
+    }
+
+  protected:
+    void Meet(const Setup& setup) {
+        const std::string address = "ipc://" + setup.directory + "/zeromq";
+        Check((setup.serves ? zmq_bind : zmq_connect)(m_socket, address.c_str()) == 0, "address");
+    }
+    void ReceiveFrame() { Check(zmq_recv(m_socket, m_buffer.data(), m_buffer.size(), 0) >= 0, "receive"); }
+
+    void* m_context;
+    void* m_socket;
+    std::vector<char> m_buffer;
+};
+
+class Pair final : public ZeroMqChannel {
+  public:
+    explicit Pair(const Setup& setup) : ZeroMqChannel(setup, ZMQ_PAIR) { Meet(setup); }
+    void Send(const std::vector<char>& message) override {
+        Check(zmq_send(m_socket, message.data(), message.size(), 0) >= 0, "send");
+    }
+    void Receive(std::size_t count, const std::function<void()>& each) override {
+        for (; count > 0; --count) {
+            ReceiveFrame();
+            each();
+        }
+    }
+};
+
+/// Named ends: each message carries the name of the one it is for, and comes with the sender's.
+class Router final : public ZeroMqChannel {
+  public:
+    explicit Router(const Setup& setup) : ZeroMqChannel(setup, ZMQ_ROUTER), m_peer(setup.peer) {
+        const int mandatory = 1;  // a name that is not there yet is an error, not a loss
+        zmq_setsockopt(m_socket, ZMQ_ROUTER_MANDATORY, &mandatory, sizeof mandatory);
+        zmq_setsockopt(m_socket, ZMQ_ROUTING_ID, setup.self.data(), setup.self.size());
+        Meet(setup);
+    }
+    void Send(const std::vector<char>& message) override {
+        while (zmq_send(m_socket, m_peer.data(), m_peer.size(), ZMQ_SNDMORE) < 0) {
+            Check(errno == EHOSTUNREACH, "send");
+            usleep(1000);  // the other end is starting
+        }
+        Check(zmq_send(m_socket, message.data(), message.size(), 0) >= 0, "send");
+    }
+    void Receive(std::size_t count, const std::function<void()>& each) override {
+        for (; count > 0; --count) {
+            ReceiveFrame();  // the sender's name
+            ReceiveFrame();
+            each();
+        }
+    }
+
+  private:
+    std::string m_peer;
+};
+
+}  // namespace
+
+std::unique_ptr<Channel> OpenZeroMqPair(const Channel::Setup& setup) {
+    return std::make_unique<Pair>(setup);
+}
+
+std::unique_ptr<Channel> OpenZeroMqRouter(const Channel::Setup& setup) {
+    return std::make_unique<Router>(setup);
+}

@@ -1,0 +1,109 @@
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <fstream>
+#include <iostream>
+#include <string>
+
+#include "Channel.h"
+#include "Figures.h"
+#include "Roles.h"
+
+/// Measures this project beside its peers: every figure in every round, the contenders one after the other
+/// within it, each with fresh processes. Prints a table, and writes JSON where it is asked to.
+
+namespace {
+
+struct Figure {
+    const char* name;
+    void (*measure)(const Measurement&);
+};
+
+const Figure kFigures[] = {
+    {"round-trip", RoundTrips},
+    {"busy", RoundTripsBesideBusyProcesses},
+    {"rate", Rates},
+    {"bulk", BulkRates},
+    {"file", FileCopies},
+    {"memory", PeakMemory},
+    {"record", Records},
+    {"dispatch", Dispatch},
+    {"tree", TreeMapCopies},
+    {"idle", IdleWaiter},
+    {"sizes", MessageSizes},
+    {"identifiers", IdentifierLengths},
+    {"applications", ApplicationCounts},
+};
+
+struct Options {
+    std::vector<std::string> only;
+    std::string json;
+    int rounds = 5;
+    bool quick = false;
+    std::string disk = "/var/tmp";
+    std::string memory = "/dev/shm";
+};
+
+bool Wanted(const Options& options, const std::string& name) {
+    return options.only.empty() ||
+           std::find(options.only.begin(), options.only.end(), name) != options.only.end();
+}
+
+void Compare(const Options& options) {
+    for (const std::string& kind : Channel::MissingKinds()) {
+        std::cerr << kind << " was not installed when this program was built; it is left out\n";
+    }
+    Results results;
+    const Measurement measurement{results, options.quick, options.disk, options.memory};
+    for (int round = 1; round <= options.rounds; ++round) {
+        for (const Figure& figure : kFigures) {
+            if (Wanted(options, figure.name)) {
+                std::cerr << "round " << round << ": " << figure.name << '\n';
+                figure.measure(measurement);
+            }
+        }
+    }
+    std::cout << "Medians of " << options.rounds
+              << " rounds; a ratio is the first line's value divided by that line's.\n";
+    results.PrintTable(std::cout);
+    if (!options.json.empty()) {
+        std::ofstream json(options.json);
+        results.WriteJson(json);
+        if (!json.flush()) {
+            throw std::runtime_error("cannot write " + options.json);
+        }
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App program("Measures typed messages and file transfers beside other ways to move the same bytes.");
+    Options options;
+    std::vector<std::string> names;
+    for (const Figure& figure : kFigures) {
+        names.emplace_back(figure.name);
+    }
+    program.add_option("--only", options.only, "Only these figures")->check(CLI::IsMember(names));
+    program.add_option("--json", options.json, "Also write the figures into this file");
+    program.add_option("--rounds", options.rounds, "How often everything is measured")
+        ->check(CLI::Range(1, 1000))
+        ->capture_default_str();
+    program.add_flag("--quick", options.quick, "Smaller counts and files: a trial run");
+    program.add_option("--disk", options.disk, "Directory on a disk, for the file copies")
+        ->capture_default_str();
+    program.add_option("--memory", options.memory, "Directory on a memory file system")
+        ->capture_default_str();
+    AddRoles(program);
+    try {
+        program.parse(argc, argv);
+        if (program.get_subcommands().empty()) {
+            Compare(options);
+        }
+    } catch (const CLI::ParseError& error) {
+        return program.exit(error);
+    } catch (const std::exception& error) {
+        std::cerr << "compare: " << error.what() << '\n';
+        return 1;
+    }
+    return 0;
+}
