@@ -76,6 +76,25 @@ class ZYLMSGMODULES_EXPORT ZYLMsgFileTransfer {
     /// Lets the next message and the next wait use another communicator.
     int SetCommunicatorId(int communicatorId);
 
+    /// Restricts what other applications may have read or written here to files in `count` directories and
+    /// below them. Without this call any file that this process may open is theirs to name.
+    ///
+    /// Confined are the requests that come in: the files that a ReceiveFile of another application wants read
+    /// here, and those that its SendFile and ISendFile want written here. The files that this application
+    /// names itself, in whichever operation, are not.
+    ///
+    /// A request's path, formed as ever, must begin with one of the directories as they are named here (a
+    /// relative one is taken from the current directory, at this call), and must not lead out of it through
+    /// symbolic links; links that stay inside are followed. ZYLBasFileOps::OpenBeneath resolves it without
+    /// a race. The directories are found once, at this call, through links as well.
+    ///
+    /// A request whose file cannot be opened under these rules, for whatever reason, leaves one line at level
+    /// 1; the transfer runs on as for any file that cannot be opened.
+    ///
+    /// A further call replaces the directories; none refuses every request. Nothing lifts the confinement.
+    /// Returns 0, or -1 when a directory cannot be opened: one line at level 1 names it, and the others hold.
+    int SetAllowedRoots(const char* const* directories, int count);
+
   private:
     // The handler calls the private operations for the messages that come in.
     friend class ZYLMsgFileTransferHandler;
@@ -87,7 +106,6 @@ class ZYLMSGMODULES_EXPORT ZYLMsgFileTransfer {
     int Send(const char* sourceApplication, const char* sourceBaseDir, const char* sourceJobDir,
              const char* sourceFileName, const char* targetApplication, const char* targetBaseDir,
              const char* targetJobDir, const char* targetFileName);
-    // Keeps the descriptor also when it is negative: such a file is neither read, written nor closed.
     int OpenFile(const char* applicationId, const char* fileName, bool isSender);
     int ReadChunk();
     int SendChunk(const char* targetApplication);
@@ -104,6 +122,19 @@ class ZYLMSGMODULES_EXPORT ZYLMsgFileTransfer {
     int ReceiveISendCompletion(const char* sourceApplication);
     int SendReceiveCompletion(const char* applicationId);
     int ReceiveReceiveCompletion();
+
+    // Opens the file that another application has named.
+    int OpenRequestedFile(const char* applicationId, const char* fileName, bool isSender);
+    // A descriptor beneath the innermost allowed directory that the file's name begins with, or -1 with errno
+    // set, to EXDEV where there is none.
+    int OpenInAllowedRoot(const char* fileName, int flags);
+    // Keeps the descriptor also when it is negative: such a file is neither read, written nor closed.
+    int KeepFile(const char* applicationId, const char* fileName, bool isSender, int fileId);
+    using Opener = int (ZYLMsgFileTransfer::*)(const char*, const char*, bool);
+    int SendContent(Opener open, const char* sourceApplication, const char* sourceBaseDir,
+                    const char* sourceJobDir, const char* sourceFileName, const char* targetApplication,
+                    const char* targetBaseDir, const char* targetJobDir, const char* targetFileName);
+    void CloseAllowedRoots();
 
     // A file being received of which no failed write was reported yet.
     struct UnreportedFile {
@@ -127,6 +158,8 @@ class ZYLMSGMODULES_EXPORT ZYLMsgFileTransfer {
     FILE* m_logStream;
     int m_verbosity;
     ZYLBasMap<ZYLString, UnreportedFile> m_unreportedFileMap;  // by source application
+    bool m_isConfined = false;
+    ZYLBasMap<ZYLString, int> m_allowedRoots;  // absolute name to descriptor
 };
 
 #endif

@@ -2,7 +2,9 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <string>
@@ -15,6 +17,9 @@ constexpr int kReadWrite = 0x0002;
 constexpr int kCreate = 0x0100;
 constexpr int kTruncate = 0x0200;
 constexpr int kBinary = 0x8000;
+
+/// How often a path is resolved anew when somebody renames directories on it meanwhile.
+constexpr int kResolveAttempts = 100;
 
 bool AreValid(int flags) {
     const bool isKnown = (flags & ~(kReadWrite | kCreate | kTruncate | kBinary)) == 0;
@@ -40,6 +45,19 @@ int Refusal(int descriptor) {
     return S_ISDIR(status.st_mode) ? EISDIR : ENOTSUP;
 }
 
+/// The descriptor, or -1 with errno set when it is none or one of something else than a regular file.
+int OnlyRegular(int descriptor) {
+    if (descriptor < 0) {
+        return -1;
+    }
+    if (const int refusal = Refusal(descriptor)) {
+        ::close(descriptor);
+        errno = refusal;
+        return -1;
+    }
+    return descriptor;
+}
+
 }  // namespace
 
 FILE* ZYLBasFileOps::Fopen(const ZYLString& path, const char* mode) {
@@ -52,15 +70,30 @@ int ZYLBasFileOps::Open(const char* path, int flags, int permissions) {
         errno = EINVAL;
         return -1;
     }
-    const int descriptor =
-        RetryInterrupted([&] { return ::open(path, HostFlags(flags), static_cast<mode_t>(permissions)); });
-    if (descriptor < 0) {
+    return OnlyRegular(
+        RetryInterrupted([&] { return ::open(path, HostFlags(flags), static_cast<mode_t>(permissions)); }));
+}
+
+int ZYLBasFileOps::OpenDirectory(const char* path) {
+    return RetryInterrupted([&] { return ::open(path, O_PATH | O_DIRECTORY | O_CLOEXEC); });
+}
+
+int ZYLBasFileOps::OpenBeneath(int directory, const char* path, int flags, int permissions) {
+    if (!AreValid(flags)) {
+        errno = EINVAL;
         return -1;
     }
-    if (const int refusal = Refusal(descriptor)) {
-        ::close(descriptor);
-        errno = refusal;
-        return -1;
+    open_how how{};
+    how.flags = static_cast<unsigned>(HostFlags(flags));
+    how.mode = (flags & kCreate) != 0 ? static_cast<unsigned>(permissions) : 0;
+    how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS;
+    int descriptor = -1;
+    for (int attempt = 0; attempt < kResolveAttempts; ++attempt) {
+        descriptor = static_cast<int>(
+            RetryInterrupted([&] { return ::syscall(SYS_openat2, directory, path, &how, sizeof how); }));
+        if (descriptor >= 0 || errno != EAGAIN) {
+            break;
+        }
     }
-    return descriptor;
+    return OnlyRegular(descriptor);
 }

@@ -30,6 +30,21 @@ class ZYLPLATFORM_EXPORT ZYLBasFileOps {
     /// Symbolic links are followed. A directory is refused with EISDIR; a FIFO, socket or device with
     /// ENOTSUP, and the call never blocks waiting for the other end of one.
     static int Open(const char* path, int flags, int permissions);
+
+    /// Returns a descriptor of the directory `path` for OpenBeneath, which the caller closes with _close, or
+    /// -1 with errno set. Symbolic links are followed; the descriptor stays with the directory that was
+    /// found, whatever happens to its name.
+    static int OpenDirectory(const char* path);
+
+    /// Opens like Open, with `path` relative to `directory`, and never anything outside of that directory:
+    /// an absolute path, and one that leaves the directory through ".." or a symbolic link, fails with
+    /// EXDEV; a link of the kernel's own that is no path (those in /proc/self/fd) with ELOOP. Symbolic links
+    /// that stay inside are followed. The system resolves the path and checks it in one step, so that nobody
+    /// can exchange a directory for a link in between; a path that is being changed all the time fails with
+    /// EAGAIN. Where the system cannot do so (Linux before 5.6) every call fails with ENOSYS.
+    ///
+    /// A hard link inside the directory is inside, and so is what is mounted there.
+    static int OpenBeneath(int directory, const char* path, int flags, int permissions);
 };
 
 #endif

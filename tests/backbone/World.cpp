@@ -39,7 +39,8 @@ void RecordMessage(const char* type, const void* buffer, int size) {
     if (me.onMessage) {
         me.onMessage(message);
     }
-    EXPECT_EQ(message.body, std::string_view(static_cast<const char*>(buffer), static_cast<std::size_t>(size)))
+    EXPECT_EQ(message.body,
+              std::string_view(static_cast<const char*>(buffer), static_cast<std::size_t>(size)))
         << "the bytes stay as they are until the handler returns";
     EXPECT_EQ(message.type, type);
 }

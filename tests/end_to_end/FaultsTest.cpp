@@ -352,7 +352,9 @@ class StoppedProcess : public Faults {
         Application me("sender", &losses,
                        new Texts([&](const std::string&, const std::string&) { isEnough = true; }));
         const std::string directory = m_directory.Path();
-        for (int n = 1; !isEnough; ++n) {
+        int n = 0;
+        while (!isEnough) {
+            ++n;
             for (const char* peer : {"receiver", "watcher"}) {
                 Application::Say(peer, std::to_string(n));
             }

@@ -73,7 +73,9 @@ class KilledPeer : public Soak {
         });
         Application me("sender", &losses);
         Tell("ready " + OwnPid());
-        for (int n = 1; isWatched; ++n) {
+        int n = 0;
+        while (isWatched) {
+            ++n;
             Application::Say("receiver", std::to_string(n));
             const std::string file = Source(n);
             const std::string copy = std::to_string(n);

@@ -4,10 +4,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <thread>
 
@@ -134,6 +136,115 @@ TEST(FileOpsTest, RefusedOpensSetErrno) {
         EXPECT_EQ(errno, c.error) << c.path << " " << c.flags;
     }
     EXPECT_FALSE(std::filesystem::exists(directory / "missing"));
+}
+
+std::string ReadAndClose(int file) {
+    std::string bytes(100, ' ');
+    bytes.resize(static_cast<std::size_t>(_read(file, bytes.data(), 100)));
+    _close(file);
+    return bytes;
+}
+
+void WriteFile(const std::string& path, const std::string& bytes) {
+    std::ofstream(path) << bytes;
+}
+
+/// A directory "root" to stay in, held open as m_root, beside a directory "outside". Each has a file "f" that
+/// holds the directory's name.
+class FilesBeneath : public testing::Test {
+  protected:
+    FilesBeneath() {
+        for (const std::string name : {"root", "outside"}) {
+            std::filesystem::create_directory(m_directory / name);
+            WriteFile(m_directory / name + "/f", name);
+        }
+        m_root = ZYLBasFileOps::OpenDirectory((m_directory / "root").c_str());
+    }
+    ~FilesBeneath() override { _close(m_root); }
+
+    TemporaryDirectory m_directory;
+    int m_root;
+};
+
+TEST_F(FilesBeneath, NoPathLeadsOutOfTheDirectory) {
+    const std::string root = m_directory / "root/";
+    std::filesystem::create_directory(root + "deep");
+    std::filesystem::create_symlink("../f", root + "deep/inner");
+    std::filesystem::create_symlink("../../outside", root + "deep/outer");
+    std::filesystem::create_symlink("../outside/f", root + "file");
+    std::filesystem::create_symlink("../outside/new", root + "dangling");
+    std::filesystem::create_symlink(root + "f", root + "absolute");
+    std::filesystem::create_symlink("loop", root + "loop");
+    const struct {
+        std::string path;
+        int error;
+    } cases[] = {
+        {"f", 0},
+        {"deep/inner", 0},
+        {"deep/../f", 0},
+        {"deep/outer/f", EXDEV},
+        {"deep/outer/../root/f", EXDEV},
+        {"file", EXDEV},
+        {"dangling", EXDEV},
+        {"absolute", EXDEV},
+        {"../outside/f", EXDEV},
+        {"..", EXDEV},
+        {root + "f", EXDEV},
+        {"loop", ELOOP},
+        {".", EISDIR},
+        {"", ENOENT},
+        {"missing/f", ENOENT},
+    };
+    for (const int flags : {kRead, 0x8102}) {
+        for (const auto& [path, error] : cases) {
+            errno = 0;
+            const int file = ZYLBasFileOps::OpenBeneath(m_root, path.c_str(), flags, 0640);
+            EXPECT_EQ(errno, error) << path;
+            if (error == 0) {
+                EXPECT_EQ(ReadAndClose(file), "root") << path;
+            } else {
+                EXPECT_EQ(file, -1) << path;
+            }
+        }
+    }
+    EXPECT_FALSE(std::filesystem::exists(m_directory / "outside/new"));
+    const int self = ZYLBasFileOps::OpenDirectory("/proc/self");
+    EXPECT_EQ(ZYLBasFileOps::OpenBeneath(self, "cwd/f", kRead, 0), -1);
+    EXPECT_EQ(errno, ELOOP);
+    EXPECT_EQ(ZYLBasFileOps::OpenBeneath(self, "comm", 1 << 30, 0), -1);
+    EXPECT_EQ(errno, EINVAL);
+    _close(self);
+}
+
+TEST_F(FilesBeneath, NothingOutsideIsOpenedWhileADirectoryIsExchangedForALink) {
+    const std::string directory = m_directory / "root/d";
+    const std::string link = m_directory / "root/l";
+    std::filesystem::create_directory(directory);
+    WriteFile(directory + "/f", "root");
+    std::filesystem::create_symlink("../outside", link);
+    std::atomic<bool> done = false;
+    std::thread exchanger([&] {
+        while (!done) {
+            renameat2(AT_FDCWD, directory.c_str(), AT_FDCWD, link.c_str(), RENAME_EXCHANGE);
+        }
+    });
+    int inside = 0;
+    int refused = 0;
+    for (int attempt = 0; attempt < 5000 || (inside * refused == 0 && attempt < 100000); ++attempt) {
+        const int file = ZYLBasFileOps::OpenBeneath(m_root, "d/f", attempt % 2 == 0 ? kRead : kWrite, 0640);
+        if (file < 0) {
+            EXPECT_TRUE(errno == EXDEV || errno == EAGAIN) << errno;
+            ++refused;
+        } else {
+            _write(file, "root", 4);
+            lseek(file, 0, SEEK_SET);
+            EXPECT_EQ(ReadAndClose(file), "root");
+            ++inside;
+        }
+    }
+    done = true;
+    exchanger.join();
+    EXPECT_EQ(ReadAndClose(ZYLBasFileOps::Open((m_directory / "outside/f").c_str(), kRead, 0)), "outside");
 }
 
 TEST(CRuntimeTest, WriteBeyondAFileLimitGivesTheBytesWrittenThenFails) {

@@ -48,6 +48,21 @@ TEST(ZYLStringTest, NullTextGivesTheEmptyStringWhichNeverReturnsNull) {
     EXPECT_EQ(empty, "x");
 }
 
+TEST(ZYLStringTest, AssignedBytesEndBeforeTheFirstNulAndMayBeTheStringsOwn) {
+    ZYLString string = Text("old");
+    const ZYLString copy = string;
+    string.AssignUTF8("ab\0cd", 5);
+    EXPECT_EQ(string, "ab");
+    EXPECT_EQ(string.GetLengthInByte(), 2);
+    EXPECT_EQ(copy, "old");
+    string.AssignUTF8(string.GetUTF8() + 1, 1);
+    EXPECT_EQ(string, "b");
+    string.AssignUTF8("\0x", 2);
+    EXPECT_TRUE(string.IsEmpty());
+    string.AssignUTF8(nullptr, 0);
+    EXPECT_EQ(string, Text(""));
+}
+
 TEST(ZYLStringTest, ConvertToUTF8WritesTheTerminatingZeroAndNothingBeyond) {
     std::array<char, 6> buffer{'?', '?', '?', '?', '?', '?'};
     std::size_t length = 99;

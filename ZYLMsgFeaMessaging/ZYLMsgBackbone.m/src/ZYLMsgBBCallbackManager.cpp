@@ -5,9 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <functional>
 #include <memory>
-#include <string>
 #include <string_view>
 #include <unordered_map>
 
@@ -33,15 +31,9 @@ struct Route {
     ZYLMsgBBMessageHandler* handler;
 };
 
-/// Hashes a name given in any form, so that a search needs no string object.
-struct NameHash {
-    using is_transparent = void;
-    std::size_t operator()(std::string_view name) const { return std::hash<std::string_view>()(name); }
-};
-
-/// Where the messages that have come went, by type: found in the same time however many types there are. A
-/// registered type keeps its prototype and handler until all of them go.
-std::unordered_map<std::string, Route, NameHash, std::equal_to<>> g_routes;
+/// Where the messages that have come went, by the prototype's own type name: found in the same time however
+/// many types there are. A registered type keeps its prototype and handler until all of them go.
+std::unordered_map<std::string_view, Route> g_routes;
 
 template <class T>
 void DeleteAll(cow_Btree<cow_String, T*>& registry) {
@@ -83,15 +75,16 @@ ZYLMsgBBMessageHandler* ZYLMsgBBCallbackManager::GetHandler(const char* typeName
 }
 
 void ZYLMsgBBCallbackManager::HandleMessage(const char* typeName, const void* buffer, int size) {
-    auto known = g_routes.find(std::string_view(typeName));
+    auto known = g_routes.find(typeName);
     if (known == g_routes.end()) {
         const cow_String type(typeName);
         ZYL_ASSERT(m_protos.IsMember(type));
         ZYL_ASSERT(m_handlers.IsMember(type));
-        known = g_routes.emplace(typeName, Route{m_protos.ConstGet(type), m_handlers.ConstGet(type)}).first;
+        ZYLMsgBBMessage* const proto = m_protos.ConstGet(type);
+        ZYL_ASSERT(proto != NULL);
+        known = g_routes.emplace(proto->Type(), Route{proto, m_handlers.ConstGet(type)}).first;
     }
     const auto [proto, handler] = known->second;
-    ZYL_ASSERT(proto != NULL);
     const std::unique_ptr<ZYLMsgBBMessage> msg(proto->Clone());
     ZYLMsgWireReader envelope(buffer, size);
     const int idLength = envelope.ReadInt("identifier length");

@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstring>
+#include <string_view>
 
 #include "ZYLBasFileOps.h"
 #include "ZYLCRuntime.h"
@@ -22,6 +23,16 @@ constexpr const char* kSourceFile = "ZYLMsgFeaMessaging/ZYLMsgUtils.m/src/ZYLMsg
 constexpr int kReadBinary = 0x8000;
 constexpr int kReadWriteCreateTruncateBinary = 0x8302;
 constexpr int kOwnerReadsAndWritesGroupReads = 0x1A0;
+
+int FlagsFor(bool isSender) {
+    return isSender ? kReadBinary : kReadWriteCreateTruncateBinary;
+}
+
+// Of two absolute normal names.
+bool IsInDirectory(std::string_view path, std::string_view directory) {
+    return path.starts_with(directory) &&
+           (path.size() == directory.size() || directory.ends_with('/') || path[directory.size()] == '/');
+}
 
 ZYLString Text(const char* utf8) {
     return ZYLString::BuildFromUTF8(utf8);
@@ -66,6 +77,7 @@ ZYLMsgFileTransfer::ZYLMsgFileTransfer(int communicatorId, FILE* logStream, int 
 
 ZYLMsgFileTransfer::~ZYLMsgFileTransfer() {
     ZYL_ASSERT(m_contentMsg != NULL);
+    CloseAllowedRoots();
     mem_Free(const_cast<void*>(m_contentMsg->Data().m_chunk));
     delete m_contentMsg;
     m_contentMsg = nullptr;
@@ -75,6 +87,31 @@ ZYLMsgFileTransfer::~ZYLMsgFileTransfer() {
 int ZYLMsgFileTransfer::SetCommunicatorId(int communicatorId) {
     m_communicatorId = communicatorId;
     return 0;
+}
+
+int ZYLMsgFileTransfer::SetAllowedRoots(const char* const* directories, int count) {
+    CloseAllowedRoots();
+    m_isConfined = true;
+    int result = 0;
+    for (int index = 0; index < count; ++index) {
+        const ZYLString path = FormPath(directories[index], "", "");
+        const int directory = ZYLBasFileOps::OpenDirectory(path.GetUTF8());
+        if (directory < 0) {
+            Log(1, "ZYLMsgFileTransfer: cannot allow directory %s: %s\n", path.GetUTF8(), strerror(errno));
+            Flush(1);
+            result = -1;
+        } else if (!m_allowedRoots.insert({path, directory}).second) {
+            _close(directory);
+        }
+    }
+    return result;
+}
+
+void ZYLMsgFileTransfer::CloseAllowedRoots() {
+    for (auto itr = m_allowedRoots.begin(); itr != m_allowedRoots.end(); ++itr) {
+        _close(itr->second);
+    }
+    m_allowedRoots = {};
 }
 
 int ZYLMsgFileTransfer::SendFile(const char* sourceApplication, const char* sourceBaseDir,
@@ -134,15 +171,22 @@ int ZYLMsgFileTransfer::SendNotifyAndContent(const char* sourceApplication, cons
     SetNames(request.Data(), sourceApplication, sourceBaseDir, sourceJobDir, sourceFileName,
              targetApplication, targetBaseDir, targetJobDir, targetFileName);
     ZYLMsgBBAPI::SendRequest(m_communicatorId, targetApplication, request);
-    Send(sourceApplication, sourceBaseDir, sourceJobDir, sourceFileName, targetApplication, targetBaseDir,
-         targetJobDir, targetFileName);
-    return 0;
+    return SendContent(&ZYLMsgFileTransfer::OpenFile, sourceApplication, sourceBaseDir, sourceJobDir,
+                       sourceFileName, targetApplication, targetBaseDir, targetJobDir, targetFileName);
 }
 
 int ZYLMsgFileTransfer::Send(const char* sourceApplication, const char* sourceBaseDir,
                              const char* sourceJobDir, const char* sourceFileName,
                              const char* targetApplication, const char* targetBaseDir,
                              const char* targetJobDir, const char* targetFileName) {
+    return SendContent(&ZYLMsgFileTransfer::OpenRequestedFile, sourceApplication, sourceBaseDir, sourceJobDir,
+                       sourceFileName, targetApplication, targetBaseDir, targetJobDir, targetFileName);
+}
+
+int ZYLMsgFileTransfer::SendContent(Opener open, const char* sourceApplication, const char* sourceBaseDir,
+                                    const char* sourceJobDir, const char* sourceFileName,
+                                    const char* targetApplication, const char* targetBaseDir,
+                                    const char* targetJobDir, const char* targetFileName) {
     ZYL_ASSERT(m_contentMsg != NULL);
     Log(1,
         "::Send from application %s\n"
@@ -156,7 +200,7 @@ int ZYLMsgFileTransfer::Send(const char* sourceApplication, const char* sourceBa
         Log(1, "ZYLMsgFileTransfer: Attempt to send a new file before completion of a previous one\n");
         Flush(1);
     }
-    OpenFile(sourceApplication, FormPath(sourceBaseDir, sourceJobDir, sourceFileName).GetUTF8(), true);
+    (this->*open)(sourceApplication, FormPath(sourceBaseDir, sourceJobDir, sourceFileName).GetUTF8(), true);
     for (ReadChunk(); m_contentMsg->Data().m_chunkSize > 0; ReadChunk()) {
         SendChunk(targetApplication);
     }
@@ -166,8 +210,48 @@ int ZYLMsgFileTransfer::Send(const char* sourceApplication, const char* sourceBa
 }
 
 int ZYLMsgFileTransfer::OpenFile(const char* applicationId, const char* fileName, bool isSender) {
-    const int fileId = ZYLBasFileOps::Open(fileName, isSender ? kReadBinary : kReadWriteCreateTruncateBinary,
-                                           kOwnerReadsAndWritesGroupReads);
+    return KeepFile(applicationId, fileName, isSender,
+                    ZYLBasFileOps::Open(fileName, FlagsFor(isSender), kOwnerReadsAndWritesGroupReads));
+}
+
+int ZYLMsgFileTransfer::OpenRequestedFile(const char* applicationId, const char* fileName, bool isSender) {
+    if (!m_isConfined) {
+        return OpenFile(applicationId, fileName, isSender);
+    }
+    const int fileId = OpenInAllowedRoot(fileName, FlagsFor(isSender));
+    const int openError = errno;
+    KeepFile(applicationId, fileName, isSender, fileId);
+    if (fileId < 0) {
+        Log(1, "ZYLMsgFileTransfer: refused to %s file %s as another application asks: %s\n",
+            isSender ? "read" : "write", fileName,
+            openError == EXDEV ? "it is not in an allowed directory" : strerror(openError));
+        Flush(1);
+        m_unreportedFileMap.erase(Text(applicationId));
+    }
+    return 0;
+}
+
+int ZYLMsgFileTransfer::OpenInAllowedRoot(const char* fileName, int flags) {
+    const std::string_view path = fileName;
+    int root = -1;
+    size_t rootSize = 0;
+    for (auto itr = m_allowedRoots.begin(); itr != m_allowedRoots.end(); ++itr) {
+        const std::string_view name = itr->first.GetUTF8();
+        if (name.size() > rootSize && IsInDirectory(path, name)) {
+            root = itr->second;
+            rootSize = name.size();
+        }
+    }
+    if (root < 0) {
+        errno = EXDEV;
+        return -1;
+    }
+    const size_t rest = path.find_first_not_of('/', rootSize);
+    return ZYLBasFileOps::OpenBeneath(root, rest == path.npos ? "." : fileName + rest, flags,
+                                      kOwnerReadsAndWritesGroupReads);
+}
+
+int ZYLMsgFileTransfer::KeepFile(const char* applicationId, const char* fileName, bool isSender, int fileId) {
     const int openError = fileId < 0 ? errno : 0;
     Log(4, "::OpenFile applicationId %s fileName %s isSender %d fileId %d\n", applicationId, fileName,
         isSender ? 1 : 0, fileId);
@@ -251,7 +335,8 @@ int ZYLMsgFileTransfer::Receive(const char* sourceApplication, const char* sourc
         sourceApplication, targetApplication, sourceFileName, targetFileName, sourceBaseDir, targetBaseDir,
         sourceJobDir, targetJobDir);
     Flush(1);
-    OpenFile(sourceApplication, FormPath(targetBaseDir, targetJobDir, targetFileName).GetUTF8(), false);
+    OpenRequestedFile(sourceApplication, FormPath(targetBaseDir, targetJobDir, targetFileName).GetUTF8(),
+                      false);
     Log(1, "opened file %s\n", targetFileName);
     Flush(1);
     return 0;
