@@ -15,17 +15,23 @@ struct Handler final : ZYLMsgBBMessageHandler {
     }
 };
 
-bool RegisterAll() {
-    for (const char selector : {'\0', '\1', '\2', '\3'}) {
-        ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(NewMessage(selector).release(), new Handler);
+/// All types, for as long as the object lives.
+class Registration {
+  public:
+    Registration() {
+        for (const char selector : {'\0', '\1', '\2', '\3'}) {
+            ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(NewMessage(selector).release(), new Handler);
+        }
     }
-    return true;
-}
+
+  private:
+    ZYLMsgBBCallbackManager m_emptiesTheRegistries;
+};
 
 }  // namespace
 
 void RunInput(std::string_view input) {
-    [[maybe_unused]] static const bool registered = RegisterAll();
+    static const Registration registered;
     if (input.empty()) {
         return;
     }

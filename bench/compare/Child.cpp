@@ -26,6 +26,7 @@ struct Pipe {
 
 Child::Child(const std::vector<std::string>& command) : m_name(command.front()) {
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (const std::string& argument : command) {
         arguments.push_back(const_cast<char*>(argument.c_str()));
     }

@@ -19,11 +19,11 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr std::uintmax_t kMebibyte = 1024 * 1024;
+constexpr std::uintmax_t kMebibyte = std::uintmax_t{1024} * 1024;
 
 /// A file whose bytes do not repeat within a block, so that nothing along the way can save the copying.
 std::string MakeFile(const std::string& directory, std::uintmax_t size) {
-    const std::string name = directory + "/file";
+    std::string name = directory + "/file";
     std::vector<std::uint64_t> block(kMebibyte / sizeof(std::uint64_t));
     std::uint64_t state = 88172645463325252U;
     std::ofstream file(name, std::ios::binary);

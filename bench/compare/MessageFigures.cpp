@@ -41,7 +41,7 @@ Figures RunPair(const std::string& serverRole, const std::string& clientRole, co
         Child::InRole(serverRole, Options(pairing, run.Path(), "server", "client", pairing.serverProcessor));
     Child client =
         Child::InRole(clientRole, Options(pairing, run.Path(), "client", "server", pairing.clientProcessor));
-    const Figures figures = client.Finish();
+    Figures figures = client.Finish();
     server.Finish();
     return figures;
 }
@@ -69,10 +69,12 @@ double MegabytesPerSecond(const Pairing& pairing) {
 }
 
 std::string SizeName(std::size_t size) {
-    if (size >= 1024 * 1024) {
-        return std::to_string(size / (1024 * 1024)) + " MiB";
+    constexpr std::size_t kKibibyte = 1024;
+    constexpr std::size_t kMebibyte = kKibibyte * kKibibyte;
+    if (size >= kMebibyte) {
+        return std::to_string(size / kMebibyte) + " MiB";
     }
-    return size >= 1024 ? std::to_string(size / 1024) + " KiB" : std::to_string(size) + " B";
+    return size >= kKibibyte ? std::to_string(size / kKibibyte) + " KiB" : std::to_string(size) + " B";
 }
 
 }  // namespace

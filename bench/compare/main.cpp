@@ -1,8 +1,11 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
 #include <exception>
 #include <fstream>
 #include <iostream>
 #include <string>
+#include <vector>
 
 #include "Channel.h"
 #include "Figures.h"
@@ -74,11 +77,7 @@ void Compare(const Options& options) {
     }
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    CLI::App program("Measures typed messages and file transfers beside other ways to move the same bytes.");
-    Options options;
+void AddOptions(CLI::App& program, Options& options) {
     std::vector<std::string> names;
     for (const Figure& figure : kFigures) {
         names.emplace_back(figure.name);
@@ -93,17 +92,27 @@ int main(int argc, char** argv) {
         ->capture_default_str();
     program.add_option("--memory", options.memory, "Directory on a memory file system")
         ->capture_default_str();
+}
+
+int Run(int argc, char** argv) {
+    CLI::App program("Measures typed messages and file transfers beside other ways to move the same bytes.");
+    Options options;
+    AddOptions(program, options);
     AddRoles(program);
-    try {
-        program.parse(argc, argv);
-        if (program.get_subcommands().empty()) {
-            Compare(options);
-        }
-    } catch (const CLI::ParseError& error) {
-        return program.exit(error);
-    } catch (const std::exception& error) {
-        std::cerr << "compare: " << error.what() << '\n';
-        return 1;
+    CLI11_PARSE(program, argc, argv);
+    if (program.get_subcommands().empty()) {
+        Compare(options);
     }
     return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return Run(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "compare: %s\n", error.what());
+        return 1;
+    }
 }

@@ -73,6 +73,7 @@ void DispatchTypesInTurn(benchmark::State& state) {
     const int types = static_cast<int>(state.range(0));
     const Registry registry(types);
     std::vector<std::string> names;
+    names.reserve(static_cast<std::size_t>(types));
     for (int number = 0; number < types; ++number) {
         names.push_back(EmptyMessage::Name(number));
     }
