@@ -7,9 +7,15 @@
 #include "Fuzz.h"
 #include "local/FrameReader.h"
 
-using namespace zyl::backbone::local;
-
 namespace {
+
+using zyl::backbone::local::BadFrame;
+using zyl::backbone::local::FrameKind;
+using zyl::backbone::local::FrameReader;
+using zyl::backbone::local::FrameView;
+using zyl::backbone::local::Greeting;
+using zyl::backbone::local::ReadGreeting;
+using zyl::backbone::local::ReadLaneFrame;
 
 std::string Read(const FrameView& frame) {
     std::string text = std::to_string(static_cast<int>(frame.kind)) + frame.type + '\0';

@@ -10,9 +10,19 @@
 #include "Fuzz.h"
 #include "local/Lane.h"
 
-using namespace zyl::backbone::local;
-
 namespace {
+
+using zyl::backbone::local::BadFrame;
+using zyl::backbone::local::FileDescriptor;
+using zyl::backbone::local::kLaneMemory;
+using zyl::backbone::local::kPageSize;
+using zyl::backbone::local::kRingSize;
+using zyl::backbone::local::LaneMessage;
+using zyl::backbone::local::LanePositions;
+using zyl::backbone::local::LaneReader;
+using zyl::backbone::local::LaneWriter;
+using zyl::backbone::local::MakeSharedMemory;
+using zyl::backbone::local::Mapping;
 
 /// Takes the numbers of a script; zeros when it is at its end.
 class Script {

@@ -17,7 +17,9 @@ bool IsFree(int port) {
 }  // namespace
 
 QORSocketConnector::QORSocketConnector(unsigned short port, int, int) : m_requestedPort(port) {}
-QORSocketConnector::~QORSocketConnector() = default;
+QORSocketConnector::~QORSocketConnector() {
+    m_port = kNoPort;
+}
 
 int QORSocketConnector::Declare(const char*) {
     if (m_requestedPort != 0 && !IsFree(m_requestedPort)) {

@@ -42,6 +42,7 @@ std::vector<std::string> Frames(const std::string& stream, const std::function<s
         }
     }
     std::vector<std::string> frames;
+    frames.reserve(views.size());
     for (const FrameView& view : views) {
         frames.push_back(std::to_string(static_cast<int>(view.kind)) + view.type + ":" +
                          std::string(view.body.data(), view.body.size()));

@@ -33,7 +33,6 @@ using ::testing::IsEmpty;
 using ::testing::SizeIs;
 using ::testing::StartsWith;
 using zyl::backbone::Clock;
-using zyl::backbone::MakeLocalTransport;
 using zyl::backbone::Settings;
 using zyl::backbone::local::AnnounceFrame;
 using zyl::backbone::local::FrameKind;
@@ -77,7 +76,7 @@ class DescriptorShortage {
         const int lowestFree = dup(STDIN_FILENO);
         close(lowestFree);
         rlimit limit = m_before;
-        limit.rlim_cur = static_cast<rlim_t>(lowestFree + spare);
+        limit.rlim_cur = static_cast<rlim_t>(lowestFree) + static_cast<rlim_t>(spare);
         setrlimit(RLIMIT_NOFILE, &limit);
     }
     ~DescriptorShortage() { End(); }
@@ -416,6 +415,31 @@ TEST_P(LocalLink, ReceiverOutOfDescriptorsSaysSoOnceAndLosesNothing) {
                  sent.Give();
              }});
     }
+}
+
+TEST_P(LocalLink, ReceiverShortOfDescriptorsHearsAllThatSentAndEnded) {
+    constexpr std::size_t kSenders = 12;
+    Signal there;
+    Signal sent;
+    std::vector<Role> roles = {[&](Participant& me) {
+        me.Receive("target");
+        const DescriptorShortage shortage(8);
+        for (std::size_t sender = 0; sender < kSenders; ++sender) {
+            there.Give();
+        }
+        for (std::size_t sender = 0; sender < kSenders; ++sender) {
+            sent.Await();
+        }
+        me.WaitUntil([&] { return me.received.size() == kSenders; });
+    }};
+    for (std::size_t sender = 0; sender < kSenders; ++sender) {
+        roles.push_back([&](Participant& me) {
+            there.Await();
+            me.Send("target", "t", "a word");
+            sent.Give();
+        });
+    }
+    m_world->Play(roles);
 }
 
 TEST_F(LocalTransport, StrangerCannotFillAProcessWithDescriptors) {

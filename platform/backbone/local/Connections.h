@@ -31,10 +31,11 @@ class Incoming final : public Watched {
     Incoming(LocalDomain& domain, FileDescriptor socket, int pid, int application);
 
     enum class Intake {
-        kFrame,  ///< `frame` holds the next one
-        kHeld,   ///< the next one is a message, and none is wanted
-        kEmpty,  ///< nothing more until Ready
-        kEnded   ///< nothing more at all
+        kFrame,    ///< `frame` holds the next one
+        kHeld,     ///< the next one is a message, and none is wanted
+        kStarved,  ///< there may be more, but this process has no descriptors for what may come with it
+        kEmpty,    ///< nothing more until Ready
+        kEnded     ///< nothing more at all
     };
     /// Takes the next frame; a message only if one is wanted. Throws BadFrame, also for a first frame that is
     /// no greeting and for a later one that is.
@@ -75,6 +76,8 @@ class Incoming final : public Watched {
     std::unique_ptr<LaneReader> m_lane;
     std::shared_ptr<PeerDoorbell> m_writersBell;
     bool m_greeted = false;
+    /// Whether it is clear that no lane will come any more: it is there, or messages come without one.
+    bool m_settled = false;
     bool m_drained = false;
     bool m_hangup = false;
     bool m_ended = false;

@@ -19,9 +19,9 @@ namespace {
 constexpr std::size_t kKeptFrame = std::size_t{1024} * 1024;
 
 /// With a lane: its memory, the opener's bell and the bell's page. With the answer: a bell and its page.
-constexpr std::size_t kLaneDescriptors = 3;
+constexpr int kLaneDescriptors = 3;
 constexpr std::size_t kBellDescriptors = 2;
-static_assert(kLaneDescriptors <= kMostDescriptors);
+static_assert(kLaneDescriptors == kMostDescriptors);
 
 /// A clock that costs next to nothing and moves every few milliseconds.
 long CoarseTime() {
@@ -53,7 +53,11 @@ Incoming::Intake Incoming::Take(std::optional<FrameView>& frame, bool wantsMessa
         frame = m_reader.Next();
         if (frame) {
             CheckOrder(frame->kind);
+            m_settled = m_settled || frame->kind == FrameKind::kMessage;
             return Intake::kFrame;
+        }
+        if (!m_settled && !m_drained && !m_ended && !CanOpen(kLaneDescriptors)) {
+            return Intake::kStarved;
         }
     } while (Receive());
     return m_ended ? Intake::kEnded : Intake::kEmpty;
@@ -71,7 +75,7 @@ bool Incoming::Receive() {
         // A read ends behind bytes that came with descriptors, whatever follows.
         m_drained = static_cast<std::size_t>(count) < room.size() && !m_hangup && m_descriptors.empty();
         m_reader.Received(static_cast<std::size_t>(count));
-        if (m_descriptors.size() > kLaneDescriptors) {
+        if (std::ssize(m_descriptors) > kMostDescriptors) {
             throw BadFrame("descriptors come that belong to no lane");
         }
         return true;
@@ -90,7 +94,7 @@ void Incoming::CheckOrder(FrameKind kind) {
 
 void Incoming::OpenLane(const FrameView& frame, const Doorbell& own) {
     const std::uint32_t ringSize = ReadLaneFrame(frame.body);
-    if (m_lane != nullptr || ringSize != kRingSize || m_descriptors.size() != kLaneDescriptors ||
+    if (m_lane != nullptr || ringSize != kRingSize || std::ssize(m_descriptors) != kMostDescriptors ||
         !IsSharedMemory(m_descriptors[0], kLaneMemory)) {
         throw BadFrame("a lane with a ring of " + std::to_string(ringSize) + " bytes and " +
                        std::to_string(m_descriptors.size()) + " descriptors cannot be opened");
@@ -102,6 +106,7 @@ void Incoming::OpenLane(const FrameView& frame, const Doorbell& own) {
     m_writersBell = std::make_shared<PeerDoorbell>(std::move(m_descriptors[1]), m_descriptors[2]);
     m_lane = std::make_unique<LaneReader>(std::move(mapping));
     m_descriptors.clear();
+    m_settled = true;
     const std::array<int, kBellDescriptors> answer{own.Bell(), own.PageFile()};
     SendWithDescriptors(m_socket.Get(), "b", answer);  // a failure shows as the end of the link
 }

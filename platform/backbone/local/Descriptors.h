@@ -13,7 +13,7 @@
 namespace zyl::backbone::local {
 
 /// No message of this library comes with more; of what a stranger sends the rest is closed by the kernel.
-constexpr std::size_t kMostDescriptors = 3;
+constexpr int kMostDescriptors = 3;
 
 /// Whether this process can open so many descriptors more.
 bool CanOpen(int count);

@@ -75,11 +75,14 @@ class LocalDomain final : public Domain {
     bool IsOwn(const std::string& name) const;
     bool EndedJustNow(int pid) const;
     void Accept();
+    void SayOutOfDescriptors(int application);
     bool AcceptOne(const Listener& listener);
     std::optional<Event> NextMessage(Take take);
     std::optional<Event> TakeReport();
     std::optional<Message> TakeFrom(Incoming& incoming, Take take);
     void Park(Incoming& incoming);
+    void Starve(Incoming& incoming);
+    void Feed();
     std::optional<Message> NextInLanes(Take take);
     std::optional<Message> TakeFromLane(Incoming& incoming, Take take);
     bool IsWanted(const Incoming& incoming, Take take) const;
@@ -106,6 +109,8 @@ class LocalDomain final : public Domain {
     /// Incoming links with something to read, and those that wait until their application gets a handler.
     std::deque<Incoming*> m_readable;
     std::deque<Incoming*> m_parked;
+    /// Incoming links that are not read while descriptors are short: one may come with more of them.
+    std::deque<Incoming*> m_starved;
     std::deque<Event> m_events;
     /// Incoming links with a lane; the next one to be looked into.
     std::vector<Incoming*> m_lanes;

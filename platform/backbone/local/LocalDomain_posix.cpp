@@ -23,7 +23,7 @@ constexpr std::chrono::seconds kDying{1};
 
 /// A link is accepted only when there is a place for all that comes with it: its socket, and a lane's
 /// descriptors.
-constexpr int kDescriptorsOfALink = 1 + static_cast<int>(kMostDescriptors);
+constexpr int kDescriptorsOfALink = 1 + kMostDescriptors;
 
 /// After this many messages in a row a look at the other links is due, so that a busy one hides none.
 constexpr int kMessagesBetweenLooks = 256;
@@ -191,8 +191,9 @@ bool LocalDomain::EndedJustNow(int pid) const {
 }
 
 bool LocalDomain::HasNews(Take take) const {
-    return !m_readable.empty() || !m_events.empty() || m_someEnding || (m_knocking && !m_outOfDescriptors) ||
-           (take == Take::kAll && !m_parked.empty()) || HasLaneNews(take);
+    return !m_readable.empty() || !m_events.empty() || (m_someEnding && m_starved.empty()) ||
+           (m_knocking && !m_outOfDescriptors) || (take == Take::kAll && !m_parked.empty()) ||
+           HasLaneNews(take);
 }
 
 bool LocalDomain::HasLaneNews(Take take) const {
@@ -231,7 +232,7 @@ bool LocalDomain::IsWanted(const Incoming& incoming, Take take) const {
 }
 
 std::optional<std::chrono::milliseconds> LocalDomain::LongestWait() const {
-    return m_outOfDescriptors ? std::optional(kDescriptorPause) : std::nullopt;
+    return m_outOfDescriptors || !m_starved.empty() ? std::optional(kDescriptorPause) : std::nullopt;
 }
 
 void LocalDomain::Readable(Incoming& incoming) {
@@ -273,6 +274,7 @@ std::optional<Event> LocalDomain::Next(Take take) {
     if (take == Take::kAll) {
         Unpark();
     }
+    Feed();
     if (std::optional<Event> message = NextMessage(take)) {
         return message;
     }
@@ -300,12 +302,12 @@ bool LocalDomain::AcceptOne(const Listener& listener) {
     }
     if (!socket.IsOpen()) {
         const bool exhausted = errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM;
-        if (exhausted && !m_outOfDescriptors) {
-            Report("cannot accept a link to application " + Quoted(listener.Name()) + ": " +
-                   std::generic_category().message(errno) + "; will try again");
+        if (exhausted) {
+            SayOutOfDescriptors(listener.Number());
+            m_knocking = true;
+        } else {
+            m_outOfDescriptors = !m_starved.empty();
         }
-        m_outOfDescriptors = exhausted;
-        m_knocking = m_knocking || exhausted;
         return errno == EINTR || errno == ECONNABORTED;
     }
     ucred peer{};
@@ -350,6 +352,29 @@ void LocalDomain::Park(Incoming& incoming) {
     }
 }
 
+/// What came with the link's next bytes would be lost: they wait until there are descriptors again.
+void LocalDomain::Starve(Incoming& incoming) {
+    SayOutOfDescriptors(incoming.Application());
+    incoming.queued = true;
+    m_starved.push_back(&incoming);
+}
+
+void LocalDomain::Feed() {
+    if (!m_starved.empty() && CanOpen(kMostDescriptors)) {
+        m_readable.insert(m_readable.end(), m_starved.begin(), m_starved.end());
+        m_starved.clear();
+        m_outOfDescriptors = false;
+    }
+}
+
+void LocalDomain::SayOutOfDescriptors(int application) {
+    if (!m_outOfDescriptors) {
+        Report("cannot accept a link to application " + Quoted(m_listeners.at(application)->Name()) + ": " +
+               std::generic_category().message(errno) + "; will try again");
+    }
+    m_outOfDescriptors = true;
+}
+
 void LocalDomain::Unpark() {
     m_readable.insert(m_readable.end(), m_parked.begin(), m_parked.end());
     m_parked.clear();
@@ -368,6 +393,9 @@ std::optional<Message> LocalDomain::TakeFrom(Incoming& incoming, Take take) {
             }
             if (intake == Incoming::Intake::kHeld) {
                 Park(incoming);
+            }
+            if (intake == Incoming::Intake::kStarved) {
+                Starve(incoming);
             }
             if (intake != Incoming::Intake::kFrame) {
                 return std::nullopt;
@@ -462,8 +490,10 @@ void LocalDomain::Break(Incoming& incoming, const std::string& complaint) {
 }
 
 void LocalDomain::Remove(Incoming& incoming) {
+    m_lastMet.reset();  // the bell may be this link's, and is a descriptor
     std::erase(m_readable, &incoming);
     std::erase(m_parked, &incoming);
+    std::erase(m_starved, &incoming);
     std::erase(m_lanes, &incoming);
     m_incoming.remove_if([&](const auto& one) { return one.get() == &incoming; });
     m_outOfDescriptors = false;
@@ -491,6 +521,7 @@ bool LocalDomain::IsUnread(int pid) const {
         return incoming->Pid() == pid && incoming->Lane()->HasNews() && IsWanted(*incoming, Take::kDelivered);
     };
     return std::any_of(m_readable.begin(), m_readable.end(), readable) ||
+           std::any_of(m_starved.begin(), m_starved.end(), readable) ||
            std::any_of(m_lanes.begin(), m_lanes.end(), holdsNews);
 }
 
@@ -501,6 +532,7 @@ void LocalDomain::ReportEnd(int pid, const Process& process) {
     for (Incoming* incoming : m_lanes) {
         incoming->orphaned = incoming->orphaned || (incoming->Pid() == pid && incoming->Lane()->HasNews());
     }
+    m_lastMet.reset();
     const auto over = [&](const Incoming& incoming) { return incoming.Pid() == pid && !incoming.orphaned; };
     std::erase_if(m_lanes, [&](const Incoming* incoming) { return over(*incoming); });
     m_incoming.remove_if([&](const auto& incoming) { return over(*incoming); });
