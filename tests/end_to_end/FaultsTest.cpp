@@ -326,10 +326,11 @@ TEST_P(Faults, ASlowReaderHoldsItsSenderBackAndIsNotTakenForLost) {
     Process sender([&] {
         const Losses losses = CountLosses();
         const Application me("sender", &losses);
+        std::string text(kSize, 'x');
         const std::size_t before = Memory("VmRSS");
         for (int n = 1; n <= kMessages; ++n) {
-            std::string text = std::to_string(n) + " ";
-            text.resize(kSize, 'x');
+            const std::string number = std::to_string(n) + " ";
+            number.copy(text.data(), number.size());
             Application::Say("receiver", text);
         }
         const std::size_t most = Memory("VmHWM");
