@@ -168,6 +168,7 @@ class Application {
     }
 
   private:
+    ZYLMsgBBCallbackManager m_emptiesTheRegistriesAtItsEnd;
     int m_communicator = 0;
     int m_condition = -1;
     ZYLMsgStringType m_message;

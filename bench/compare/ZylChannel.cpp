@@ -76,6 +76,7 @@ class ZylChannel final : public Channel {
         }
     }
 
+    ZYLMsgBBCallbackManager m_emptiesTheRegistriesAtItsEnd;
     std::string m_peer;
     bool m_record;
     std::unique_ptr<char, Free> m_chunk;  // where the file-transfer engine has its bytes, too

@@ -125,7 +125,7 @@ void Encode(benchmark::State& state, const ZYLMsgBBMessage& message) {
         message.Stream(body.data(), message.RequiredBufferSize());
         benchmark::DoNotOptimize(body.data());
     }
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * body.size()));
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(body.size()));
 }
 
 /// As for every incoming message: into a clone of an empty prototype, which then goes.
@@ -137,7 +137,7 @@ void Decode(benchmark::State& state, const ZYLMsgBBMessage& message, const ZYLMs
         clone->Unstream(body.data(), static_cast<int>(body.size()));
         benchmark::DoNotOptimize(clone.get());
     }
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * body.size()));
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(body.size()));
 }
 
 PlainRecord MakePlainRecord(benchmark::State& state, const std::vector<char>& chunk) {
