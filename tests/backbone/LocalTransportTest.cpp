@@ -234,6 +234,91 @@ TEST_P(LocalLink, SenderGetsOnWhenTheReceiverThatBlocksItIsKilled) {
                    }});
 }
 
+/// Leaves behind what a killed process may have open for a moment when its name is free already: its links.
+void LeaveAllButTheName(const std::function<void()>& holdUntil) {
+    if (fork() != 0) {
+        return;
+    }
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code none;
+        if (read_symlink(entry.path(), none).filename().string().starts_with("l.")) {
+            close(std::stoi(entry.path().filename()));
+        }
+    }
+    holdUntil();
+    _exit(0);
+}
+
+TEST_P(LocalLink, ApplicationThatHasComeBackIsSentToThoughItsLastLifeSeemsToLiveYet) {
+    Signal there;
+    Signal over;
+    Signal seen;
+    m_world->Play({[&](Participant& me) {
+                       me.Watch("host");
+                       me.Receive("host");
+                       there.Give();
+                       me.WaitUntil([&] { return me.received.size() == 1; });
+                       me.Send("worker", "t", "for the first life");
+                       me.WaitUntil([&] { return me.received.size() == 2; });
+                       me.Send("worker", "t", "for the second life");
+                       me.WaitUntil([&] { return me.lost.size() == 2; });
+                       EXPECT_THAT(me.lost, ElementsAre("worker", "worker"));
+                       seen.Give();
+                   },
+                   [&](Participant& me) {
+                       there.Await();
+                       me.Receive("worker");
+                       me.Send("host", "t", "first life");
+                       me.WaitUntil([&] { return !me.received.empty(); });
+                       LeaveAllButTheName([&] { seen.Await(); });
+                       over.Give();
+                       me.Crash();
+                   },
+                   [&](Participant& me) {
+                       over.Await();
+                       me.Receive("worker");
+                       me.Send("host", "t", "second life");
+                       me.WaitUntil([&] { return !me.received.empty(); });
+                       EXPECT_EQ(me.received[0].body, "for the second life");
+                   }});
+}
+
+TEST_P(LocalLink, LivesUnderOneNameAreHeardOneAfterTheOther) {
+    Signal there;
+    Signal over;
+    Signal spoken;
+    std::vector<std::string> heard;
+    m_world->Play({[&](Participant& me) {
+                       me.Watch("host");
+                       me.Receive("host");
+                       there.Give();
+                       spoken.Await();
+                       me.onMessage = [&](const Received& one) {
+                           heard.insert(heard.end(), me.lost.size(), "loss");
+                           heard.push_back(one.body);
+                       };
+                       me.WaitUntil([&] { return me.received.size() == 6; });
+                       EXPECT_THAT(heard, ElementsAre("1", "2", "3", "loss", "4", "loss", "5", "loss", "6"));
+                   },
+                   [&](Participant& me) {
+                       there.Await();
+                       me.Receive("worker");
+                       me.Send("host", "t", "1");
+                       me.Send("host", "t", "2");
+                       me.Send("host", "t", "3");
+                       over.Give();
+                       me.Crash();
+                   },
+                   [&](Participant& me) {
+                       over.Await();
+                       me.Receive("worker");
+                       me.Send("host", "t", "4");
+                       me.Send("host", "t", "5");
+                       me.Send("host", "t", "6");
+                       spoken.Give();
+                   }});
+}
+
 TEST_P(LocalLink, ReceiverThatDiesWhileItsMessageIsWrittenRaisesNoSigpipe) {
     static pid_t s_victim;
     Shared receiver;

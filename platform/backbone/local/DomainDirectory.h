@@ -64,6 +64,9 @@ class DomainDirectory {
     Claim Take(const std::string& name, bool announced) const;
     /// Connects to the application, without waiting for it to accept. Not open when it is not there.
     Connected Connect(const std::string& name) const;
+    /// The process that holds the name, or left it without giving it back; 0: there is none; nothing: that
+    /// cannot be seen.
+    std::optional<int> Holder(const std::string& name) const;
     /// From now on Watchers lists the application, which this process holds.
     void MarkWatcher(const std::string& name) const;
     /// The real names of all announced applications, and of all that want to hear of newcomers.

@@ -289,6 +289,15 @@ Connected DomainDirectory::Connect(const std::string& name) const {
     return {};
 }
 
+std::optional<int> DomainDirectory::Holder(const std::string& name) const {
+    const FileDescriptor lock(
+        openat(m_descriptor.Get(), ("l." + SafeName(name)).c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    if (!lock.IsOpen()) {
+        return errno == ENOENT ? std::optional(0) : std::nullopt;
+    }
+    return HolderOf(lock.Get());
+}
+
 void DomainDirectory::MarkWatcher(const std::string& name) const {
     const std::string file = "w." + SafeName(name);
     const FileDescriptor marker(

@@ -88,6 +88,10 @@ class LocalDomain final : public Domain {
     bool IsWanted(const Incoming& incoming, Take take) const;
     bool IsUnread(int pid) const;
     void HandleControl(Incoming& incoming, const FrameView& frame);
+    void Succeed(const std::string& name, int pid);
+    bool Precedes(int earlier, int later) const;
+    bool HasToWait(const Incoming& incoming) const;
+    void EndWaitFor(int pid);
     void HandleEnd(Incoming& incoming);
     void Break(Incoming& incoming, const std::string& complaint);
     void Remove(Incoming& incoming);
@@ -111,6 +115,8 @@ class LocalDomain final : public Domain {
     std::deque<Incoming*> m_parked;
     /// Incoming links that are not read while descriptors are short: one may come with more of them.
     std::deque<Incoming*> m_starved;
+    /// Incoming links of an application that has come back while its last life is not yet reported.
+    std::deque<Incoming*> m_successors;
     std::deque<Event> m_events;
     /// Incoming links with a lane; the next one to be looked into.
     std::vector<Incoming*> m_lanes;

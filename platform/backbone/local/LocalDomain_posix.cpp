@@ -92,6 +92,8 @@ struct LocalDomain::Process {
     std::string user;
     /// Its applications that were met, and whether they are announced.
     std::map<std::string, bool> applications;
+    /// Processes that had one of its names before, and whose end is still to be reported.
+    std::vector<int> predecessors{};
     bool ending = false;
 };
 
@@ -339,6 +341,9 @@ std::optional<Event> LocalDomain::NextMessage(Take take) {
         if (m_someEnding) {
             ReportEnds();
         }
+        if (std::optional<Event> report = TakeReport()) {
+            return report;
+        }
     }
     return std::nullopt;
 }
@@ -405,6 +410,11 @@ std::optional<Message> LocalDomain::TakeFrom(Incoming& incoming, Take take) {
                                static_cast<int>(frame->body.size()), std::move(frame->storage));
             }
             HandleControl(incoming, *frame);
+            if (HasToWait(incoming)) {
+                incoming.queued = true;
+                m_successors.push_back(&incoming);
+                return std::nullopt;
+            }
         }
     } catch (const BadFrame& bad) {
         Break(incoming, bad.what());
@@ -470,8 +480,51 @@ void LocalDomain::HandleControl(Incoming& incoming, const FrameView& frame) {
         process.host = greeting.host;
         process.user = greeting.user;
     } else {
-        process.applications[std::string(frame.body.data(), frame.body.size())] = true;
+        const std::string name(frame.body.data(), frame.body.size());
+        process.applications[name] = true;
+        Succeed(name, incoming.Pid());
     }
+}
+
+/// Of all that have had a name only the last one may still live. Of two that are gone, the one that was met
+/// first is taken for the earlier one.
+void LocalDomain::Succeed(const std::string& name, int pid) {
+    for (const auto& [other, process] : m_processes) {
+        if (other == pid || !process.applications.contains(name)) {
+            continue;
+        }
+        const std::optional<int> holder = m_directory.Holder(name);
+        if (holder && holder != other && !Precedes(pid, other)) {
+            m_processes.at(pid).predecessors.push_back(other);
+            Ended(other);
+        }
+    }
+}
+
+bool LocalDomain::Precedes(int earlier, int later) const {
+    const std::vector<int>& before = m_processes.at(later).predecessors;
+    return std::any_of(before.begin(), before.end(),
+                       [&](int one) { return one == earlier || Precedes(earlier, one); });
+}
+
+/// An application that has come back is heard when all that its last life has sent was taken, and the end of
+/// that life reported.
+bool LocalDomain::HasToWait(const Incoming& incoming) const {
+    const auto process = m_processes.find(incoming.Pid());
+    return process != m_processes.end() && !process->second.predecessors.empty();
+}
+
+void LocalDomain::EndWaitFor(int pid) {
+    for (auto& [other, process] : m_processes) {
+        std::erase(process.predecessors, pid);
+    }
+    std::erase_if(m_successors, [&](Incoming* incoming) {
+        const bool free = !HasToWait(*incoming);
+        if (free) {
+            m_readable.push_back(incoming);
+        }
+        return free;
+    });
 }
 
 /// What a lane holds outlives the socket beside it.
@@ -494,6 +547,7 @@ void LocalDomain::Remove(Incoming& incoming) {
     std::erase(m_readable, &incoming);
     std::erase(m_parked, &incoming);
     std::erase(m_starved, &incoming);
+    std::erase(m_successors, &incoming);
     std::erase(m_lanes, &incoming);
     m_incoming.remove_if([&](const auto& one) { return one.get() == &incoming; });
     m_outOfDescriptors = false;
@@ -522,6 +576,7 @@ bool LocalDomain::IsUnread(int pid) const {
     };
     return std::any_of(m_readable.begin(), m_readable.end(), readable) ||
            std::any_of(m_starved.begin(), m_starved.end(), readable) ||
+           std::any_of(m_successors.begin(), m_successors.end(), readable) ||
            std::any_of(m_lanes.begin(), m_lanes.end(), holdsNews);
 }
 
@@ -548,6 +603,7 @@ void LocalDomain::ReportEnd(int pid, const Process& process) {
     for (const auto& [application, announced] : process.applications) {
         m_events.push_back(PeerLost{{application, pid, process.host, process.user}, announced});
     }
+    EndWaitFor(pid);
 }
 
 std::optional<Event> LocalDomain::TakeReport() {
