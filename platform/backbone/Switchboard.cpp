@@ -78,6 +78,7 @@ struct Switchboard::Membership {
     std::unique_ptr<Domain> domain;
     std::deque<Application> applications;  // stays in place while it grows: callbacks may declare more
     std::map<std::string, Target, std::less<>> targets;
+    /// The one sent to last: no application of this process.
     Target* lastTarget = nullptr;
     /// Taken in while a send waited; older than anything the domain still holds.
     std::deque<Event> inbox;
@@ -89,6 +90,27 @@ struct Switchboard::Membership {
         const auto found = std::find_if(applications.begin(), applications.end(),
                                         [&](const Application& one) { return one.name == wanted; });
         return found != applications.end() ? &*found : nullptr;
+    }
+    /// What to dispatch next, if there is anything.
+    std::optional<Event> Next() {
+        selfIsNext = !selfIsNext;
+        if (fromSelf.empty() || !selfIsNext) {
+            if (!inbox.empty()) {
+                return Pop(inbox);
+            }
+            if (fromSelf.empty()) {
+                return domain->Next(Take::kDelivered);
+            }
+            if (std::optional<Event> event = domain->Next(Take::kDelivered)) {
+                return event;
+            }
+        }
+        return Pop(fromSelf);
+    }
+    static Event Pop(std::deque<Event>& queue) {
+        Event event = std::move(queue.front());
+        queue.pop_front();
+        return event;
     }
     /// Puts an event where it waits for its turn.
     void TakeIn(std::deque<Event>& queue, Event event) {
@@ -194,6 +216,7 @@ Switchboard::Application& Switchboard::Declared(Membership& member, const std::s
                   "; end that process or choose another name",
               kSourceFile, __LINE__);
     }
+    member.lastTarget = nullptr;  // it may have been this name, of a process that has gone
     Application& application = member.applications.emplace_back();
     application.number = number;
     application.name = name;
@@ -213,10 +236,13 @@ void Switchboard::SendRequest(int communicator, std::string_view name, ZYLFeaBac
                   std::to_string(kLongestType),
               kSourceFile, __LINE__);
     }
-    if (const Application* own = member.Find(name)) {
+    if (member.lastTarget != nullptr && member.lastTarget->name == name) {
+        SendToPeer(member, *member.lastTarget, request);
+    } else if (const Application* own = member.Find(name)) {
         SendToSelf(member, *own, request);
     } else {
-        SendToPeer(member, name, request);
+        member.lastTarget = &TargetOf(member, name);
+        SendToPeer(member, *member.lastTarget, request);
     }
 }
 
@@ -228,18 +254,14 @@ void Switchboard::SendToSelf(Membership& member, const Application& application,
 }
 
 Switchboard::Target& Switchboard::TargetOf(Membership& member, std::string_view name) {
-    if (member.lastTarget == nullptr || member.lastTarget->name != name) {
-        auto found = member.targets.find(name);
-        if (found == member.targets.end()) {
-            found = member.targets.emplace(name, Target{std::string(name), nullptr}).first;
-        }
-        member.lastTarget = &found->second;
+    auto found = member.targets.find(name);
+    if (found == member.targets.end()) {
+        found = member.targets.emplace(name, Target{std::string(name), nullptr}).first;
     }
-    return *member.lastTarget;
+    return found->second;
 }
 
-void Switchboard::SendToPeer(Membership& member, std::string_view name, const Request& request) {
-    Target& target = TargetOf(member, name);
+void Switchboard::SendToPeer(Membership& member, Target& target, const Request& request) {
     Link* link = LinkTo(member, target, request);
     if (link == nullptr) {
         Drop(member, target, request, target.lost ? "it is gone" : "it did not come in time");
@@ -311,10 +333,10 @@ void Switchboard::Drop(Membership& member, Target& target, const Request& reques
     target.lost = true;
     if (!target.reported) {
         target.reported = true;
-        Peer peer = m_transport->Self();
-        peer.application = target.name;
-        peer.pid = 0;
-        member.inbox.push_back(PeerLost{peer, true});
+        auto peer = std::make_unique<Peer>(m_transport->Self());
+        peer->application = target.name;
+        peer->pid = 0;
+        member.inbox.emplace_back(PeerLost{std::move(peer), true});
     }
 }
 
@@ -372,29 +394,14 @@ void Switchboard::Loop(std::span<Membership* const> members, std::span<Domain* c
 }
 
 bool Switchboard::DispatchOne(Membership& member) {
-    std::optional<Event> event;
-    member.selfIsNext = !member.selfIsNext;
-    const auto pop = [&](std::deque<Event>& queue) {
-        event = std::move(queue.front());
-        queue.pop_front();
-    };
-    if (member.selfIsNext && !member.fromSelf.empty()) {
-        pop(member.fromSelf);
-    } else if (!member.inbox.empty()) {
-        pop(member.inbox);
-    } else {
-        event = member.domain->Next(Take::kDelivered);
-    }
-    if (!event && !member.fromSelf.empty()) {
-        pop(member.fromSelf);
-    }
+    const std::optional<Event> event = member.Next();
     if (event) {
-        Dispatch(member, std::move(*event));
+        Dispatch(member, *event);
     }
     return event.has_value();
 }
 
-void Switchboard::Dispatch(Membership& member, Event event) {
+void Switchboard::Dispatch(Membership& member, const Event& event) {
     ++m_depth;
     if (const auto* message = std::get_if<Message>(&event)) {
         member.applications[static_cast<std::size_t>(message->Application())].receive(
@@ -406,7 +413,7 @@ void Switchboard::Dispatch(Membership& member, Event event) {
 }
 
 void Switchboard::DispatchLoss(Membership& member, const PeerLost& lost) {
-    const Peer& peer = lost.peer;
+    const Peer& peer = *lost.peer;
     const auto target = member.targets.find(peer.application);
     if (target != member.targets.end() && target->second.link != nullptr && !target->second.link->Alive()) {
         target->second.link.reset();

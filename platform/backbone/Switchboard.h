@@ -53,7 +53,7 @@ class Switchboard {
     Membership& MembershipOf(int communicator, const char* function);
     Application& Declared(Membership& member, const std::string& name, bool announce);
     void SendToSelf(Membership& member, const Application& application, const Request& request);
-    void SendToPeer(Membership& member, std::string_view name, const Request& request);
+    void SendToPeer(Membership& member, Target& target, const Request& request);
     Target& TargetOf(Membership& member, std::string_view name);
     Link* LinkTo(Membership& member, Target& target, const Request& request);
     void AwaitTarget(Membership& member, Target& target, const Request& request);
@@ -63,7 +63,7 @@ class Switchboard {
     void Loop(std::span<Membership* const> members, std::span<Domain* const> domains, int limit,
               const int* condition);
     bool DispatchOne(Membership& member);
-    void Dispatch(Membership& member, Event event);
+    void Dispatch(Membership& member, const Event& event);
     void DispatchLoss(Membership& member, const PeerLost& lost);
 
     std::unique_ptr<Transport> m_transport;

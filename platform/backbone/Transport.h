@@ -63,7 +63,8 @@ class Message {
 /// A peer's life has ended and its last message was handed out before this. A peer that was not announced is
 /// a passing helper, whose leaving is nobody's business but the senders'.
 struct PeerLost {
-    Peer peer;
+    /// Apart: an event is most often a message, and passed from hand to hand.
+    std::unique_ptr<const Peer> peer;
     bool announced = false;
 };
 
@@ -138,9 +139,8 @@ class Transport {
     virtual std::unique_ptr<Domain> Join(const std::string& name) = 0;
     /// Returns when Next(take) of one of the domains, or a blocked link, may have something new; at the
     /// deadline; or without a reason. Looks at least once, also when the deadline has passed.
-    virtual void Wait(
-        std::span<Domain* const> domains, Deadline deadline,
-        Take take) = 0;  /// The machine and user that loss reports name where the peer was never met.
+    virtual void Wait(std::span<Domain* const> domains, Deadline deadline, Take take) = 0;
+    /// The machine and user that loss reports name where the peer was never met.
     virtual Peer Self() const = 0;
 };
 

@@ -74,7 +74,8 @@ class MemoryDomain final : public Domain {
         std::erase(boxes, m_box);
         for (const auto& box : boxes) {
             for (const auto& [application, entry] : m_box->applications) {
-                box->queue.push_back(PeerLost{{application, m_box->pid, "host", "user"}, entry.second});
+                auto peer = std::make_unique<Peer>(Peer{application, m_box->pid, "host", "user"});
+                box->queue.emplace_back(PeerLost{std::move(peer), entry.second});
             }
         }
         m_hub.Stir();

@@ -24,7 +24,12 @@ struct RecordHeader {
 constexpr std::size_t kHeaderSize = sizeof(RecordHeader);
 static_assert(kHeaderSize == 24);
 
+/// A record begins on a cache line.
 constexpr std::size_t kAlignment = 64;
+
+/// From this size on a body starts on a cache line, too: smaller ones pass in fewer of them without.
+constexpr std::size_t kLineAlignedBody = 512;
+constexpr std::size_t kSmallAlignment = 8;
 
 /// From this size on a body starts on a page: the few bytes lost are little beside it.
 constexpr std::size_t kPageAlignedBody = std::size_t{16} * 1024;
@@ -35,7 +40,9 @@ constexpr std::uint64_t RoundUp(std::uint64_t value, std::uint64_t unit) {
 
 /// Where the body of a record at `position` begins, as an offset in the record.
 std::size_t BodyOffset(std::uint64_t position, std::size_t typeSize, std::size_t bodySize) {
-    const std::uint64_t unit = bodySize >= kPageAlignedBody ? kPageSize : kAlignment;
+    const std::uint64_t unit = bodySize >= kPageAlignedBody   ? kPageSize
+                               : bodySize >= kLineAlignedBody ? kAlignment
+                                                              : kSmallAlignment;
     return RoundUp(position + kHeaderSize + typeSize, unit) - position;
 }
 
@@ -48,6 +55,19 @@ void WriteHeader(char* record, RecordKind kind, std::size_t typeSize, std::size_
                               static_cast<std::uint32_t>(messageSize),
                               0};
     std::memcpy(record, &header, sizeof header);
+}
+
+/// The cache lines that the next small record takes, most likely: on their way while the caller still
+/// computes.
+constexpr std::size_t kAhead = 4 * kAlignment;
+
+enum Access { kToRead, kToWrite };
+
+template <Access access>
+void FetchAhead(const char* position) {
+    for (std::size_t offset = 0; offset < kAhead; offset += kAlignment) {
+        __builtin_prefetch(position + offset, access);
+    }
 }
 
 }  // namespace
@@ -112,6 +132,7 @@ bool LaneWriter::CommitPiece() {
 void LaneWriter::Publish(std::size_t recordSize) {
     m_written += recordSize;
     Positions().written.store(m_written, std::memory_order_release);
+    FetchAhead<kToWrite>(At(m_written));
 }
 
 /// Says that room is wanted before the last look, as the reader gives back before it looks whether that is
@@ -177,6 +198,9 @@ std::optional<LaneMessage> LaneReader::Take() {
     while (HasNews()) {
         const Record record = NextRecord();
         m_next += record.size;
+        if (m_seen != m_next) {
+            FetchAhead<kToRead>(At(m_next));
+        }
         if (record.header.kind == RecordKind::kWhole) {
             m_view->type.assign(record.type, record.type + record.header.typeSize);
             m_view->type.back() = '\0';
@@ -194,9 +218,14 @@ std::optional<LaneMessage> LaneReader::Take() {
     return std::nullopt;
 }
 
+bool LaneReader::Refresh() {
+    m_seen = Positions().written.load(std::memory_order_acquire);
+    return m_seen != m_next;
+}
+
 /// Checks a copy of the record's head: the one in the ring may change under our eyes.
 LaneReader::Record LaneReader::NextRecord() const {
-    const std::uint64_t available = Positions().written.load(std::memory_order_acquire) - m_next;
+    const std::uint64_t available = m_seen - m_next;
     if (available > kRingSize || available % kAlignment != 0) {
         throw BadFrame("the lane's writer is " + std::to_string(available) + " bytes ahead of its reader");
     }
@@ -254,7 +283,7 @@ void LaneReader::Assemble(const Record& record) {
 }
 
 void LaneReader::GiveBackInSteps() {
-    if (m_free - m_givenBack >= kRingSize / 4) {
+    if (m_free - m_givenBack >= kRoomStep) {
         GiveBack();
     }
 }

@@ -24,21 +24,28 @@
 ///   record    offset  bytes  field
 ///             0       4      kind: 1 a whole message, 2 the first piece of one, 3 a further piece
 ///             4       4      t: bytes of the type, its NUL terminator included; 0 in a further piece
-///             8       4      b: offset of the body in the record, a multiple of 64
+///             8       4      b: offset of the body in the record, a multiple of 8
 ///             12      4      n: bytes of the body in this record
 ///             16      4      bytes of the body of the whole message
 ///             20      4      zero
 ///             24      t      type
 ///             b       n      body; the next record begins at the next multiple of 64
 ///
-/// Bodies start on 64-byte boundaries, large ones on pages: copies between buffers that lie a few bytes apart
-/// modulo a page are slow on some processors. What the other side may write is checked on every use.
+/// Bodies of 512 bytes and more start on 64-byte boundaries, large ones on pages: copies between buffers that
+/// lie a few bytes apart modulo a page are slow on some processors. Smaller ones follow their type, as each
+/// cache line that need not pass between the processors counts there. What the other side may write is
+/// checked on every use.
 
 namespace zyl::backbone::local {
 
-/// The ring holds some dozen large messages and stays within a processor's second cache.
-constexpr std::size_t kRingSize = std::size_t{1024} * 1024;
+/// The ring holds some dozen large messages. In a smaller one the reader's second cache keeps the lines from
+/// which the writer wants them back, which costs more than bytes that come from the third.
+constexpr std::size_t kRingSize = std::size_t{2} * 1024 * 1024;
 constexpr std::size_t kLaneMemory = kPageSize + kRingSize;
+
+/// The least room that is worth telling the writer of: a fraction of the ring, so that a writer faster than
+/// its reader goes on while the reader is at its next message.
+constexpr std::size_t kRoomStep = std::size_t{64} * 1024;
 
 /// Longer messages travel in pieces, so that several records are always under way.
 constexpr std::size_t kLongestRecord = kRingSize / 4;
@@ -95,14 +102,14 @@ struct LaneMessage {
 ///
 /// A message is viewed in the ring until its storage is let go. If another one is taken before that (from a
 /// nested loop, or by a send that waits for room) the held one first gets private pages with its bytes, at
-/// its addresses; so a handler that does not return never holds the ring up. Room is given back in quarters
-/// of the ring, and by GiveBack.
+/// its addresses; so a handler that does not return never holds the ring up. Room is given back in
+/// steps, and by GiveBack.
 class LaneReader {
   public:
     explicit LaneReader(Mapping mapping);
     ~LaneReader();
 
-    bool HasNews() const { return Positions().written.load(std::memory_order_acquire) != m_next; }
+    bool HasNews() { return m_seen != m_next || Refresh(); }
     /// The next whole message, if there is one. Throws BadFrame, and std::bad_alloc for one that has no
     /// place.
     std::optional<LaneMessage> Take();
@@ -115,6 +122,7 @@ class LaneReader {
     struct View;
     struct Record;
 
+    bool Refresh();
     Record NextRecord() const;
     void LetGo();
     void GiveBackInSteps();
@@ -123,6 +131,9 @@ class LaneReader {
     const char* At(std::uint64_t position) const { return m_mapping.Tail() + position % kRingSize; }
 
     Mapping m_mapping;
+    /// The writer's position as last seen. Looked at anew when all before it is taken: each look costs the
+    /// writer its cache line.
+    std::uint64_t m_seen = 0;
     std::uint64_t m_next = 0;
     std::uint64_t m_free = 0;
     std::uint64_t m_givenBack = 0;

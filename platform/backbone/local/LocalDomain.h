@@ -83,8 +83,8 @@ class LocalDomain final : public Domain {
     void Park(Incoming& incoming);
     void Starve(Incoming& incoming);
     void Feed();
-    std::optional<Message> NextInLanes(Take take);
-    std::optional<Message> TakeFromLane(Incoming& incoming, Take take);
+    std::optional<Event> NextInLanes(Take take);
+    std::optional<Event> TakeFromLane(Incoming& incoming, Take take);
     bool IsWanted(const Incoming& incoming, Take take) const;
     bool IsUnread(int pid) const;
     void HandleControl(Incoming& incoming, const FrameView& frame);
@@ -117,7 +117,7 @@ class LocalDomain final : public Domain {
     std::deque<Incoming*> m_starved;
     /// Incoming links of an application that has come back while its last life is not yet reported.
     std::deque<Incoming*> m_successors;
-    std::deque<Event> m_events;
+    std::deque<PeerLost> m_reports;
     /// Incoming links with a lane; the next one to be looked into.
     std::vector<Incoming*> m_lanes;
     std::size_t m_nextLane = 0;

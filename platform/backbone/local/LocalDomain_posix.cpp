@@ -193,7 +193,7 @@ bool LocalDomain::EndedJustNow(int pid) const {
 }
 
 bool LocalDomain::HasNews(Take take) const {
-    return !m_readable.empty() || !m_events.empty() || (m_someEnding && m_starved.empty()) ||
+    return !m_readable.empty() || !m_reports.empty() || (m_someEnding && m_starved.empty()) ||
            (m_knocking && !m_outOfDescriptors) || (take == Take::kAll && !m_parked.empty()) ||
            HasLaneNews(take);
 }
@@ -270,15 +270,17 @@ std::optional<Event> LocalDomain::Next(Take take) {
     if (m_knocking || m_someEnding) {
         Accept();
     }
-    if (!m_events.empty()) {
+    if (!m_reports.empty()) {
         return TakeReport();
     }
     if (take == Take::kAll) {
         Unpark();
     }
     Feed();
-    if (std::optional<Event> message = NextMessage(take)) {
-        return message;
+    if (!m_readable.empty()) {
+        if (std::optional<Event> message = NextMessage(take)) {
+            return message;
+        }
     }
     if (std::optional<Event> message = NextInLanes(take)) {
         return message;
@@ -425,7 +427,7 @@ std::optional<Message> LocalDomain::TakeFrom(Incoming& incoming, Take take) {
 }
 
 /// The lanes take turns, too.
-std::optional<Message> LocalDomain::NextInLanes(Take take) {
+std::optional<Event> LocalDomain::NextInLanes(Take take) {
     for (std::size_t looked = 0; looked < m_lanes.size(); ++looked) {
         m_nextLane = m_nextLane + 1 < m_lanes.size() ? m_nextLane + 1 : 0;
         Incoming& incoming = *m_lanes[m_nextLane];
@@ -434,16 +436,14 @@ std::optional<Message> LocalDomain::NextInLanes(Take take) {
             break;
         }
         if (incoming.Lane()->HasNews() && IsWanted(incoming, take)) {
-            if (std::optional<Message> message = TakeFromLane(incoming, take)) {
-                return message;
-            }
-            break;  // the link may be gone; what is in the other lanes is found by the next call
+            return TakeFromLane(incoming,
+                                take);  // without a message the link may be gone: the others come next time
         }
     }
     return std::nullopt;
 }
 
-std::optional<Message> LocalDomain::TakeFromLane(Incoming& incoming, Take take) {
+std::optional<Event> LocalDomain::TakeFromLane(Incoming& incoming, Take take) {
     try {
         std::optional<LaneMessage> message = incoming.Lane()->Take();
         if (incoming.Lane()->WriterWaits()) {
@@ -601,18 +601,19 @@ void LocalDomain::ReportEnd(int pid, const Process& process) {
     std::erase_if(m_ended, [](const auto& entry) { return Clock::now() - entry.second >= kDying; });
     m_ended[pid] = Clock::now();
     for (const auto& [application, announced] : process.applications) {
-        m_events.push_back(PeerLost{{application, pid, process.host, process.user}, announced});
+        auto peer = std::make_unique<Peer>(Peer{application, pid, process.host, process.user});
+        m_reports.emplace_back(PeerLost{std::move(peer), announced});
     }
     EndWaitFor(pid);
 }
 
 std::optional<Event> LocalDomain::TakeReport() {
-    if (m_events.empty()) {
+    if (m_reports.empty()) {
         return std::nullopt;
     }
-    Event event = std::move(m_events.front());
-    m_events.pop_front();
-    return event;
+    PeerLost report = std::move(m_reports.front());
+    m_reports.pop_front();
+    return report;
 }
 
 }  // namespace zyl::backbone::local
