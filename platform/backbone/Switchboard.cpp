@@ -295,7 +295,8 @@ void Switchboard::AwaitTarget(Membership& member, Target& target, const Request&
     const Clock::time_point start = Clock::now();
     const Clock::time_point end = start + m_settings.connectTimeout;
     bool said = false;
-    while (target.link == nullptr && Clock::now() < end) {
+    NoticeLoss(member, target);
+    while (target.link == nullptr && !target.lost && Clock::now() < end) {
         if (!said && Clock::now() - start >= kPatience) {
             Report("still waiting for application " + Quoted(target.name) + " in domain " +
                    Quoted(member.name) + ", which has not started, to send it a message of type " +
@@ -303,7 +304,19 @@ void Switchboard::AwaitTarget(Membership& member, Target& target, const Request&
             said = true;
         }
         WaitTakingIn(std::min(end, Clock::now() + kLookInterval));
+        NoticeLoss(member, target);
         target.link = member.domain->Open(target.name);
+    }
+}
+
+/// A target that was never sent to may have been met, and its end taken in but not dispatched yet.
+void Switchboard::NoticeLoss(const Membership& member, Target& target) {
+    for (const Event& event : member.inbox) {
+        const auto* loss = std::get_if<PeerLost>(&event);
+        if (loss != nullptr && loss->peer->application == target.name) {
+            target.lost = true;
+            target.reported = loss->announced;
+        }
     }
 }
 

@@ -57,6 +57,7 @@ class Switchboard {
     Target& TargetOf(Membership& member, std::string_view name);
     Link* LinkTo(Membership& member, Target& target, const Request& request);
     void AwaitTarget(Membership& member, Target& target, const Request& request);
+    static void NoticeLoss(const Membership& member, Target& target);
     bool Transfer(Link& link, const Request& request);
     void Drop(Membership& member, Target& target, const Request& request, const std::string& reason);
     void WaitTakingIn(Deadline deadline);
