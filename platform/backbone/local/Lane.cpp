@@ -166,6 +166,17 @@ bool LaneWriter::HasRoom() const {
     return Positions().read.load(std::memory_order_relaxed) != m_heldUpAt;
 }
 
+LaneMessage LaneMessage::Copy() const {
+    struct Bytes final : MessageStorage {
+        std::string type;
+        std::vector<char> body;
+    };
+    auto copy = std::make_shared<Bytes>();
+    copy->type = type;
+    copy->body.assign(body.begin(), body.end());
+    return {copy->type.c_str(), copy->body, copy};
+}
+
 /// Where a message that was handed out lies: in the ring, in a mapping of its own, or put together from
 /// pieces.
 struct LaneReader::View final : MessageStorage {

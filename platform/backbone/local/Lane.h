@@ -96,6 +96,9 @@ struct LaneMessage {
     const char* type;
     std::span<const char> body;
     std::shared_ptr<const MessageStorage> storage;
+
+    /// The same message in memory of its own: out of the ring, which others need.
+    LaneMessage Copy() const;
 };
 
 /// The reading end.

@@ -13,6 +13,8 @@
 #include "../Transport.h"
 #include "Connections.h"
 #include "DomainDirectory.h"
+#include "Listener.h"
+#include "Lives.h"
 #include "Poller.h"
 
 namespace zyl::backbone::local {
@@ -66,17 +68,15 @@ class LocalDomain final : public Domain {
       public:
         void Ready(const Readiness& /*readiness*/) override {}
     };
-    class Listener;
     class OpenLink;
-    struct Process;
     using Incomings = std::list<std::unique_ptr<Incoming>>;
 
     std::shared_ptr<Outgoing> OutgoingTo(const std::string& target);
     bool IsOwn(const std::string& name) const;
-    bool EndedJustNow(int pid) const;
     void Accept();
     void SayOutOfDescriptors(int application);
     bool AcceptOne(const Listener& listener);
+    void Admit(FileDescriptor socket, int pid, int application);
     std::optional<Event> NextMessage(Take take);
     std::optional<Event> TakeReport();
     std::optional<Message> TakeFrom(Incoming& incoming, Take take);
@@ -89,15 +89,13 @@ class LocalDomain final : public Domain {
     bool IsUnread(int pid) const;
     void HandleControl(Incoming& incoming, const FrameView& frame);
     void Succeed(const std::string& name, int pid);
-    bool Precedes(int earlier, int later) const;
-    bool HasToWait(const Incoming& incoming) const;
-    void EndWaitFor(int pid);
+    void LetSuccessorsGo();
     void HandleEnd(Incoming& incoming);
     void Break(Incoming& incoming, const std::string& complaint);
     void Remove(Incoming& incoming);
     void Unpark();
     void ReportEnds();
-    void ReportEnd(int pid, const Process& process);
+    void ReportEnd(int pid);
 
     Greeting m_greeting;
     Doorbell& m_bell;
@@ -107,9 +105,7 @@ class LocalDomain final : public Domain {
     std::map<int, std::unique_ptr<Listener>> m_listeners;
     Incomings m_incoming;
     std::map<std::string, std::shared_ptr<Outgoing>> m_outgoing;
-    std::map<int, Process> m_processes;
-    /// When the end of a process was reported: what is still open of it belongs to that life.
-    std::map<int, Clock::time_point> m_ended;
+    Lives m_lives;
     /// Incoming links with something to read, and those that wait until their application gets a handler.
     std::deque<Incoming*> m_readable;
     std::deque<Incoming*> m_parked;
@@ -125,7 +121,6 @@ class LocalDomain final : public Domain {
     const Outgoing* m_fullLane = nullptr;
     std::shared_ptr<PeerDoorbell> m_lastMet;
     BellRung m_bellRung;
-    bool m_someEnding = false;
     bool m_knocking = false;
     bool m_outOfDescriptors = false;
     int m_sinceLook = 0;

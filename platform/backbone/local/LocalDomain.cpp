@@ -1,6 +1,3 @@
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <system_error>
@@ -17,60 +14,10 @@ namespace {
 /// Out of descriptors: how long until the next try to accept.
 constexpr std::chrono::milliseconds kDescriptorPause{100};
 
-/// The kernel closes what a dying process has open one by one; the last of it is long closed after this time,
-/// and its number is not given to another process so soon.
-constexpr std::chrono::seconds kDying{1};
-
-/// A link is accepted only when there is a place for all that comes with it: its socket, and a lane's
-/// descriptors.
-constexpr int kDescriptorsOfALink = 1 + kMostDescriptors;
-
 /// After this many messages in a row a look at the other links is due, so that a busy one hides none.
 constexpr int kMessagesBetweenLooks = 256;
 
-/// A message that is put aside: out of the ring, which others need.
-struct PutAside final : MessageStorage {
-    explicit PutAside(const LaneMessage& message)
-        : type(message.type), body(message.body.begin(), message.body.end()) {}
-    std::string type;
-    std::vector<char> body;
-};
-
-LaneMessage Copy(const LaneMessage& message) {
-    auto copy = std::make_shared<PutAside>(message);
-    return {copy->type.c_str(), copy->body, copy};
-}
-
 }  // namespace
-
-/// An application of this process, and the socket on which it is met.
-class LocalDomain::Listener final : public Watched {
-  public:
-    Listener(LocalDomain& domain, int number, std::string name, bool announced, Claim claim)
-        : m_domain(domain),
-          m_number(number),
-          m_name(std::move(name)),
-          m_announced(announced),
-          m_claim(std::move(claim)) {}
-
-    void Ready(const Readiness& /*readiness*/) override { m_domain.m_knocking = true; }
-
-    int Number() const { return m_number; }
-    const std::string& Name() const { return m_name; }
-    bool Announced() const { return m_announced; }
-    int Socket() const { return m_claim.Socket(); }
-    void Abandon() { m_claim.Abandon(); }
-
-    /// Whether its messages may be handed out.
-    bool delivered = false;
-
-  private:
-    LocalDomain& m_domain;
-    int m_number;
-    std::string m_name;
-    bool m_announced;
-    Claim m_claim;
-};
 
 /// The switchboard's handle on a connection, which the domain keeps for as long as the peer lives.
 class LocalDomain::OpenLink final : public Link {
@@ -84,17 +31,6 @@ class LocalDomain::OpenLink final : public Link {
 
   private:
     std::shared_ptr<Outgoing> m_outgoing;
-};
-
-/// What is known of another process of the domain.
-struct LocalDomain::Process {
-    std::string host;
-    std::string user;
-    /// Its applications that were met, and whether they are announced.
-    std::map<std::string, bool> applications;
-    /// Processes that had one of its names before, and whose end is still to be reported.
-    std::vector<int> predecessors{};
-    bool ending = false;
 };
 
 LocalDomain::LocalDomain(const Settings& settings, const std::string& name, const Greeting& greeting,
@@ -119,7 +55,7 @@ void LocalDomain::Abandon() {
 
 void LocalDomain::Announce(int number, const std::string& name, bool announced) {
     Claim claim = m_directory.Take(name, announced);
-    auto listener = std::make_unique<Listener>(*this, number, name, announced, std::move(claim));
+    auto listener = std::make_unique<Listener>(m_knocking, number, name, announced, std::move(claim));
     m_poller.Watch(listener->Socket(), *listener);
     m_listeners.emplace(number, std::move(listener));
     if (!announced) {
@@ -169,7 +105,7 @@ std::shared_ptr<Outgoing> LocalDomain::OutgoingTo(const std::string& target) {
         return nullptr;
     }
     Connected connected = m_directory.Connect(target);
-    if (!connected.socket.IsOpen() || EndedJustNow(connected.pid)) {
+    if (!connected.socket.IsOpen() || m_lives.EndedJustNow(connected.pid)) {
         return nullptr;
     }
     const Peer peer{target, connected.pid, m_greeting.host, m_greeting.user};
@@ -181,19 +117,14 @@ std::shared_ptr<Outgoing> LocalDomain::OutgoingTo(const std::string& target) {
             outgoing->SendControl(AnnounceFrame(listener->Name()));
         }
     }
-    Process& process = m_processes.try_emplace(peer.pid, Process{peer.host, peer.user, {}}).first->second;
-    process.applications[target] = connected.announced;
+    m_lives.Meet(peer.pid, peer.host, peer.user);
+    m_lives.Name(peer.pid, target, connected.announced);
     m_outgoing[target] = outgoing;
     return outgoing;
 }
 
-bool LocalDomain::EndedJustNow(int pid) const {
-    const auto ended = m_ended.find(pid);
-    return ended != m_ended.end() && Clock::now() - ended->second < kDying;
-}
-
 bool LocalDomain::HasNews(Take take) const {
-    return !m_readable.empty() || !m_reports.empty() || (m_someEnding && m_starved.empty()) ||
+    return !m_readable.empty() || !m_reports.empty() || (m_lives.SomeEnding() && m_starved.empty()) ||
            (m_knocking && !m_outOfDescriptors) || (take == Take::kAll && !m_parked.empty()) ||
            HasLaneNews(take);
 }
@@ -245,12 +176,9 @@ void LocalDomain::Readable(Incoming& incoming) {
 }
 
 void LocalDomain::Ended(int pid) {
-    const auto process = m_processes.find(pid);
-    if (process == m_processes.end() || process->second.ending) {
+    if (!m_lives.End(pid)) {
         return;
     }
-    process->second.ending = true;
-    m_someEnding = true;
     for (const auto& incoming : m_incoming) {
         if (incoming->Pid() == pid) {
             incoming->Recheck();
@@ -267,7 +195,7 @@ std::optional<Event> LocalDomain::Next(Take take) {
         m_sinceLook = 0;
         m_poller.Wait(std::chrono::milliseconds(0));
     }
-    if (m_knocking || m_someEnding) {
+    if (m_knocking || m_lives.SomeEnding()) {
         Accept();
     }
     if (!m_reports.empty()) {
@@ -285,7 +213,7 @@ std::optional<Event> LocalDomain::Next(Take take) {
     if (std::optional<Event> message = NextInLanes(take)) {
         return message;
     }
-    if (m_someEnding) {
+    if (m_lives.SomeEnding()) {
         ReportEnds();
     }
     return TakeReport();
@@ -300,34 +228,30 @@ void LocalDomain::Accept() {
 }
 
 bool LocalDomain::AcceptOne(const Listener& listener) {
-    FileDescriptor socket;
-    if (CanOpen(kDescriptorsOfALink)) {
-        socket = FileDescriptor(accept4(listener.Socket(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    }
-    if (!socket.IsOpen()) {
-        const bool exhausted = errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM;
-        if (exhausted) {
+    Listener::Accepted accepted = listener.Accept();
+    switch (accepted.outcome) {
+        case Listener::Outcome::kAccepted:
+            Admit(std::move(accepted.socket), accepted.pid, listener.Number());
+            return true;
+        case Listener::Outcome::kRefused:
+            return true;
+        case Listener::Outcome::kShortage:
             SayOutOfDescriptors(listener.Number());
             m_knocking = true;
-        } else {
+            return false;
+        case Listener::Outcome::kNobody:
             m_outOfDescriptors = !m_starved.empty();
-        }
-        return errno == EINTR || errno == ECONNABORTED;
+            return false;
     }
-    ucred peer{};
-    socklen_t size = sizeof peer;
-    getsockopt(socket.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &size);
-    if (peer.uid != geteuid()) {
-        Report("a link to application " + Quoted(listener.Name()) + " from the user with number " +
-               std::to_string(peer.uid) + " is refused");
-        return true;
-    }
-    m_incoming.push_back(std::make_unique<Incoming>(*this, std::move(socket), peer.pid, listener.Number()));
+    return false;
+}
+
+void LocalDomain::Admit(FileDescriptor socket, int pid, int application) {
+    m_incoming.push_back(std::make_unique<Incoming>(*this, std::move(socket), pid, application));
     Incoming& incoming = *m_incoming.back();
-    incoming.orphaned = EndedJustNow(peer.pid);
+    incoming.orphaned = m_lives.EndedJustNow(pid);
     m_poller.Watch(incoming.Socket(), incoming);
     Readable(incoming);
-    return true;
 }
 
 /// The links take turns, a message each.
@@ -340,7 +264,7 @@ std::optional<Event> LocalDomain::NextMessage(Take take) {
             Readable(incoming);
             return message;
         }
-        if (m_someEnding) {
+        if (m_lives.SomeEnding()) {
             ReportEnds();
         }
         if (std::optional<Event> report = TakeReport()) {
@@ -412,7 +336,7 @@ std::optional<Message> LocalDomain::TakeFrom(Incoming& incoming, Take take) {
                                static_cast<int>(frame->body.size()), std::move(frame->storage));
             }
             HandleControl(incoming, *frame);
-            if (HasToWait(incoming)) {
+            if (m_lives.HasToWait(incoming.Pid())) {
                 incoming.queued = true;
                 m_successors.push_back(&incoming);
                 return std::nullopt;
@@ -451,7 +375,7 @@ std::optional<Event> LocalDomain::TakeFromLane(Incoming& incoming, Take take) {
         }
         Met(incoming.WritersBell());
         if (message && take == Take::kAll) {
-            message = Copy(*message);
+            message = message->Copy();
         }
         if (message) {
             return Message(incoming.Application(), message->type, message->body.data(),
@@ -474,14 +398,12 @@ void LocalDomain::HandleControl(Incoming& incoming, const FrameView& frame) {
     if (incoming.orphaned) {
         return;
     }
-    Process& process = m_processes.try_emplace(incoming.Pid()).first->second;
     if (frame.kind == FrameKind::kGreeting) {
         const Greeting greeting = ReadGreeting(frame.body);
-        process.host = greeting.host;
-        process.user = greeting.user;
+        m_lives.Greet(incoming.Pid(), greeting.host, greeting.user);
     } else {
         const std::string name(frame.body.data(), frame.body.size());
-        process.applications[name] = true;
+        m_lives.Name(incoming.Pid(), name, true);
         Succeed(name, incoming.Pid());
     }
 }
@@ -489,42 +411,13 @@ void LocalDomain::HandleControl(Incoming& incoming, const FrameView& frame) {
 /// Of all that have had a name only the last one may still live. Of two that are gone, the one that was met
 /// first is taken for the earlier one.
 void LocalDomain::Succeed(const std::string& name, int pid) {
-    for (const auto& [other, process] : m_processes) {
-        if (other == pid || !process.applications.contains(name)) {
-            continue;
-        }
+    for (const int other : m_lives.Others(name, pid)) {
         const std::optional<int> holder = m_directory.Holder(name);
-        if (holder && holder != other && !Precedes(pid, other)) {
-            m_processes.at(pid).predecessors.push_back(other);
+        if (holder && holder != other) {
+            m_lives.PutBefore(other, pid);
             Ended(other);
         }
     }
-}
-
-bool LocalDomain::Precedes(int earlier, int later) const {
-    const std::vector<int>& before = m_processes.at(later).predecessors;
-    return std::any_of(before.begin(), before.end(),
-                       [&](int one) { return one == earlier || Precedes(earlier, one); });
-}
-
-/// An application that has come back is heard when all that its last life has sent was taken, and the end of
-/// that life reported.
-bool LocalDomain::HasToWait(const Incoming& incoming) const {
-    const auto process = m_processes.find(incoming.Pid());
-    return process != m_processes.end() && !process->second.predecessors.empty();
-}
-
-void LocalDomain::EndWaitFor(int pid) {
-    for (auto& [other, process] : m_processes) {
-        std::erase(process.predecessors, pid);
-    }
-    std::erase_if(m_successors, [&](Incoming* incoming) {
-        const bool free = !HasToWait(*incoming);
-        if (free) {
-            m_readable.push_back(incoming);
-        }
-        return free;
-    });
 }
 
 /// What a lane holds outlives the socket beside it.
@@ -556,15 +449,9 @@ void LocalDomain::Remove(Incoming& incoming) {
 /// Reports every ended process of which nothing is left to read. What is parked stays: its time comes with
 /// the handler.
 void LocalDomain::ReportEnds() {
-    m_someEnding = false;
-    for (auto entry = m_processes.begin(); entry != m_processes.end();) {
-        const int pid = entry->first;
-        if (entry->second.ending && !IsUnread(pid)) {
-            const auto ended = m_processes.extract(entry++);
-            ReportEnd(pid, ended.mapped());
-        } else {
-            m_someEnding = m_someEnding || entry->second.ending;
-            ++entry;
+    for (const int pid : m_lives.Ending()) {
+        if (!IsUnread(pid)) {
+            ReportEnd(pid);
         }
     }
 }
@@ -580,7 +467,7 @@ bool LocalDomain::IsUnread(int pid) const {
            std::any_of(m_lanes.begin(), m_lanes.end(), holdsNews);
 }
 
-void LocalDomain::ReportEnd(int pid, const Process& process) {
+void LocalDomain::ReportEnd(int pid) {
     for (Incoming* parked : m_parked) {
         parked->orphaned = parked->orphaned || parked->Pid() == pid;
     }
@@ -598,13 +485,22 @@ void LocalDomain::ReportEnd(int pid, const Process& process) {
         }
         return theirs;
     });
-    std::erase_if(m_ended, [](const auto& entry) { return Clock::now() - entry.second >= kDying; });
-    m_ended[pid] = Clock::now();
-    for (const auto& [application, announced] : process.applications) {
-        auto peer = std::make_unique<Peer>(Peer{application, pid, process.host, process.user});
-        m_reports.emplace_back(PeerLost{std::move(peer), announced});
+    for (PeerLost& report : m_lives.Bury(pid)) {
+        m_reports.push_back(std::move(report));
     }
-    EndWaitFor(pid);
+    LetSuccessorsGo();
+}
+
+/// An application that has come back is heard when all that its last life has sent was taken, and the end of
+/// that life reported.
+void LocalDomain::LetSuccessorsGo() {
+    std::erase_if(m_successors, [&](Incoming* incoming) {
+        const bool free = !m_lives.HasToWait(incoming->Pid());
+        if (free) {
+            m_readable.push_back(incoming);
+        }
+        return free;
+    });
 }
 
 std::optional<Event> LocalDomain::TakeReport() {

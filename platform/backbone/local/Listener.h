@@ -1,0 +1,52 @@
+#ifndef ZYL_BACKBONE_LOCAL_LISTENER_H
+#define ZYL_BACKBONE_LOCAL_LISTENER_H
+
+#include <string>
+
+#include "DomainDirectory.h"
+#include "FileDescriptor.h"
+#include "Poller.h"
+
+namespace zyl::backbone::local {
+
+/// An application of this process, and the socket on which it is met.
+class Listener final : public Watched {
+  public:
+    /// `knocking` becomes true when somebody waits to be accepted; it outlives the listener.
+    Listener(bool& knocking, int number, std::string name, bool announced, Claim claim);
+
+    void Ready(const Readiness& /*readiness*/) override { m_knocking = true; }
+
+    enum class Outcome {
+        kAccepted,
+        kNobody,
+        kRefused,   ///< somebody was sent away, or went: there may be another one
+        kShortage,  ///< somebody waits, but a link's descriptors are not to be had; errno says why
+    };
+    struct Accepted {
+        Outcome outcome;
+        FileDescriptor socket{};
+        int pid = 0;
+    };
+    Accepted Accept() const;
+
+    int Number() const { return m_number; }
+    const std::string& Name() const { return m_name; }
+    bool Announced() const { return m_announced; }
+    int Socket() const { return m_claim.Socket(); }
+    void Abandon() { m_claim.Abandon(); }
+
+    /// Whether its messages may be handed out.
+    bool delivered = false;
+
+  private:
+    bool& m_knocking;
+    int m_number;
+    std::string m_name;
+    bool m_announced;
+    Claim m_claim;
+};
+
+}  // namespace zyl::backbone::local
+
+#endif

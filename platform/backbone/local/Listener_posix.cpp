@@ -1,0 +1,61 @@
+#include "Listener.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "../Diagnostics.h"
+#include "Descriptors.h"
+
+namespace zyl::backbone::local {
+
+namespace {
+
+/// A link is accepted only when there is a place for all that comes with it: its socket, and a lane's
+/// descriptors.
+constexpr int kDescriptorsOfALink = 1 + kMostDescriptors;
+
+bool SomebodyWaits(int socket) {
+    pollfd listening{socket, POLLIN, 0};
+    return poll(&listening, 1, 0) == 1;
+}
+
+}  // namespace
+
+Listener::Listener(bool& knocking, int number, std::string name, bool announced, Claim claim)
+    : m_knocking(knocking),
+      m_number(number),
+      m_name(std::move(name)),
+      m_announced(announced),
+      m_claim(std::move(claim)) {}
+
+Listener::Accepted Listener::Accept() const {
+    FileDescriptor socket;
+    if (CanOpen(kDescriptorsOfALink)) {
+        socket = FileDescriptor(accept4(Socket(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    }
+    if (!socket.IsOpen()) {
+        const int reason = errno;
+        if (reason == EINTR || reason == ECONNABORTED) {
+            return {Outcome::kRefused};
+        }
+        const bool shortage = reason == EMFILE || reason == ENFILE || reason == ENOBUFS || reason == ENOMEM;
+        const bool waits = shortage && SomebodyWaits(Socket());
+        errno = reason;
+        return {waits ? Outcome::kShortage : Outcome::kNobody};
+    }
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    getsockopt(socket.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &size);
+    if (peer.uid != geteuid()) {
+        Report("a link to application " + Quoted(m_name) + " from the user with number " +
+               std::to_string(peer.uid) + " is refused");
+        return {Outcome::kRefused};
+    }
+    return {Outcome::kAccepted, std::move(socket), peer.pid};
+}
+
+}  // namespace zyl::backbone::local

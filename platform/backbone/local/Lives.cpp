@@ -1,0 +1,99 @@
+#include "Lives.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace zyl::backbone::local {
+
+namespace {
+
+/// The kernel closes what a dying process has open one by one; the last of it is long closed after this time,
+/// and its number is not given to another process so soon.
+constexpr std::chrono::seconds kDying{1};
+
+}  // namespace
+
+void Lives::Meet(int pid, const std::string& host, const std::string& user) {
+    m_lives.try_emplace(pid, Life{host, user, {}});
+}
+
+void Lives::Greet(int pid, const std::string& host, const std::string& user) {
+    Life& life = m_lives[pid];
+    life.host = host;
+    life.user = user;
+}
+
+void Lives::Name(int pid, const std::string& application, bool announced) {
+    m_lives[pid].applications[application] = announced;
+}
+
+bool Lives::End(int pid) {
+    const auto life = m_lives.find(pid);
+    if (life == m_lives.end() || life->second.ending) {
+        return false;
+    }
+    life->second.ending = true;
+    ++m_ending;
+    return true;
+}
+
+std::vector<int> Lives::Ending() const {
+    std::vector<int> ending;
+    for (const auto& [pid, life] : m_lives) {
+        if (life.ending) {
+            ending.push_back(pid);
+        }
+    }
+    return ending;
+}
+
+std::vector<PeerLost> Lives::Bury(int pid) {
+    const Life life = std::move(m_lives.extract(pid).mapped());
+    m_ending -= life.ending ? 1 : 0;
+    for (auto& [other, successor] : m_lives) {
+        std::erase(successor.predecessors, pid);
+    }
+    std::erase_if(m_buried, [](const auto& entry) { return Clock::now() - entry.second >= kDying; });
+    m_buried[pid] = Clock::now();
+    std::vector<PeerLost> reports;
+    for (const auto& [application, announced] : life.applications) {
+        auto peer = std::make_unique<Peer>(Peer{application, pid, life.host, life.user});
+        reports.push_back(PeerLost{std::move(peer), announced});
+    }
+    return reports;
+}
+
+bool Lives::EndedJustNow(int pid) const {
+    const auto buried = m_buried.find(pid);
+    return buried != m_buried.end() && Clock::now() - buried->second < kDying;
+}
+
+std::vector<int> Lives::Others(const std::string& application, int pid) const {
+    std::vector<int> others;
+    for (const auto& [other, life] : m_lives) {
+        if (other != pid && life.applications.contains(application)) {
+            others.push_back(other);
+        }
+    }
+    return others;
+}
+
+/// Nobody is ever put before himself, so the first of those who wait always gets on.
+void Lives::PutBefore(int earlier, int later) {
+    if (!Precedes(later, earlier)) {
+        m_lives.at(later).predecessors.push_back(earlier);
+    }
+}
+
+bool Lives::Precedes(int earlier, int later) const {
+    const std::vector<int>& before = m_lives.at(later).predecessors;
+    return std::any_of(before.begin(), before.end(),
+                       [&](int one) { return one == earlier || Precedes(earlier, one); });
+}
+
+bool Lives::HasToWait(int pid) const {
+    const auto life = m_lives.find(pid);
+    return life != m_lives.end() && !life->second.predecessors.empty();
+}
+
+}  // namespace zyl::backbone::local
