@@ -1,24 +1,16 @@
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <stdlib.h>
-#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <filesystem>
-#include <iterator>
 
-#include "ForeignPeer.h"
-#include "Frames.h"
+#include "LocalTransport.h"
 #include "ObservedTransport.h"
-#include "World.h"
-#include "local/Descriptors.h"
 
 /// What the local transport does when a peer, the system or a stranger fails it. Participants are real
 /// processes.
@@ -33,66 +25,6 @@ using ::testing::IsEmpty;
 using ::testing::SizeIs;
 using ::testing::StartsWith;
 using zyl::backbone::Clock;
-using zyl::backbone::Settings;
-using zyl::backbone::local::AnnounceFrame;
-using zyl::backbone::local::FrameKind;
-using zyl::backbone::local::Greeting;
-using zyl::backbone::local::GreetingFrame;
-using zyl::backbone::local::kProtocolVersion;
-using zyl::backbone::local::LaneFrame;
-using zyl::backbone::local::SendWithDescriptors;
-
-/// More than any link holds.
-const std::string& BigBody() {
-    static const std::string body(std::size_t{64} << 20, 'B');
-    return body;
-}
-
-long Lines(const std::string& text) {
-    return std::count(text.begin(), text.end(), '\n');
-}
-
-/// The processor time of this process so far.
-std::chrono::microseconds ProcessorTime() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return std::chrono::seconds(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-           std::chrono::microseconds(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec);
-}
-
-/// What a wait of some tenths of a second may take: a thousandth of it is usual, all of it a loop that spins.
-constexpr milliseconds kHardlyAny{60};
-
-int OpenDescriptors() {
-    const std::filesystem::directory_iterator all("/proc/self/fd");
-    return static_cast<int>(std::distance(begin(all), end(all)));
-}
-
-/// Without two spare descriptors UndefinedBehaviorSanitizer, which looks at memory through a pipe, takes
-/// sound objects for broken ones.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr int kLeastSpare = 2;
-#else
-constexpr int kLeastSpare = 0;
-#endif
-
-/// While the object lives, this process can open `spare` further descriptors only.
-class DescriptorShortage {
-  public:
-    explicit DescriptorShortage(int spare) {
-        getrlimit(RLIMIT_NOFILE, &m_before);
-        const int lowestFree = dup(STDIN_FILENO);
-        close(lowestFree);
-        rlimit limit = m_before;
-        limit.rlim_cur = static_cast<rlim_t>(lowestFree) + static_cast<rlim_t>(spare);
-        setrlimit(RLIMIT_NOFILE, &limit);
-    }
-    ~DescriptorShortage() { End(); }
-    void End() { setrlimit(RLIMIT_NOFILE, &m_before); }
-
-  private:
-    rlimit m_before{};
-};
 
 /// Kills a process that is no child of this one, and returns when it is dead with everything closed.
 void KillAndAwait(pid_t victim) {
@@ -104,30 +36,9 @@ void KillAndAwait(pid_t victim) {
     close(process);
 }
 
-class LocalTransport : public ::testing::Test {
-  protected:
-    explicit LocalTransport(std::unique_ptr<World> world = MakeLocalWorld()) : m_world(std::move(world)) {}
-
-    std::unique_ptr<World> m_world;
-    Settings& m_settings = m_world->settings;
-};
-
 using LocalTransportDeathTest = LocalTransport;
 
-/// What depends on how a link carries its messages.
-struct Kind {
-    const char* name;
-    std::unique_ptr<World> (*make)();
-};
-
-class LocalLink : public LocalTransport, public ::testing::WithParamInterface<Kind> {
-  protected:
-    LocalLink() : LocalTransport(GetParam().make()) {}
-};
-
-INSTANTIATE_TEST_SUITE_P(Lanes, LocalLink,
-                         ::testing::Values(Kind{"memory", MakeLocalWorld}, Kind{"socket", MakeSocketWorld}),
-                         [](const auto& kind) { return std::string(kind.param.name); });
+INSTANTIATE_TEST_SUITE_P(Lanes, LocalLink, AllLanes(), LaneName);
 
 TEST_F(LocalTransportDeathTest, NameOfALivingProcessIsRefusedWithItsPidAndHost) {
     Shared holder;
@@ -344,254 +255,6 @@ TEST_P(LocalLink, ReceiverThatDiesWhileItsMessageIsWrittenRaisesNoSigpipe) {
                            ::testing::internal::GetCapturedStderr(),
                            HasSubstr("a message of type 'Second' for application 'target' in domain 'job' is "
                                      "dropped: it is gone\n"));
-                   }});
-}
-
-struct Garbage {
-    std::string bytes;
-    const char* complaint;
-};
-
-std::string WrongVersion() {
-    Greeting greeting;
-    greeting.version = kProtocolVersion + 1;
-    return GreetingFrame(greeting);
-}
-
-TEST_F(LocalTransport, GarbageFromAStrangerClosesItsLinkWithOneLineAndHarmsNothingElse) {
-    const std::string greeting = GreetingFrame({});
-    const std::string endless = Header(static_cast<int>(FrameKind::kMessage), 1, 0x80000000U);
-    const Garbage kGarbage[] = {
-        {"GET / HTTP/1.1\r\n\r\n", "the frame's magic number is 542393671"},
-        {Header(99, 1, 0), "the frame's kind is 99"},
-        {greeting + Header(3, 0, 0), "the frame's type has no terminator"},
-        {greeting + endless, "the frame's body has 2147483648 bytes of at most 2147483647"},
-        {Header(1, 1, 16385), "the frame's body has 16385 bytes of at most 16384"},
-        {WrongVersion(), "the peer speaks version "},
-        {Header(1, 1, 4) + std::string(5, '\0'), "the peer speaks version 0, this process version "},
-        {MessageFrame("t", "rude"), "the first frame is no greeting"},
-        {greeting + greeting, "a second greeting"},
-        {greeting + LaneFrame(4096), "a lane with a ring of 4096 bytes and 0 descriptors cannot be opened"},
-        {greeting + MessageFrame("t", "") + std::string(1'000'000, 'x'), "the frame's magic number is "},
-        // Cut off in the middle: nobody can tell it from a sender that was killed, which is not worth a line.
-        {greeting.substr(0, 5), nullptr},
-        {greeting.substr(0, greeting.size() - 1), nullptr},
-        {greeting + MessageFrame("t", "cut off").substr(0, 20), nullptr},
-        {"", nullptr},
-    };
-    Signal ready;
-    Signal linked;
-    Signal done;
-    Shared intruder;
-    m_world->Play({[&](Participant& me) {
-                       me.Watch("target");
-                       me.Receive("target");
-                       ::testing::internal::CaptureStderr();
-                       ready.Give();
-                       me.WaitUntil([&] { return me.received.size() == 3; });
-                       std::string lines = ::testing::internal::GetCapturedStderr();
-                       const std::string start = "ZYLFeaBackbone: the link from process " +
-                                                 std::to_string(intruder.Get()) +
-                                                 " to application 'target' is closed: ";
-                       for (const Garbage& garbage : kGarbage) {
-                           if (garbage.complaint != nullptr) {
-                               EXPECT_THAT(lines, StartsWith(start + garbage.complaint));
-                               lines.erase(0, lines.find('\n') + 1);
-                           }
-                       }
-                       EXPECT_EQ(lines, "");
-                       EXPECT_EQ(me.received[2].body, "after it");
-                       EXPECT_THAT(me.lost, IsEmpty());
-                   },
-                   [&](Participant& me) {
-                       ready.Await();
-                       me.Send("target", "t", "before the garbage");
-                       linked.Give();
-                       done.Await();
-                       me.Send("target", "t", "after it");
-                   },
-                   [&](Participant& /*me*/) {
-                       linked.Await();
-                       intruder.Set(getpid());
-                       for (const Garbage& garbage : kGarbage) {
-                           const ForeignPeer stranger;
-                           EXPECT_EQ(stranger.Connect(m_settings.directory + "/d.job/a.target"), 0);
-                           stranger.Send(garbage.bytes);
-                           if (garbage.complaint == nullptr) {
-                               stranger.EndSending();
-                           }
-                           EXPECT_TRUE(stranger.AwaitEnd()) << garbage.bytes.substr(0, 40);
-                       }
-                       done.Give();
-                   }});
-}
-
-TEST_P(LocalLink, GarbageFromWhoeverListensUnderANameHarmsNoSender) {
-    m_settings.connectTimeout = milliseconds(50);
-    Signal listening;
-    Signal received;
-    Signal done;
-    m_world->Play({[&](Participant& /*me*/) {
-                       const ForeignPeer listener;
-                       ASSERT_TRUE(listener.Listen(m_settings.directory + "/d.job/a.fake"));
-                       listening.Give();
-                       const ForeignPeer link = listener.Accept();
-                       link.Send(std::string(100000, 'x'));
-                       received.Give();
-                       done.Await();
-                   },
-                   [&](Participant& me) {
-                       me.Receive("sender");
-                       listening.Await();
-                       me.Send("fake", "t", "one");
-                       received.Await();
-                       me.Send("fake", "t", "two");
-                       const auto before = ProcessorTime();
-                       int never = 1;
-                       me.board.WaitingLoop(me.domain, 300, &never);
-                       EXPECT_LT(ProcessorTime() - before, kHardlyAny);
-                       me.Send("sender", "t", "to itself");
-                       me.Look();
-                       EXPECT_THAT(me.received, SizeIs(1));
-                       done.Give();
-                   }});
-}
-
-/// With none to spare nobody is let in; with a few a link may come in, but not all that comes with it.
-TEST_P(LocalLink, ReceiverOutOfDescriptorsSaysSoOnceAndLosesNothing) {
-    for (int spare = kLeastSpare; spare <= 3; ++spare) {
-        Signal there;
-        Signal scarce;
-        Signal sent;
-        Signal done;
-        m_world->Play(
-            {[&](Participant& me) {
-                 me.Receive("target");
-                 there.Give();
-                 me.WaitUntil([&] { return me.received.size() == 1; });
-                 ::testing::internal::CaptureStderr();
-                 {
-                     const DescriptorShortage shortage(spare);
-                     scarce.Give();
-                     scarce.Give();
-                     sent.Await();
-                     sent.Await();
-                     const auto before = ProcessorTime();
-                     int never = 1;
-                     me.board.WaitingLoop(me.domain, 300, &never);
-                     EXPECT_LT(ProcessorTime() - before, kHardlyAny);
-                 }
-                 ASSERT_GE(me.received.size(), 2U) << "a link that is open already goes on";
-                 EXPECT_EQ(me.received[1].body, "early again");
-                 me.WaitUntil([&] { return me.received.size() == 3; });
-                 EXPECT_EQ(me.received[2].body, "late");
-                 const std::string lines = ::testing::internal::GetCapturedStderr();
-                 EXPECT_LE(Lines(lines), 1) << lines;
-                 if (spare == 0) {
-                     EXPECT_EQ(lines,
-                               "ZYLFeaBackbone: cannot accept a link to application 'target': Too many open "
-                               "files; will try again\n");
-                 }
-                 done.Give();
-             },
-             [&](Participant& me) {
-                 there.Await();
-                 me.Send("target", "t", "early");
-                 scarce.Await();
-                 me.Send("target", "t", "early again");
-                 sent.Give();
-                 done.Await();
-             },
-             [&](Participant& me) {
-                 scarce.Await();
-                 me.Send("target", "t", "late");
-                 sent.Give();
-             }});
-    }
-}
-
-TEST_P(LocalLink, ReceiverShortOfDescriptorsHearsAllThatSentAndEnded) {
-    constexpr std::size_t kSenders = 12;
-    Signal there;
-    Signal sent;
-    std::vector<Role> roles = {[&](Participant& me) {
-        me.Receive("target");
-        const DescriptorShortage shortage(8);
-        for (std::size_t sender = 0; sender < kSenders; ++sender) {
-            there.Give();
-        }
-        for (std::size_t sender = 0; sender < kSenders; ++sender) {
-            sent.Await();
-        }
-        me.WaitUntil([&] { return me.received.size() == kSenders; });
-    }};
-    for (std::size_t sender = 0; sender < kSenders; ++sender) {
-        roles.push_back([&](Participant& me) {
-            there.Await();
-            me.Send("target", "t", "a word");
-            sent.Give();
-        });
-    }
-    m_world->Play(roles);
-}
-
-TEST_F(LocalTransport, StrangerCannotFillAProcessWithDescriptors) {
-    Signal there;
-    Signal sent;
-    Signal counted;
-    m_world->Play({[&](Participant& me) {
-                       me.Receive("target");
-                       there.Give();
-                       sent.Await();
-                       const int before = OpenDescriptors();
-                       me.Look();
-                       EXPECT_LE(OpenDescriptors(), before + 10);
-                       counted.Give();
-                   },
-                   [&](Participant& /*me*/) {
-                       there.Await();
-                       const ForeignPeer stranger;
-                       EXPECT_EQ(stranger.Connect(m_settings.directory + "/d.job/a.target"), 0);
-                       stranger.Send(GreetingFrame({}));
-                       const std::array<int, 3> descriptors{STDIN_FILENO, STDIN_FILENO, STDIN_FILENO};
-                       for (int number = 0; number < 50; ++number) {
-                           SendWithDescriptors(stranger.Socket(), AnnounceFrame("x"), descriptors);
-                       }
-                       sent.Give();
-                       counted.Await();
-                   }});
-}
-
-TEST_P(LocalLink, SenderOutOfDescriptorsSaysSoOnceAndSendsWhenItHasSome) {
-    if (kLeastSpare > 0) {
-        GTEST_SKIP() << "the sanitizers need descriptors of their own";
-    }
-    Signal there;
-    m_world->Play({[&](Participant& me) {
-                       me.Receive("target");
-                       there.Give();
-                       me.WaitUntil([&] { return me.received.size() == 1; });
-                   },
-                   [&](Participant& /*me*/) {
-                       there.Await();
-                       DescriptorShortage* shortage = nullptr;
-                       Participant sender(std::make_unique<ObservedTransport>(m_settings,
-                                                                              [&](int nth) {
-                                                                                  if (nth == 20) {
-                                                                                      shortage->End();
-                                                                                  }
-                                                                              }),
-                                          m_settings);
-                       ::testing::internal::CaptureStderr();
-                       DescriptorShortage limited(0);
-                       shortage = &limited;
-                       const auto before = ProcessorTime();
-                       sender.Send("target", "t", "");
-                       EXPECT_LT(ProcessorTime() - before, kHardlyAny);
-                       const std::string lines = ::testing::internal::GetCapturedStderr();
-                       const std::string line = "cannot open a socket: Too many open files; will try again\n";
-                       EXPECT_THAT(lines, StartsWith("ZYLFeaBackbone: " + line));
-                       EXPECT_EQ(lines.find(line), lines.rfind(line)) << lines;
                    }});
 }
 

@@ -1,0 +1,165 @@
+// What the other applications may reach of an engine's files: SetAllowedRoots.
+
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
+#include "FileTransferFixture.h"
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+
+namespace {
+
+/// The lines of `log` that tell of a refusal.
+std::vector<std::string> Refusals(const std::string& log) {
+    std::istringstream lines(log);
+    std::vector<std::string> refusals;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.find("refused") != std::string::npos || line.find("cannot") != std::string::npos) {
+            refusals.push_back(line);
+        }
+    }
+    return refusals;
+}
+
+/// Application S has the file In(), T gets it as Out(), and one of both is confined. Links lead to the jobs
+/// of both from beside and from within.
+class ConfinedFileTransfer : public FileTransfer {
+  protected:
+    ConfinedFileTransfer() {
+        for (const std::string name : {"S", "T"}) {
+            Add(name, 1);
+            fs::create_directory(m_directory / name + "/job/inside");
+            fs::create_directory_symlink(name + "/job", m_directory / (name + "-link"));
+            fs::create_directory_symlink("../other", m_directory / name + "/job/out-of-it");
+            fs::create_directory_symlink("inside", m_directory / name + "/job/within-it");
+            fs::create_directory(m_directory / name + "/other");
+            fs::create_directory(m_directory / name + "/job-2");
+        }
+    }
+
+    int Allow(const std::string& name, const std::vector<std::string>& roots) {
+        std::vector<std::string> paths;
+        std::vector<const char*> pointers;
+        for (const std::string& root : roots) {
+            paths.push_back(m_directory / (name + root));
+        }
+        for (const std::string& path : paths) {
+            pointers.push_back(path.c_str());
+        }
+        return m_applications.at(name)->m_engine.SetAllowedRoots(pointers.data(),
+                                                                 static_cast<int>(pointers.size()));
+    }
+
+    /// Copies In() by `operation` with `source` and `target` as the files' names in the jobs; gives the
+    /// refusals of S and T.
+    std::vector<std::string> Copy(Operation operation, const std::string& source, const std::string& target) {
+        const std::string runner = operation == kReceiveFile ? "T" : "S";
+        const std::string s = m_directory / "S", t = m_directory / "T";
+        ZYLMsgBBCallbackManager::SetMessageID(runner.c_str());
+        (m_applications.at(runner)->m_engine.*operation)("S", s.c_str(), "job", source.c_str(), "T",
+                                                         t.c_str(), "job", target.c_str());
+        Deliver();
+        EXPECT_TRUE(m_applications["S"]->IsIdle() && m_applications["T"]->IsIdle());
+        return Refusals(Log("S") + Log("T"));
+    }
+};
+
+TEST_F(ConfinedFileTransfer, OthersReachOnlyWhatLiesInTheAllowedDirectories) {
+    const struct {
+        std::string root, path;
+        bool isAllowed;
+    } cases[] = {
+        {"/job", "f", true},
+        {"/job/", "inside/f", true},
+        {"/job", "inside/../f", true},
+        {"/job", "within-it/f", true},
+        {"", "f", true},
+        {"-link", "../../@-link/f", true},
+        {"/job", "../other/f", false},
+        {"/job", "../job-2/f", false},
+        {"/job", "inside/../../other/f", false},
+        {"/job", "out-of-it/f", false},
+        {"/job", "../../@-link/f", false},
+        {"-link", "f", false},
+        {"-link", "../../@-link/out-of-it/f", false},
+        {"/other", "out-of-it/f", false},
+        {"/job", "/job/f", false},
+    };
+    for (const auto& [root, path, isAllowed] : cases) {
+        for (const std::string confined : {"S", "T"}) {
+            std::string name = path;
+            if (const size_t at = name.find('@'); at != std::string::npos) {
+                name.replace(at, 1, confined);
+            }
+            Add("S", 1);
+            Add("T", 1);
+            const bool isRead = confined == "S";
+            const fs::path file = fs::path(m_directory / confined + "/job") / name;
+            if (isRead && file.string().starts_with(m_directory.Path().string())) {
+                Write(file, Pattern(70'000));
+            } else if (!isRead) {
+                Write(In(), Pattern(70'000));
+                fs::remove(file);
+            }
+            EXPECT_EQ(Allow(confined, {root}), 0);
+            const auto refusals = isRead ? Copy(kReceiveFile, name, "copy") : Copy(kISendFile, "in", name);
+            const fs::path copy = isRead ? fs::path(m_directory / "T/job/copy") : file;
+            EXPECT_EQ(refusals.size(), isAllowed ? 0U : 1U) << confined << root << ' ' << name;
+            EXPECT_EQ(fs::exists(copy), isAllowed || isRead) << confined << root << ' ' << name;
+            EXPECT_TRUE(Read(copy) == (isAllowed ? Pattern(70'000) : "")) << confined << root << ' ' << name;
+        }
+    }
+}
+
+TEST_F(ConfinedFileTransfer, ARefusalLeavesOneLineAndTheTransferEnds) {
+    Write(m_directory / "S/other/secret", "secret");
+    Write(m_directory / "T/other/kept", "kept");
+    EXPECT_EQ(Allow("S", {"/job", "/job-2"}), 0);
+    EXPECT_THAT(Copy(kReceiveFile, "../other/secret", "out"),
+                ElementsAre("ZYLMsgFileTransfer: refused to read file /S/other/secret as another application "
+                            "asks: it is not in an allowed directory"));
+    EXPECT_EQ(TakeSteps(), "S:1 T:5 ");
+    EXPECT_EQ(Read(Out()), "");
+    Add("S");
+    Write(In(), Pattern(131072));
+    EXPECT_EQ(Allow("T", {"/job"}), 0);
+    EXPECT_THAT(Copy(kSendFile, "in", "../other/kept"),
+                ElementsAre("ZYLMsgFileTransfer: refused to write file /T/other/kept as another application "
+                            "asks: it is not in an allowed directory"));
+    EXPECT_EQ(TakeSteps(), "T:2 T:3#1x65536 T:3#2x65536 T:4 S:6 ");
+    EXPECT_EQ(Read(m_directory / "T/other/kept"), "kept");
+}
+
+TEST_F(ConfinedFileTransfer, WhatAnApplicationNamesItselfIsNotConfined) {
+    Write(In(), "abc");
+    Allow("S", {});
+    EXPECT_THAT(Copy(kSendFile, "in", "sent"), ElementsAre());
+    Add("S");
+    Allow("T", {});
+    EXPECT_THAT(Copy(kReceiveFile, "in", "received"), ElementsAre());
+    EXPECT_EQ(Read(m_directory / "T/job/sent") + Read(m_directory / "T/job/received"), "abcabc");
+}
+
+TEST_F(ConfinedFileTransfer, DirectoriesAreFoundAtTheCallAndReplacedByTheNext) {
+    const std::ptrdiff_t openBefore = OpenDescriptors();
+    Write(In(), "abc");
+    EXPECT_EQ(Allow("T", {"/missing", "/job", "/job"}), -1);
+    EXPECT_EQ(OpenDescriptors(), openBefore + 1);
+    fs::rename(m_directory / "T/job", m_directory / "T/moved");
+    fs::create_directory_symlink("other", m_directory / "T/job");
+    EXPECT_THAT(
+        Copy(kSendFile, "in", "f"),
+        ElementsAre("ZYLMsgFileTransfer: cannot allow directory /T/missing: No such file or directory"));
+    EXPECT_EQ(Read(m_directory / "T/moved/f"), "abc");
+    Allow("T", {});
+    EXPECT_EQ(OpenDescriptors(), openBefore);
+    EXPECT_EQ(Copy(kSendFile, "in", "g").size(), 2U);
+    Allow("T", {"/other", "/job"});
+    m_applications.clear();
+    EXPECT_LT(OpenDescriptors(), openBefore + 1);
+}
+
+}  // namespace
