@@ -356,38 +356,6 @@ TEST_P(Conformance, SendToAPeerThatHasGoneFailsAtOnceUntilItIsBack) {
                    }});
 }
 
-TEST_P(Conformance, FirstSendToAPeerThatCameAndWentFailsAtOnceAndTheLossIsReportedOnce) {
-    Signal watching;
-    Signal over;
-    Signal seen;
-    m_world->Play({[&](Participant& me) {
-                       me.Watch("sender");
-                       watching.Give();
-                       over.Await();
-                       ::testing::internal::CaptureStderr();
-                       me.Send("peer", "t", "to nobody");
-                       EXPECT_EQ(::testing::internal::GetCapturedStderr(),
-                                 "ZYLFeaBackbone: a message of type 't' for application 'peer' in domain "
-                                 "'job' is dropped: it is gone\n");
-                       me.Look();
-                       EXPECT_THAT(me.lost, ElementsAre("peer"));
-                       seen.Give();
-                   },
-                   [&](Participant& me) {
-                       me.Watch("witness");
-                       watching.Give();
-                       me.WaitUntil([&] { return !me.lost.empty(); });
-                       over.Give();
-                       seen.Await();
-                   },
-                   [&](Participant& me) {
-                       watching.Await();
-                       watching.Await();
-                       me.Declare("peer");
-                       me.Crash();
-                   }});
-}
-
 TEST_P(Conformance, BodiesOfAnySizeArriveWhole) {
     constexpr std::size_t kLarge = 200 * 1024 * 1024;
     m_world->Play({[&](Participant& me) {

@@ -230,6 +230,34 @@ TEST_P(LocalLink, LivesUnderOneNameAreHeardOneAfterTheOther) {
                    }});
 }
 
+TEST_P(LocalLink, FirstSendToAPeerThatCameAndWentFailsAtOnceAndTheLossIsReportedOnce) {
+    Shared peer;
+    Signal watching;
+    Signal there;
+    m_world->Play({[&](Participant& me) {
+                       me.Watch("sender");
+                       watching.Give();
+                       there.Await();
+                       KillAndAwait(static_cast<pid_t>(peer.Get()));
+                       ::testing::internal::CaptureStderr();
+                       me.Send("peer", "t", "to nobody");
+                       EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+                                 "ZYLFeaBackbone: a message of type 't' for application 'peer' in domain "
+                                 "'job' is dropped: it is gone\n");
+                       me.Look();
+                       EXPECT_THAT(me.lost, ElementsAre("peer"));
+                   },
+                   [&](Participant& me) {
+                       watching.Await();
+                       me.Declare("peer");
+                       peer.Set(getpid());
+                       there.Give();
+                       for (;;) {
+                           pause();
+                       }
+                   }});
+}
+
 TEST_P(LocalLink, ReceiverThatDiesWhileItsMessageIsWrittenRaisesNoSigpipe) {
     static pid_t s_victim;
     Shared receiver;
