@@ -1,6 +1,7 @@
 #include "local/Lane.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <cstring>
 #include <functional>
@@ -97,6 +98,28 @@ TEST_F(Lane, MessageStaysAsItIsWhileLaterOnesFillItsPlace) {
     EXPECT_STREQ(held->type, "held");
     EXPECT_EQ(Text(*held), Body(5000));
 }
+
+#if !defined(__SANITIZE_ADDRESS__)  // whose own memory would be limited as well
+TEST_F(Lane, MessageStaysAsItIsWhereTheRingCannotBeMappedAgain) {
+    rlimit before{};
+    getrlimit(RLIMIT_AS, &before);
+    Mapping mapping(m_memory, kPageSize, kRingSize);
+    const rlimit nothingMore{0, before.rlim_max};
+    setrlimit(RLIMIT_AS, &nothingMore);
+    LaneReader reader(std::move(mapping));
+    setrlimit(RLIMIT_AS, &before);
+    for (int number = 0; number < 3; ++number) {
+        ASSERT_TRUE(Send("held", Body(5000)));
+        const std::optional<LaneMessage> held = reader.Take();
+        for (int other = 0; other < 30; ++other) {
+            ASSERT_TRUE(Send("other", Body(90'000)));
+            ASSERT_TRUE(reader.Take());
+        }
+        EXPECT_STREQ(held->type, "held");
+        EXPECT_EQ(Text(*held), Body(5000));
+    }
+}
+#endif
 
 TEST_F(Lane, MessageOutlivesItsReader) {
     auto reader = std::make_unique<LaneReader>(Mapping(m_memory, kPageSize, kRingSize));

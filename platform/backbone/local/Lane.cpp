@@ -193,7 +193,10 @@ struct LaneReader::Record {
     std::size_t size;
 };
 
-LaneReader::LaneReader(Mapping mapping) : m_mapping(std::move(mapping)), m_view(std::make_shared<View>()) {}
+LaneReader::LaneReader(Mapping mapping)
+    : m_mapping(std::move(mapping)),
+      m_view(std::make_shared<View>()),
+      m_canView(m_mapping.Duplicate().IsMapped()) {}
 
 /// A message that a handler is still looking at keeps the memory; nobody writes into its part of the ring any
 /// more.
@@ -216,6 +219,9 @@ std::optional<LaneMessage> LaneReader::Take() {
             m_view->type.assign(record.type, record.type + record.header.typeSize);
             m_view->type.back() = '\0';
             m_viewed = record.body;
+            if (!m_canView) {
+                return LaneMessage{m_view->type.data(), record.body, nullptr}.Copy();
+            }
             return LaneMessage{m_view->type.data(), record.body, m_view};
         }
         Assemble(record);

@@ -105,8 +105,9 @@ struct LaneMessage {
 ///
 /// A message is viewed in the ring until its storage is let go. If another one is taken before that (from a
 /// nested loop, or by a send that waits for room) the held one first gets private pages with its bytes, at
-/// its addresses; so a handler that does not return never holds the ring up. Room is given back in
-/// steps, and by GiveBack.
+/// its addresses; so a handler that does not return never holds the ring up. Where the
+/// memory cannot be mapped a second time, as that takes, messages are copies. Room is given back in steps,
+/// and by GiveBack.
 class LaneReader {
   public:
     explicit LaneReader(Mapping mapping);
@@ -141,6 +142,7 @@ class LaneReader {
     std::uint64_t m_free = 0;
     std::uint64_t m_givenBack = 0;
     std::shared_ptr<View> m_view;
+    bool m_canView;
     std::span<const char> m_viewed;
     std::shared_ptr<View> m_assembly;
     std::size_t m_assembled = 0;
