@@ -86,7 +86,7 @@ TEST_F(FileFaults, ASourceThatCannotBeReadGivesAnEmptyCopyAndTheNextFileIsWhole)
 /// files.
 void MakeDiskOf(rlim_t size, const std::string& directory) {
     const std::string options = "size=" + std::to_string(size);
-    if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 ||
         mount("tmpfs", directory.c_str(), "tmpfs", 0, options.c_str()) != 0) {
         signal(SIGXFSZ, SIG_IGN);
         const rlimit limit{size, size};
