@@ -136,6 +136,20 @@ class Outgoing final : public Watched {
     std::size_t m_sent = 0;
 };
 
+/// The switchboard's handle on a connection, which the domain keeps for as long as the peer lives.
+class OpenLink final : public Link {
+  public:
+    explicit OpenLink(std::shared_ptr<Outgoing> outgoing) : m_outgoing(std::move(outgoing)) {}
+    const Peer& To() const override { return m_outgoing->To(); }
+    bool Announced() const override { return m_outgoing->Announced(); }
+    bool Alive() override { return m_outgoing->Alive(); }
+    void* Reserve(const char* type, int size) override { return m_outgoing->Reserve(type, size); }
+    Progress Commit() override { return m_outgoing->Commit(); }
+
+  private:
+    std::shared_ptr<Outgoing> m_outgoing;
+};
+
 }  // namespace zyl::backbone::local
 
 #endif

@@ -19,20 +19,6 @@ constexpr int kMessagesBetweenLooks = 256;
 
 }  // namespace
 
-/// The switchboard's handle on a connection, which the domain keeps for as long as the peer lives.
-class LocalDomain::OpenLink final : public Link {
-  public:
-    explicit OpenLink(std::shared_ptr<Outgoing> outgoing) : m_outgoing(std::move(outgoing)) {}
-    const Peer& To() const override { return m_outgoing->To(); }
-    bool Announced() const override { return m_outgoing->Announced(); }
-    bool Alive() override { return m_outgoing->Alive(); }
-    void* Reserve(const char* type, int size) override { return m_outgoing->Reserve(type, size); }
-    Progress Commit() override { return m_outgoing->Commit(); }
-
-  private:
-    std::shared_ptr<Outgoing> m_outgoing;
-};
-
 LocalDomain::LocalDomain(const Settings& settings, const std::string& name, const Greeting& greeting,
                          Doorbell& bell)
     : m_greeting(greeting),
@@ -241,7 +227,6 @@ bool LocalDomain::AcceptOne(const Listener& listener) {
             return false;
         case Listener::Outcome::kNobody:
             m_outOfDescriptors = !m_starved.empty();
-            return false;
     }
     return false;
 }

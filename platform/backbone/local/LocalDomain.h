@@ -68,7 +68,6 @@ class LocalDomain final : public Domain {
       public:
         void Ready(const Readiness& /*readiness*/) override {}
     };
-    class OpenLink;
     using Incomings = std::list<std::unique_ptr<Incoming>>;
 
     std::shared_ptr<Outgoing> OutgoingTo(const std::string& target);
