@@ -10,7 +10,7 @@
 
 namespace {
 
-TEST(PortFinder, RunsThroughTheRangesOfTheSpecification) {
+TEST(PortFinder, RunsThroughTheRangesItIsGiven) {
     const struct {
         const char* spec;
         std::vector<int> candidates;

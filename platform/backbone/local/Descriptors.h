@@ -1,6 +1,8 @@
 #ifndef ZYL_BACKBONE_LOCAL_DESCRIPTORS_H
 #define ZYL_BACKBONE_LOCAL_DESCRIPTORS_H
 
+#include <sys/socket.h>
+
 #include <cstddef>
 #include <span>
 #include <string>
@@ -8,7 +10,8 @@
 
 #include "FileDescriptor.h"
 
-/// Bytes that cross a socket together with open descriptors. Neither call waits; errors are left in errno.
+/// What a local socket does besides carrying bytes: open descriptors travel with them, and the kernel tells
+/// who is at the other end. No call waits; errors are left in errno.
 
 namespace zyl::backbone::local {
 
@@ -17,6 +20,9 @@ constexpr int kMostDescriptors = 3;
 
 /// Whether this process can open so many descriptors more.
 bool CanOpen(int count);
+
+/// The process and user at the other end of a connection, as the kernel saw them when it was made.
+ucred PeerOf(const FileDescriptor& socket);
 
 /// Sends bytes with descriptors, which stay open here. Gives the number of bytes sent, -1 on failure.
 std::ptrdiff_t SendWithDescriptors(int socket, const std::string& bytes, std::span<const int> descriptors);

@@ -28,6 +28,13 @@ bool CanOpen(int count) {
     return true;
 }
 
+ucred PeerOf(const FileDescriptor& socket) {
+    ucred peer{0, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};  // nobody, should the kernel not tell
+    socklen_t size = sizeof peer;
+    getsockopt(socket.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &size);
+    return peer;
+}
+
 std::ptrdiff_t SendWithDescriptors(int socket, const std::string& bytes, std::span<const int> descriptors) {
     iovec part{const_cast<char*>(bytes.data()), bytes.size()};
     DescriptorSpace space;

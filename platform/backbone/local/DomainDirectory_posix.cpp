@@ -21,6 +21,7 @@
 #include "../Diagnostics.h"
 #include "../Process.h"
 #include "../Transport.h"
+#include "Descriptors.h"
 
 namespace zyl::backbone::local {
 
@@ -275,9 +276,7 @@ Connected DomainDirectory::Connect(const std::string& name) const {
         if (connect(connection.Get(), Generic(address), sizeof address) != 0) {
             continue;
         }
-        ucred peer{};
-        socklen_t size = sizeof peer;
-        getsockopt(connection.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &size);
+        const ucred peer = PeerOf(connection);
         if (peer.uid != geteuid()) {
             Report("the application " + Quoted(name) + " belongs to the user with number " +
                    std::to_string(peer.uid) + " and is not used");

@@ -47,9 +47,7 @@ Listener::Accepted Listener::Accept() const {
         errno = reason;
         return {waits ? Outcome::kShortage : Outcome::kNobody};
     }
-    ucred peer{};
-    socklen_t size = sizeof peer;
-    getsockopt(socket.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &size);
+    const ucred peer = PeerOf(socket);
     if (peer.uid != geteuid()) {
         Report("a link to application " + Quoted(m_name) + " from the user with number " +
                std::to_string(peer.uid) + " is refused");
