@@ -12,6 +12,7 @@
 
 namespace {
 
+using zyl::backbone::Progress;
 using zyl::backbone::local::BadFrame;
 using zyl::backbone::local::FileDescriptor;
 using zyl::backbone::local::kLaneMemory;
@@ -144,13 +145,13 @@ void WriteToHostileReader(Script& script) {
             pages.positions.read =
                 step % 4 == 0 ? script.Next<std::uint64_t>() : pages.positions.written.load();
         } else if (blocked) {
-            blocked = !writer.HasRoom() || !writer.Commit();
+            blocked = !writer.HasRoom() || writer.Commit() != Progress::kDone;
         } else {
             const std::size_t size = 1 + script.Next<std::uint32_t>() % (2 * kRingSize);
             const std::string type(script.Next<std::uint16_t>() % 65535, 't');
             if (char* const room = static_cast<char*>(writer.Reserve(type.c_str(), size))) {
                 room[size / 2] = room[size - 1] = 'b';
-                blocked = !writer.Commit();
+                blocked = writer.Commit() != Progress::kDone;
             }
         }
     }

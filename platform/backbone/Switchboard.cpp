@@ -1,6 +1,7 @@
 #include "Switchboard.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <deque>
 #include <map>
@@ -27,6 +28,23 @@ constexpr auto kPatience = std::chrono::seconds(2);
 /// look.
 constexpr auto kLookInterval = std::chrono::milliseconds(5);
 
+/// What a message costs besides its body, about.
+constexpr std::size_t kMessageOverhead = 256;
+
+/// So many processes in a row that wait for one another are a circle.
+constexpr int kCircle = 16;
+
+/// So much more may be taken in when a circle was found: finding it took a while, so this is not little.
+constexpr std::size_t kCircleStep = std::size_t{16} * 1024 * 1024;
+
+/// Where a circle cannot be seen, a message of each domain is taken in after so long without progress, and
+/// then at intervals that double up to the longest.
+constexpr std::chrono::milliseconds kFirstPause{20};
+constexpr std::chrono::milliseconds kLongestPause{1000};
+
+/// Messages that are dropped for one target are one line, and then at most one more in such an interval.
+constexpr auto kDropLineInterval = std::chrono::seconds(1);
+
 /// What had come when the limit of a loop was over is still delivered, but a flood does not hold the loop for
 /// ever.
 constexpr int kDispatchesPastLimit = 1000;
@@ -34,7 +52,8 @@ constexpr int kDispatchesPastLimit = 1000;
 /// The body of a message that an application of this process sends to another one of it.
 struct OwnedBytes final : MessageStorage {
     explicit OwnedBytes(const std::string& typeName, int size)
-        : type(typeName), body(std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(size))) {}
+        : type(typeName),
+          body(std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(size) + kGuardSize)) {}
     std::string type;
     std::unique_ptr<char[]> body;
 };
@@ -45,6 +64,12 @@ void CheckName(std::string_view name, const char* what) {
                   std::to_string(name.size()) + " bytes; the most is " + std::to_string(kLongestName),
               kSourceFile, __LINE__);
     }
+}
+
+/// What an event that waits costs in memory, about.
+std::size_t Weight(const Event& event) {
+    const auto* message = std::get_if<Message>(&event);
+    return message != nullptr ? static_cast<std::size_t>(message->Size()) + kMessageOverhead : 0;
 }
 
 /// A signal handler may change the condition as well.
@@ -66,11 +91,15 @@ struct Switchboard::Application {
 /// An application that this process has sent to.
 struct Switchboard::Target {
     std::string name;
-    std::unique_ptr<Link> link;
+    std::unique_ptr<Link> link{};
     /// Its last life is over, or it did not come in time: sends fail at once until it is there again.
     bool lost = false;
     /// Its absence has been reported, or the transport is going to.
     bool reported = false;
+    /// Messages dropped since it was last there, how many of them a line has told of, and when it did.
+    long dropped = 0;
+    long droppedAndSaid = 0;
+    Clock::time_point said{};
 };
 
 struct Switchboard::Membership {
@@ -85,6 +114,8 @@ struct Switchboard::Membership {
     /// Sent within this process. Takes turns with the rest, so that neither starves.
     std::deque<Event> fromSelf;
     bool selfIsNext = false;
+    /// What all of that, and what waits for handlers, costs in memory, about.
+    std::size_t takenIn = 0;
 
     Application* Find(std::string_view wanted) {
         const auto found = std::find_if(applications.begin(), applications.end(),
@@ -107,13 +138,18 @@ struct Switchboard::Membership {
         }
         return Pop(fromSelf);
     }
-    static Event Pop(std::deque<Event>& queue) {
+    Event Pop(std::deque<Event>& queue) {
         Event event = std::move(queue.front());
         queue.pop_front();
+        takenIn -= Weight(event);
         return event;
     }
     /// Puts an event where it waits for its turn.
     void TakeIn(std::deque<Event>& queue, Event event) {
+        takenIn += Weight(event);
+        if (const auto* lost = std::get_if<PeerLost>(&event)) {
+            NoteLoss(*lost);
+        }
         if (const auto* message = std::get_if<Message>(&event)) {
             Application& receiver = applications[static_cast<std::size_t>(message->Application())];
             if (receiver.receive == nullptr) {
@@ -123,12 +159,105 @@ struct Switchboard::Membership {
         }
         queue.push_back(std::move(event));
     }
+    /// A life is over: sends to that peer fail at once until it is there again, also first ones. A passing
+    /// helper that was never sent to is nobody's loss; and a link that is still there tells by itself that its
+    /// peer is gone.
+    void NoteLoss(const PeerLost& lost) {
+        auto found = targets.find(lost.peer->application);
+        if (found == targets.end() && lost.announced) {
+            found = targets.emplace(lost.peer->application, Target{lost.peer->application}).first;
+        }
+        if (found == targets.end()) {
+            return;
+        }
+        Target& target = found->second;
+        if (target.link == nullptr) {
+            target.reported = lost.announced || target.reported;
+            target.lost = true;
+        }
+    }
+    /// The last word on the messages that were dropped for a target.
+    void SayHowManyWereDropped(Target& target) const {
+        if (target.dropped != target.droppedAndSaid) {
+            Report("in all " + std::to_string(target.dropped) + " messages for application " +
+                   Quoted(target.name) + " in domain " + Quoted(name) + " were dropped");
+        }
+        target.dropped = 0;
+        target.droppedAndSaid = 0;
+    }
 };
 
 struct Switchboard::Request {
     const char* type;
     int size;
     ZYLFeaBackbone_StreamCallback stream;
+
+    /// Has the message written to `room`, and makes sure that it ends where it said it would.
+    void Fill(void* room, const std::string& target) const {
+        constexpr std::array<char, kGuardSize> kGuard = {'Z', 'Y', 'L', '-', 'e', 'n', 'd', '\1'};
+        char* const guard = static_cast<char*>(room) + size;
+        std::memcpy(guard, kGuard.data(), kGuardSize);
+        stream(room, size);
+        if (std::memcmp(guard, kGuard.data(), kGuardSize) != 0) {
+            Fatal("a message of type " + Quoted(type) + " for application " + Quoted(target) +
+                      " wrote more than the " + std::to_string(size) +
+                      " bytes that it had announced; its RequiredBufferSize and Stream must agree",
+                  kSourceFile, __LINE__);
+        }
+    }
+};
+
+/// How a send waits while the budget for what is taken in is spent.
+///
+/// If its target is slow, or stands still, it waits and takes nothing in. But if the target is held up by us
+/// in its turn, by way of others perhaps, nobody would ever get on. So whoever waits like this tells how many
+/// processes in a row do: itself, and those that its target has told of. A row ends at somebody who is not
+/// held up; in a circle the number grows with every look.
+class Switchboard::Restraint {
+  public:
+    Restraint(Transport& transport, const Link* link) : m_transport(transport), m_link(link) {}
+    ~Restraint() { Say(0); }
+    Restraint(const Restraint&) = delete;
+    Restraint& operator=(const Restraint&) = delete;
+
+    /// Some of the message has gone: patience begins anew.
+    void Advanced() {
+        m_pause = kFirstPause;
+        m_until.reset();
+    }
+
+    /// Waits for room for a while. Gives how much may be taken in now, above what was.
+    std::size_t Hold(std::span<Domain* const> domains, Deadline deadline) {
+        m_until = m_until.value_or(Clock::now() + m_pause);
+        const std::optional<int> theirs = m_link != nullptr ? m_link->HeldUp() : 0;
+        Say(std::clamp(theirs.value_or(0), 0, kCircle - 1) + 1);
+        if (theirs && *theirs >= kCircle) {
+            return kCircleStep;
+        }
+        m_transport.Wait(domains,
+                         std::min({deadline.value_or(*m_until), *m_until, Clock::now() + kLookInterval}),
+                         Take::kNothing);
+        if (theirs || Clock::now() < *m_until) {
+            return 0;
+        }
+        m_pause = std::min(2 * m_pause, kLongestPause);
+        m_until.reset();
+        return 1;
+    }
+
+  private:
+    void Say(int processes) {
+        if (m_said != processes) {
+            m_said = processes;
+            m_transport.SayHeldUp(processes);
+        }
+    }
+
+    Transport& m_transport;
+    const Link* m_link;
+    std::chrono::milliseconds m_pause = kFirstPause;
+    Deadline m_until;
+    int m_said = 0;
 };
 
 Switchboard::Switchboard(std::unique_ptr<Transport> transport, const Settings& settings)
@@ -140,6 +269,9 @@ Switchboard::~Switchboard() {
 
 void Switchboard::Leave() {
     for (const auto& member : m_memberships) {
+        for (auto& [name, target] : member->targets) {
+            member->SayHowManyWereDropped(target);
+        }
         member->targets.clear();
         member->domain.reset();
     }
@@ -248,7 +380,7 @@ void Switchboard::SendRequest(int communicator, std::string_view name, ZYLFeaBac
 
 void Switchboard::SendToSelf(Membership& member, const Application& application, const Request& request) {
     auto bytes = std::make_shared<OwnedBytes>(request.type, request.size);
-    request.stream(bytes->body.get(), request.size);
+    request.Fill(bytes->body.get(), application.name);
     member.TakeIn(member.fromSelf,
                   Message(application.number, bytes->type.c_str(), bytes->body.get(), request.size, bytes));
 }
@@ -256,7 +388,7 @@ void Switchboard::SendToSelf(Membership& member, const Application& application,
 Switchboard::Target& Switchboard::TargetOf(Membership& member, std::string_view name) {
     auto found = member.targets.find(name);
     if (found == member.targets.end()) {
-        found = member.targets.emplace(name, Target{std::string(name), nullptr}).first;
+        found = member.targets.emplace(name, Target{std::string(name)}).first;
     }
     return found->second;
 }
@@ -265,7 +397,7 @@ void Switchboard::SendToPeer(Membership& member, Target& target, const Request& 
     Link* link = LinkTo(member, target, request);
     if (link == nullptr) {
         Drop(member, target, request, target.lost ? "it is gone" : "it did not come in time");
-    } else if (!Transfer(*link, request)) {
+    } else if (!Transfer(target, request)) {
         target.reported = link->Announced();  // the domain is going to report it, after its last message
         target.link.reset();
         Drop(member, target, request, "it was lost");
@@ -284,9 +416,10 @@ Link* Switchboard::LinkTo(Membership& member, Target& target, const Request& req
     if (target.link == nullptr && !target.lost) {
         AwaitTarget(member, target, request);
     }
-    if (target.link != nullptr) {
+    if (target.link != nullptr && target.lost) {
         target.lost = false;
         target.reported = false;
+        member.SayHowManyWereDropped(target);
     }
     return target.link.get();
 }
@@ -294,46 +427,46 @@ Link* Switchboard::LinkTo(Membership& member, Target& target, const Request& req
 void Switchboard::AwaitTarget(Membership& member, Target& target, const Request& request) {
     const Clock::time_point start = Clock::now();
     const Clock::time_point end = start + m_settings.connectTimeout;
+    Clock::time_point nextLook = start + kLookInterval;
+    Restraint restraint(*m_transport, nullptr);
     bool said = false;
-    NoticeLoss(member, target);
-    while (target.link == nullptr && !target.lost && Clock::now() < end) {
-        if (!said && Clock::now() - start >= kPatience) {
+    for (Clock::time_point now = start; target.link == nullptr && !target.lost && now < end;
+         now = Clock::now()) {
+        if (!said && now - start >= kPatience) {
             Report("still waiting for application " + Quoted(target.name) + " in domain " +
-                   Quoted(member.name) + ", which has not started, to send it a message of type " +
-                   Quoted(request.type));
+                   Quoted(member.name) + ", which is not there, to send it a message of type " +
+                   Quoted(request.type) + "; waits " +
+                   std::to_string(std::chrono::ceil<std::chrono::seconds>(end - now).count()) + " s more; " +
+                   member.domain->WhereItLooks());
             said = true;
         }
-        WaitTakingIn(std::min(end, Clock::now() + kLookInterval));
-        NoticeLoss(member, target);
-        target.link = member.domain->Open(target.name);
-    }
-}
-
-/// A target that was never sent to may have been met, and its end taken in but not dispatched yet.
-void Switchboard::NoticeLoss(const Membership& member, Target& target) {
-    for (const Event& event : member.inbox) {
-        const auto* loss = std::get_if<PeerLost>(&event);
-        if (loss != nullptr && loss->peer->application == target.name) {
-            target.lost = true;
-            target.reported = loss->announced;
+        WaitTakingIn(std::min(end, nextLook), restraint);
+        if (Clock::now() >= nextLook) {
+            target.link = member.domain->Open(target.name);
+            nextLook = Clock::now() + kLookInterval;
         }
     }
 }
 
 /// False when the peer was lost before it had the whole message.
-bool Switchboard::Transfer(Link& link, const Request& request) {
+bool Switchboard::Transfer(const Target& target, const Request& request) {
+    Link& link = *target.link;
+    Restraint restraint(*m_transport, &link);
     void* room = link.Reserve(request.type, request.size);
     while (room == nullptr) {
         if (!link.Alive()) {
             return false;
         }
-        WaitTakingIn({});
+        WaitTakingIn({}, restraint);
         room = link.Reserve(request.type, request.size);
     }
-    request.stream(room, request.size);
+    request.Fill(room, target.name);
     Progress progress = link.Commit();
-    while (progress == Progress::kBlocked) {
-        WaitTakingIn({});
+    while (progress == Progress::kBlocked || progress == Progress::kAdvanced) {
+        if (progress == Progress::kAdvanced) {
+            restraint.Advanced();
+        }
+        WaitTakingIn({}, restraint);
         progress = link.Commit();
     }
     return progress == Progress::kDone;
@@ -341,8 +474,17 @@ bool Switchboard::Transfer(Link& link, const Request& request) {
 
 void Switchboard::Drop(Membership& member, Target& target, const Request& request,
                        const std::string& reason) {
-    Report("a message of type " + Quoted(request.type) + " for application " + Quoted(target.name) +
-           " in domain " + Quoted(member.name) + " is dropped: " + reason);
+    ++target.dropped;
+    const Clock::time_point now = Clock::now();
+    if (target.dropped == 1 || now - target.said >= kDropLineInterval) {
+        const std::string who =
+            " for application " + Quoted(target.name) + " in domain " + Quoted(member.name);
+        Report(target.dropped == 1
+                   ? "a message of type " + Quoted(request.type) + who + " is dropped: " + reason
+                   : std::to_string(target.dropped) + " messages" + who + " are dropped by now: " + reason);
+        target.said = now;
+        target.droppedAndSaid = target.dropped;
+    }
     target.lost = true;
     if (!target.reported) {
         target.reported = true;
@@ -353,14 +495,36 @@ void Switchboard::Drop(Membership& member, Target& target, const Request& reques
     }
 }
 
-/// A send waits for room or for its target: what arrives is put aside, nothing is dispatched.
-void Switchboard::WaitTakingIn(Deadline deadline) {
-    m_transport->Wait(m_domains, deadline, Take::kAll);
-    for (const auto& member : m_memberships) {
-        while (std::optional<Event> event = member->domain->Next(Take::kAll)) {
-            member->TakeIn(member->inbox, std::move(*event));
+/// A send waits for room or for its target. What arrives is put aside, nothing is dispatched; and the send is
+/// tried again after each message of a domain, so that a flood does not hold it up.
+void Switchboard::WaitTakingIn(Deadline deadline, Restraint& restraint) {
+    const std::size_t takenIn = TakenIn();
+    if (takenIn < kTakenInBudget) {
+        m_allowance = kTakenInBudget;
+    } else if (takenIn >= m_allowance) {
+        m_allowance = takenIn + restraint.Hold(m_domains, deadline);
+        if (takenIn >= m_allowance) {
+            return;
         }
     }
+    bool tookSome = false;
+    for (const auto& member : m_memberships) {
+        if (std::optional<Event> event = member->domain->Next(Take::kAll)) {
+            member->TakeIn(member->inbox, std::move(*event));
+            tookSome = true;
+        }
+    }
+    if (!tookSome) {
+        m_transport->Wait(m_domains, deadline, Take::kAll);
+    }
+}
+
+std::size_t Switchboard::TakenIn() const {
+    std::size_t bytes = 0;
+    for (const auto& member : m_memberships) {
+        bytes += member->takenIn;
+    }
+    return bytes;
 }
 
 void Switchboard::WaitingLoop(int communicator, int limit, const int* condition) {
@@ -430,9 +594,8 @@ void Switchboard::DispatchLoss(Membership& member, const PeerLost& lost) {
     const auto target = member.targets.find(peer.application);
     if (target != member.targets.end() && target->second.link != nullptr && !target->second.link->Alive()) {
         target->second.link.reset();
-        target->second.lost = true;
-        target->second.reported = lost.announced;
     }
+    member.NoteLoss(lost);
     if (!lost.announced) {
         return;
     }

@@ -13,6 +13,10 @@
 
 namespace zyl::backbone {
 
+/// What a process takes in while its sends wait costs no more memory than this, a few messages beside: unless
+/// it is one of several that wait for one another in a circle.
+constexpr std::size_t kTakenInBudget = std::size_t{64} * 1024 * 1024;
+
 /// What the seven plain functions do, over any transport: communicators, the applications of this process,
 /// what has arrived and waits, the loops, and the bookkeeping of losses. It knows no system call.
 ///
@@ -49,6 +53,7 @@ class Switchboard {
     struct Target;
     struct Membership;
     struct Request;
+    class Restraint;
 
     Membership& MembershipOf(int communicator, const char* function);
     Application& Declared(Membership& member, const std::string& name, bool announce);
@@ -57,10 +62,10 @@ class Switchboard {
     Target& TargetOf(Membership& member, std::string_view name);
     Link* LinkTo(Membership& member, Target& target, const Request& request);
     void AwaitTarget(Membership& member, Target& target, const Request& request);
-    static void NoticeLoss(const Membership& member, Target& target);
-    bool Transfer(Link& link, const Request& request);
+    bool Transfer(const Target& target, const Request& request);
     void Drop(Membership& member, Target& target, const Request& request, const std::string& reason);
-    void WaitTakingIn(Deadline deadline);
+    void WaitTakingIn(Deadline deadline, Restraint& restraint);
+    std::size_t TakenIn() const;
     void Loop(std::span<Membership* const> members, std::span<Domain* const> domains, int limit,
               const int* condition);
     bool DispatchOne(Membership& member);
@@ -74,6 +79,8 @@ class Switchboard {
     std::vector<Membership*> m_all;
     std::vector<Domain*> m_domains;
     int m_depth = 0;
+    /// What has been taken in by sends that wait may cost so much memory before they hold back.
+    std::size_t m_allowance = kTakenInBudget;
 };
 
 }  // namespace zyl::backbone

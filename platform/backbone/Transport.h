@@ -2,6 +2,7 @@
 #define ZYL_BACKBONE_TRANSPORT_H
 
 #include <chrono>
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <span>
@@ -72,10 +73,15 @@ using Event = std::variant<Message, PeerLost>;
 
 /// How far a committed message has got.
 enum class Progress {
-    kDone,     ///< out of this process's hands: it survives the process
-    kBlocked,  ///< the peer is full; Commit is to be called again after a wait
-    kLost      ///< the peer is gone, and the message with it
+    kDone,      ///< out of this process's hands: it survives the process
+    kAdvanced,  ///< the peer is full, but took some of it; Commit is to be called again after a wait
+    kBlocked,   ///< the peer is full; Commit is to be called again after a wait
+    kLost       ///< the peer is gone, and the message with it
 };
+
+/// Bytes behind the room for a message that may be written, and are not sent: the switchboard sees there
+/// whether a message wrote more than it had announced.
+constexpr std::size_t kGuardSize = 8;
 
 /// An open path to one peer, in order and reliable. One message at a time: Reserve, fill, Commit until it is
 /// done. Never blocks, never calls up. The domain that opened the link outlives it.
@@ -86,14 +92,17 @@ class Link {
     virtual bool Announced() const = 0;
     /// Whether the peer still lives, as far as can be seen without waiting.
     virtual bool Alive() = 0;
-    /// Room for a message of `size` bytes, to be filled before Commit; null when there is none now (wait,
-    /// then ask again).
+    /// Room for a message of `size` bytes, to be filled before Commit, and for kGuardSize bytes behind it;
+    /// null when there is none now (wait, then ask again).
     virtual void* Reserve(const char* type, int size) = 0;
     virtual Progress Commit() = 0;
+    /// What the peer last gave to Transport::SayHeldUp; nothing where that cannot be seen.
+    virtual std::optional<int> HeldUp() const = 0;
 };
 
 /// Which arrived messages are wanted.
 enum class Take {
+    kNothing,    ///< none, nor any other event: for a wait that ends by room alone
     kDelivered,  ///< only those for applications that were given to Deliver
     kAll         ///< also those that have to wait for a handler
 };
@@ -126,8 +135,11 @@ class Domain {
     virtual void Watch(int number) = 0;
     /// A link to the application `target`, or null when it is not there now.
     virtual std::unique_ptr<Link> Open(const std::string& target) = 0;
-    /// The next thing that has happened, or nothing. Never waits.
+    /// The next thing that has happened, or nothing. The links take turns. Never waits.
     virtual std::optional<Event> Next(Take take) = 0;
+    /// Where this domain looks for an application, and the usual reasons why it is not there: two clauses for
+    /// the line of whoever waits for it.
+    virtual std::string WhereItLooks() const = 0;
     /// In the child of a fork: lets go of everything without withdrawing what belongs to the parent.
     virtual void Abandon() = 0;
 };
@@ -140,6 +152,9 @@ class Transport {
     /// Returns when Next(take) of one of the domains, or a blocked link, may have something new; at the
     /// deadline; or without a reason. Looks at least once, also when the deadline has passed.
     virtual void Wait(std::span<Domain* const> domains, Deadline deadline, Take take) = 0;
+    /// Lets the peers know that a send of this process waits and takes nothing in meanwhile, and how many
+    /// processes in a row wait like that, this one included; 0: none does.
+    virtual void SayHeldUp(int processes) = 0;
     /// The machine and user that loss reports name where the peer was never met.
     virtual Peer Self() const = 0;
 };

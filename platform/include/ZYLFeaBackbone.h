@@ -13,8 +13,9 @@
 /// malformed setting) is a fatal error that names it; what the outside world did (a target that never came, a
 /// peer that died) is one line on standard error, and a loss report where those are enabled.
 ///
-/// Threads: every function of a process is called on one thread, and the callbacks run on that thread, inside
-/// WaitingLoop and BBSysLoopWait only, one at a time. A callback may send, and may wait (a nested loop).
+/// Threads: the functions are called on one thread at a time; a call while another thread is inside is a
+/// fatal error. The callbacks run on the calling thread, inside WaitingLoop and BBSysLoopWait only, one at a
+/// time. A callback may send, and may wait (a nested loop).
 ///
 /// Ownership: strings are copied; a buffer given to a receive callback is valid during that call only.
 ///

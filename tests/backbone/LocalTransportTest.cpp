@@ -7,7 +7,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <filesystem>
+#include <thread>
 
 #include "LocalTransport.h"
 #include "ObservedTransport.h"
@@ -19,6 +21,7 @@ namespace {
 
 using std::chrono::milliseconds;
 using ::testing::AllOf;
+using ::testing::ContainsRegex;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -37,8 +40,10 @@ void KillAndAwait(pid_t victim) {
 }
 
 using LocalTransportDeathTest = LocalTransport;
+using LocalLinkDeathTest = LocalLink;
 
 INSTANTIATE_TEST_SUITE_P(Lanes, LocalLink, AllLanes(), LaneName);
+INSTANTIATE_TEST_SUITE_P(Lanes, LocalLinkDeathTest, AllLanes(), LaneName);
 
 TEST_F(LocalTransportDeathTest, NameOfALivingProcessIsRefusedWithItsPidAndHost) {
     Shared holder;
@@ -73,7 +78,11 @@ TEST_F(LocalTransport, TargetThatNeverComesIsNamedAfterTwoSecondsAndGivenUpAtThe
         EXPECT_EQ(Lines(lines), 2) << lines;
         EXPECT_THAT(
             lines, AllOf(StartsWith("ZYLFeaBackbone: still waiting for application 'nobody' in domain 'job', "
-                                    "which has not started, to send it a message of type 'Question'\n"),
+                                    "which is not there, to send it a message of type 'Question'; waits 1 s "
+                                    "more; it looks in '" +
+                                    m_settings.directory +
+                                    "/d.job'; most often such an application was not started, or runs "
+                                    "as another user or with another ZYL_BACKBONE_DIR or XDG_RUNTIME_DIR\n"),
                          HasSubstr("is dropped: it did not come in time")));
     }});
 }
@@ -195,95 +204,157 @@ TEST_P(LocalLink, ApplicationThatHasComeBackIsSentToThoughItsLastLifeSeemsToLive
 }
 
 TEST_P(LocalLink, LivesUnderOneNameAreHeardOneAfterTheOther) {
+    constexpr std::size_t kLives = 40;  // each costs as much as the one before
     Signal there;
-    Signal over;
     Signal spoken;
-    std::vector<std::string> heard;
+    std::vector<Role> roles = {[&](Participant& me) {
+        me.Watch("host");
+        me.Receive("host");
+        there.Give();
+        spoken.Await();
+        std::vector<std::size_t> lossesBefore;
+        me.onMessage = [&](const Received& /*one*/) { lossesBefore.push_back(me.lost.size()); };
+        me.WaitUntil([&] { return me.received.size() == 3 * kLives; });
+        for (std::size_t index = 0; index < 3 * kLives; ++index) {
+            EXPECT_EQ(me.received[index].body, std::to_string(index));
+            EXPECT_EQ(lossesBefore[index], index / 3);
+        }
+    }};
+    std::vector<Signal> over(kLives);
+    for (std::size_t life = 0; life < kLives; ++life) {
+        roles.push_back([&, life](Participant& me) {
+            (life == 0 ? there : over[life - 1]).Await();
+            me.Receive("worker");
+            for (std::size_t index = 3 * life; index < 3 * life + 3; ++index) {
+                me.Send("host", "t", std::to_string(index));
+            }
+            (life + 1 == kLives ? spoken : over[life]).Give();
+            if (life + 1 < kLives) {
+                me.Crash();
+            }
+        });
+    }
+    m_world->Play(roles);
+}
+
+TEST_F(LocalTransport, MessagesOfAPeerThatHasEndedCostNoMoreThanThoseOfALivingOne) {
+    constexpr int kCount = 10'000;
+    Signal ready;
+    Signal sent;
     m_world->Play({[&](Participant& me) {
-                       me.Watch("host");
-                       me.Receive("host");
-                       there.Give();
-                       spoken.Await();
-                       me.onMessage = [&](const Received& one) {
-                           heard.insert(heard.end(), me.lost.size(), "loss");
-                           heard.push_back(one.body);
+                       me.Receive("target");
+                       me.Watch("target");
+                       me.discard = true;
+                       int count = 0;
+                       me.onMessage = [&](const Received& /*message*/) { ++count; };
+                       const auto timeUntil = [&](const std::function<bool()>& condition) {
+                           ready.Give();
+                           sent.Await();
+                           const auto before = ProcessorTime();
+                           me.WaitUntil(condition);
+                           return ProcessorTime() - before;
                        };
-                       me.WaitUntil([&] { return me.received.size() == 6; });
-                       EXPECT_THAT(heard, ElementsAre("1", "2", "3", "loss", "4", "loss", "5", "loss", "6"));
+                       const auto living = timeUntil([&] { return count == kCount; });
+                       EXPECT_LT(timeUntil([&] { return !me.lost.empty(); }), 4 * living + milliseconds(4));
+                       EXPECT_EQ(count, 2 * kCount);
                    },
                    [&](Participant& me) {
-                       there.Await();
-                       me.Receive("worker");
-                       me.Send("host", "t", "1");
-                       me.Send("host", "t", "2");
-                       me.Send("host", "t", "3");
-                       over.Give();
+                       ready.Await();
+                       me.Declare("sender");
+                       for (int number = 0; number < 2 * kCount; ++number) {
+                           if (number == kCount) {
+                               sent.Give();
+                               ready.Await();
+                           }
+                           me.Send("target", "t", "small");
+                       }
+                       sent.Give();
                        me.Crash();
-                   },
-                   [&](Participant& me) {
-                       over.Await();
-                       me.Receive("worker");
-                       me.Send("host", "t", "4");
-                       me.Send("host", "t", "5");
-                       me.Send("host", "t", "6");
-                       spoken.Give();
                    }});
 }
 
-TEST_P(LocalLink, FirstSendToAPeerThatCameAndWentFailsAtOnceAndTheLossIsReportedOnce) {
-    Shared peer;
-    Signal watching;
-    Signal there;
+TEST_P(LocalLinkDeathTest, MessageThatIsLongerThanAnnouncedIsCaughtAtTheSend) {
+    static int s_size;
     m_world->Play({[&](Participant& me) {
-                       me.Watch("sender");
-                       watching.Give();
-                       there.Await();
-                       KillAndAwait(static_cast<pid_t>(peer.Get()));
-                       ::testing::internal::CaptureStderr();
-                       me.Send("peer", "t", "to nobody");
-                       EXPECT_EQ(::testing::internal::GetCapturedStderr(),
-                                 "ZYLFeaBackbone: a message of type 't' for application 'peer' in domain "
-                                 "'job' is dropped: it is gone\n");
-                       me.Look();
-                       EXPECT_THAT(me.lost, ElementsAre("peer"));
-                   },
-                   [&](Participant& me) {
-                       watching.Await();
-                       me.Declare("peer");
-                       peer.Set(getpid());
-                       there.Give();
-                       for (;;) {
-                           pause();
-                       }
-                   }});
+        me.Receive("self");
+        Participant other(zyl::backbone::MakeLocalTransport(m_settings), m_settings);
+        other.Receive("other");
+        for (const char* target : {"self", "other"}) {
+            for (const int size : {0, 6, 100, 1'000'000}) {
+                s_size = size;
+                EXPECT_DEATH(me.board.SendRequest(
+                                 me.domain, target,
+                                 [](void* room, int announced) {
+                                     std::memset(room, 'x', static_cast<std::size_t>(announced) + 1);
+                                 },
+                                 [] { return s_size; }, [] { return "Wrong"; }),
+                             HasSubstr("a message of type 'Wrong' for application '" + std::string(target) +
+                                       "' wrote more than the " + std::to_string(size) + " bytes"));
+            }
+        }
+    }});
+}
+
+TEST_P(LocalLink, FirstSendToAPeerThatCameAndWentFailsAtOnceAndTheLossIsReportedOnce) {
+    for (const bool afterTheReport : {false, true}) {
+        Shared peer;
+        Signal watching;
+        Signal there;
+        m_world->Play({[&](Participant& me) {
+                           me.Watch("sender");
+                           watching.Give();
+                           there.Await();
+                           KillAndAwait(static_cast<pid_t>(peer.Get()));
+                           if (afterTheReport) {
+                               me.WaitUntil([&] { return !me.lost.empty(); });
+                           }
+                           ::testing::internal::CaptureStderr();
+                           me.Send("peer", "t", "to nobody");
+                           EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+                                     "ZYLFeaBackbone: a message of type 't' for application 'peer' in domain "
+                                     "'job' is dropped: it is gone\n");
+                           me.Look();
+                           EXPECT_THAT(me.lost, ElementsAre("peer"));
+                       },
+                       [&](Participant& me) {
+                           watching.Await();
+                           me.Declare("peer");
+                           peer.Set(getpid());
+                           there.Give();
+                           for (;;) {
+                               pause();
+                           }
+                       }});
+    }
 }
 
 TEST_P(LocalLink, ReceiverThatDiesWhileItsMessageIsWrittenRaisesNoSigpipe) {
     static pid_t s_victim;
     Shared receiver;
     Signal there;
-    m_world->Play({[&](Participant& me) {
-                       me.Declare("target");
-                       receiver.Set(getpid());
-                       there.Give();
-                       for (;;) {
-                           pause();
-                       }
-                   },
-                   [&](Participant& me) {
-                       signal(SIGPIPE, SIG_DFL);
-                       there.Await();
-                       s_victim = static_cast<pid_t>(receiver.Get());
-                       ::testing::internal::CaptureStderr();
-                       me.board.SendRequest(
-                           me.domain, "target", [](void*, int) { KillAndAwait(s_victim); }, [] { return 0; },
-                           [] { return "First"; });
-                       me.Send("target", "Second", "");
-                       EXPECT_THAT(
-                           ::testing::internal::GetCapturedStderr(),
-                           HasSubstr("a message of type 'Second' for application 'target' in domain 'job' is "
-                                     "dropped: it is gone\n"));
-                   }});
+    m_world->Play(
+        {[&](Participant& me) {
+             me.Declare("target");
+             receiver.Set(getpid());
+             there.Give();
+             for (;;) {
+                 pause();
+             }
+         },
+         [&](Participant& me) {
+             signal(SIGPIPE, SIG_DFL);
+             there.Await();
+             s_victim = static_cast<pid_t>(receiver.Get());
+             ::testing::internal::CaptureStderr();
+             me.board.SendRequest(
+                 me.domain, "target", [](void*, int) { KillAndAwait(s_victim); }, [] { return 0; },
+                 [] { return "First"; });
+             me.Send("target", "Second", "");
+             EXPECT_THAT(
+                 ::testing::internal::GetCapturedStderr(),
+                 ContainsRegex("a message of type '(First|Second)' for application 'target' in domain "
+                               "'job' is dropped: it (was lost|is gone)\n"));
+         }});
 }
 
 TEST_P(LocalLink, StoppedPeerIsNoLostPeerAndGoesOnWhereItStood) {
@@ -405,6 +476,22 @@ TEST_F(ForkDeathTest, ChildMayCallNothing) {
             EXPECT_DEATH(call(), HasSubstr("this process was forked from one that uses the backbone"));
         }
     }});
+}
+
+TEST_F(ForkDeathTest, ThreadsMayTakeTurnsButNotBeInsideAtOnce) {
+    const auto takeTurnsThenCollide = [this] {
+        std::thread([this] { Become("parent"); }).join();
+        AssociateHandler(s_communicator, "parent", [](const char*, const void*, int) {
+            std::thread([] { RegisterCommunicator("other", &s_communicator); }).join();
+        });
+        SendRequest(
+            s_communicator, "parent", [](void*, int) {}, [] { return 0; }, [] { return "t"; });
+        std::fputs("no turn was refused; ", stderr);
+        BBSysLoopWait(&s_communicator, 0);
+    };
+    EXPECT_DEATH(takeTurnsThenCollide(),
+                 "no turn was refused; .*RegisterCommunicator was called while another "
+                 "thread is inside the backbone");
 }
 
 TEST_F(Fork, ChildWithdrawsNothingAndHidesNotTheParentsEnd) {

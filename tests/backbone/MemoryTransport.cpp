@@ -11,7 +11,8 @@ using Lock = std::unique_lock<std::mutex>;
 
 struct Bytes final : MessageStorage {
     std::string type;
-    std::vector<char> body;
+    std::vector<char> body;  // and the guard behind it
+    std::size_t size;
 };
 
 class MemoryLink final : public Link {
@@ -32,21 +33,22 @@ class MemoryLink final : public Link {
     void* Reserve(const char* type, int size) override {
         m_bytes = std::make_shared<Bytes>();
         m_bytes->type = type;
-        m_bytes->body.reserve(static_cast<std::size_t>(size) + 1);  // room for nothing has an address, too
-        m_bytes->body.resize(static_cast<std::size_t>(size));
+        m_bytes->size = static_cast<std::size_t>(size);
+        m_bytes->body.resize(m_bytes->size + kGuardSize);
         return m_bytes->body.data();
     }
+    std::optional<int> HeldUp() const override { return std::nullopt; }
     Progress Commit() override {
         const Lock lock(m_hub.mutex);
         if (!m_box->alive) {
             return Progress::kLost;
         }
-        if (m_box->bytes > 0 && m_box->bytes + m_bytes->body.size() > MemoryHub::kCapacity) {
+        if (m_box->bytes > 0 && m_box->bytes + m_bytes->size > MemoryHub::kCapacity) {
             return Progress::kBlocked;
         }
-        m_box->bytes += m_bytes->body.size() + 1;
+        m_box->bytes += m_bytes->size + 1;
         m_box->queue.push_back(Message(m_number, m_bytes->type.c_str(), m_bytes->body.data(),
-                                       static_cast<int>(m_bytes->body.size()), m_bytes));
+                                       static_cast<int>(m_bytes->size), m_bytes));
         m_hub.Stir();
         return Progress::kDone;
     }
@@ -129,6 +131,7 @@ class MemoryDomain final : public Domain {
         m_hub.Stir();
         return event;
     }
+    std::string WhereItLooks() const override { return "it looks in its memory"; }
     void Abandon() override {}
 
   private:
@@ -156,6 +159,7 @@ class MemoryTransport final : public Transport {
         }
         m_seen = m_hub.generation;
     }
+    void SayHeldUp(int /*processes*/) override {}
     Peer Self() const override { return {"", m_pid, "host", "user"}; }
 
   private:

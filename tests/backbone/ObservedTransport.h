@@ -25,6 +25,7 @@ class ObservedTransport final : public zyl::backbone::Transport {
         m_hook(++m_waits);
         m_inner->Wait(domains, deadline, take);
     }
+    void SayHeldUp(int processes) override { m_inner->SayHeldUp(processes); }
     zyl::backbone::Peer Self() const override { return m_inner->Self(); }
 
   private:

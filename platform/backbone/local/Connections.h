@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -94,6 +95,9 @@ class Outgoing final : public Watched {
     bool Alive();
     void* Reserve(const char* type, int size);
     Progress Commit();
+    std::optional<int> HeldUp() const {
+        return m_readersBell != nullptr ? std::optional(m_readersBell->HeldUp()) : std::nullopt;
+    }
     /// Sends a whole control frame, now or before the next message.
     void SendControl(const std::string& frame);
     /// The peer is known to be gone.
@@ -145,6 +149,7 @@ class OpenLink final : public Link {
     bool Alive() override { return m_outgoing->Alive(); }
     void* Reserve(const char* type, int size) override { return m_outgoing->Reserve(type, size); }
     Progress Commit() override { return m_outgoing->Commit(); }
+    std::optional<int> HeldUp() const override { return m_outgoing->HeldUp(); }
 
   private:
     std::shared_ptr<Outgoing> m_outgoing;

@@ -194,9 +194,9 @@ void* Outgoing::ReserveInLane(const char* type, int size) {
 }
 
 Progress Outgoing::CommitToLane() {
-    bool done = false;
+    Progress progress = Progress::kLost;
     try {
-        done = m_lane->Commit();
+        progress = m_lane->Commit();
     } catch (const BadFrame& bad) {
         GiveUp(bad);
     }
@@ -207,11 +207,8 @@ Progress Outgoing::CommitToLane() {
         m_readersBell->Ring();
         m_domain.Met(m_readersBell);
     }
-    m_domain.LaneIsFull(*this, !done && !m_lost);
-    if (m_lost) {
-        return Progress::kLost;
-    }
-    return done ? Progress::kDone : Progress::kBlocked;
+    m_domain.LaneIsFull(*this, progress != Progress::kDone && !m_lost);
+    return m_lost ? Progress::kLost : progress;
 }
 
 /// The reader answers the lane before it looks into it: while there is no answer, it has still to look.
@@ -234,9 +231,9 @@ void* Outgoing::ReserveFrame(const char* type, int size) {
     const std::size_t typeSize = std::strlen(type) + 1;
     m_size = kFrameHeaderSize + typeSize + static_cast<std::size_t>(size);
     m_sent = 0;
-    if (m_size > m_capacity) {
-        m_frame = std::make_unique_for_overwrite<char[]>(m_size);
-        m_capacity = m_size;
+    if (m_size + kGuardSize > m_capacity) {
+        m_capacity = m_size + kGuardSize;
+        m_frame = std::make_unique_for_overwrite<char[]>(m_capacity);
     }
     WriteFrameHeader(m_frame.get(), {FrameKind::kMessage, static_cast<std::uint16_t>(typeSize),
                                      static_cast<std::uint32_t>(size)});
@@ -252,11 +249,13 @@ Progress Outgoing::Commit() {
     if (controls != Progress::kDone) {
         return controls;
     }
+    const std::size_t before = m_sent;
     if (!Send(m_frame.get(), m_size, m_sent)) {
         return Progress::kLost;
     }
     if (m_sent < m_size) {
-        return Blocked();
+        Blocked();
+        return m_sent > before ? Progress::kAdvanced : Progress::kBlocked;
     }
     if (m_capacity > kKeptFrame) {
         m_frame.reset();

@@ -60,6 +60,8 @@ class DomainDirectory {
     /// may not be symbolic links; anything else is a fatal error that says which, and what to do.
     DomainDirectory(const std::string& base, const std::string& domain);
 
+    const std::string& Path() const { return m_path; }
+
     /// Takes the name and listens for it. Throws NameTaken.
     Claim Take(const std::string& name, bool announced) const;
     /// Connects to the application, without waiting for it to accept. Not open when it is not there.

@@ -20,6 +20,7 @@ namespace zyl::backbone::local {
 struct DoorbellPage {
     alignas(64) std::atomic<std::uint32_t> asleep;
     alignas(64) std::atomic<std::int32_t> processor;
+    alignas(64) std::atomic<std::int32_t> heldUp;
 };
 
 /// Lets a loop that waits for another processor breathe.
@@ -36,6 +37,9 @@ class Doorbell {
     void WakeUp() { Page().asleep.store(0, std::memory_order_relaxed); }
     /// Lets the peers know on which processor this thread runs, and returns it.
     int PublishProcessor();
+
+    /// See Transport::SayHeldUp.
+    void SayHeldUp(int processes) { Page().heldUp.store(processes, std::memory_order_relaxed); }
 
     int Bell() const { return m_bell.Get(); }
     int PageFile() const { return m_file.Get(); }
@@ -57,6 +61,8 @@ class PeerDoorbell {
     void Ring();
     /// The processor on which the peer was last seen.
     int Processor() const { return Page().processor.load(std::memory_order_relaxed); }
+    /// What the peer last gave to SayHeldUp.
+    int HeldUp() const { return Page().heldUp.load(std::memory_order_relaxed); }
 
   private:
     DoorbellPage& Page() const { return *reinterpret_cast<DoorbellPage*>(m_mapping.Head()); }

@@ -22,8 +22,9 @@
 
 namespace zyl::backbone::local {
 
-/// The version of the frames and the greeting. Both sides must have the same.
-constexpr std::uint32_t kProtocolVersion = 1;
+/// The version of the frames, the greeting and the lane. Both sides must have the same. In version 1 a lane's
+/// reader changed a flag that is now its writer's alone.
+constexpr std::uint32_t kProtocolVersion = 2;
 
 enum class FrameKind : std::uint16_t {
     kGreeting = 1,  ///< who has opened the link; the type is empty, the body is a Greeting

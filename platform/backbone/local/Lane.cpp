@@ -79,14 +79,14 @@ void* LaneWriter::Reserve(const char* type, std::size_t size) {
     m_inPieces = kHeaderSize + typeSize + kPageSize + size > kLongestRecord;
     if (m_inPieces) {
         m_type.assign(type, type + typeSize);
-        m_body = std::make_unique_for_overwrite<char[]>(size);
+        m_body = std::make_unique_for_overwrite<char[]>(size + kGuardSize);
         m_bodySize = size;
         m_bodySent = 0;
         return m_body.get();
     }
     const std::size_t bodyOffset = BodyOffset(m_written, typeSize, size);
     m_recordSize = RoundUp(bodyOffset + size, kAlignment);
-    if (!MakeRoom(m_recordSize)) {
+    if (!MakeRoom(RoundUp(bodyOffset + size + kGuardSize, kAlignment))) {
         return nullptr;
     }
     char* record = At(m_written);
@@ -95,18 +95,19 @@ void* LaneWriter::Reserve(const char* type, std::size_t size) {
     return record + bodyOffset;
 }
 
-bool LaneWriter::Commit() {
+Progress LaneWriter::Commit() {
     if (!m_inPieces) {
         Publish(m_recordSize);
-        return true;
+        return Progress::kDone;
     }
+    const std::size_t before = m_bodySent;
     while (m_bodySent < m_bodySize) {
         if (!CommitPiece()) {
-            return false;
+            return m_bodySent > before ? Progress::kAdvanced : Progress::kBlocked;
         }
     }
     m_body.reset();
-    return true;
+    return Progress::kDone;
 }
 
 bool LaneWriter::CommitPiece() {
@@ -136,21 +137,30 @@ void LaneWriter::Publish(std::size_t recordSize) {
 }
 
 /// Says that room is wanted before the last look, as the reader gives back before it looks whether that is
-/// so.
+/// so. The word stands until there is enough: the reader may give back several times until then.
 bool LaneWriter::MakeRoom(std::size_t size) {
     const auto enough = [&] { return kRingSize - (m_written - m_read) >= size; };
+    if (!enough()) {
+        Refresh();
+    }
+    if (!enough()) {
+        SetRoomWanted(true);
+        std::atomic_thread_fence(std::memory_order_seq_cst);
+        Refresh();
+        m_heldUpAt = m_read;
+    }
     if (enough()) {
+        SetRoomWanted(false);
         return true;
     }
-    Refresh();
-    if (enough()) {
-        return true;
+    return false;
+}
+
+void LaneWriter::SetRoomWanted(bool wanted) {
+    if (m_wantsRoom != wanted) {
+        m_wantsRoom = wanted;
+        Positions().roomWanted.store(wanted ? 1 : 0, std::memory_order_relaxed);
     }
-    Positions().roomWanted.store(1, std::memory_order_relaxed);
-    std::atomic_thread_fence(std::memory_order_seq_cst);
-    Refresh();
-    m_heldUpAt = m_read;
-    return enough();
 }
 
 void LaneWriter::Refresh() {
@@ -315,10 +325,7 @@ void LaneReader::GiveBack() {
     m_givenBack = m_free;
     Positions().read.store(m_givenBack, std::memory_order_release);
     std::atomic_thread_fence(std::memory_order_seq_cst);
-    if (Positions().roomWanted.load(std::memory_order_relaxed) != 0) {
-        Positions().roomWanted.store(0, std::memory_order_relaxed);
-        m_writerWaits = true;
-    }
+    m_writerWaits = m_writerWaits || Positions().roomWanted.load(std::memory_order_relaxed) != 0;
 }
 
 }  // namespace zyl::backbone::local

@@ -54,7 +54,8 @@ constexpr std::size_t kLongestRecord = kRingSize / 4;
 struct LanePositions {
     alignas(64) std::atomic<std::uint64_t> written;
     alignas(64) std::atomic<std::uint64_t> read;
-    /// The writer sleeps until there is room.
+    /// The writer is held up until there is room. It alone changes this: a reader that took the word back
+    /// could take back the next one, too, which it has not answered.
     alignas(64) std::atomic<std::uint32_t> roomWanted;
 };
 
@@ -65,13 +66,14 @@ class LaneWriter {
 
     /// Null when there is no room now. Throws BadFrame when the reader's position makes no sense.
     void* Reserve(const char* type, std::size_t size);
-    /// True when the whole message is in the ring. Throws BadFrame.
-    bool Commit();
+    /// kDone when the whole message is in the ring. Throws BadFrame.
+    Progress Commit();
     /// Whether Reserve or Commit may get on after having been held up.
     bool HasRoom() const;
 
   private:
     bool MakeRoom(std::size_t size);
+    void SetRoomWanted(bool wanted);
     void Refresh();
     void Publish(std::size_t recordSize);
     bool CommitPiece();
@@ -82,6 +84,7 @@ class LaneWriter {
     std::uint64_t m_written = 0;
     std::uint64_t m_read = 0;
     std::uint64_t m_heldUpAt = 0;
+    bool m_wantsRoom = false;
     std::size_t m_recordSize = 0;
     /// A message that travels in pieces: its type and body, and how much of the body is in the ring.
     std::vector<char> m_type;
@@ -119,7 +122,7 @@ class LaneReader {
     std::optional<LaneMessage> Take();
     /// Gives back all room that is free.
     void GiveBack();
-    /// Whether room was given back since the last call for which the writer sleeps: it is to be woken.
+    /// Whether room was given back since the last call while the writer wanted some: it is to be woken.
     bool WriterWaits() { return std::exchange(m_writerWaits, false); }
 
   private:

@@ -1,6 +1,6 @@
 #include "Lives.h"
 
-#include <algorithm>
+#include <set>
 #include <utility>
 
 namespace zyl::backbone::local {
@@ -24,7 +24,9 @@ void Lives::Greet(int pid, const std::string& host, const std::string& user) {
 }
 
 void Lives::Name(int pid, const std::string& application, bool announced) {
-    m_lives[pid].applications[application] = announced;
+    if (m_lives[pid].applications.insert_or_assign(application, announced).second) {
+        m_holders[application].push_back(pid);
+    }
 }
 
 bool Lives::End(int pid) {
@@ -51,12 +53,19 @@ std::vector<PeerLost> Lives::Bury(int pid) {
     const Life life = std::move(m_lives.extract(pid).mapped());
     m_ending -= life.ending ? 1 : 0;
     for (auto& [other, successor] : m_lives) {
-        std::erase(successor.predecessors, pid);
+        if (std::erase(successor.predecessors, pid) > 0) {
+            successor.predecessors.insert(successor.predecessors.end(), life.predecessors.begin(),
+                                          life.predecessors.end());
+        }
     }
     std::erase_if(m_buried, [](const auto& entry) { return Clock::now() - entry.second >= kDying; });
     m_buried[pid] = Clock::now();
     std::vector<PeerLost> reports;
     for (const auto& [application, announced] : life.applications) {
+        const auto holders = m_holders.find(application);
+        if (std::erase(holders->second, pid) > 0 && holders->second.empty()) {
+            m_holders.erase(holders);
+        }
         auto peer = std::make_unique<Peer>(Peer{application, pid, life.host, life.user});
         reports.push_back(PeerLost{std::move(peer), announced});
     }
@@ -68,16 +77,6 @@ bool Lives::EndedJustNow(int pid) const {
     return buried != m_buried.end() && Clock::now() - buried->second < kDying;
 }
 
-std::vector<int> Lives::Others(const std::string& application, int pid) const {
-    std::vector<int> others;
-    for (const auto& [other, life] : m_lives) {
-        if (other != pid && life.applications.contains(application)) {
-            others.push_back(other);
-        }
-    }
-    return others;
-}
-
 /// Nobody is ever put before himself, so the first of those who wait always gets on.
 void Lives::PutBefore(int earlier, int later) {
     if (!Precedes(later, earlier)) {
@@ -86,9 +85,21 @@ void Lives::PutBefore(int earlier, int later) {
 }
 
 bool Lives::Precedes(int earlier, int later) const {
-    const std::vector<int>& before = m_lives.at(later).predecessors;
-    return std::any_of(before.begin(), before.end(),
-                       [&](int one) { return one == earlier || Precedes(earlier, one); });
+    std::set<int> seen;
+    std::vector<int> toVisit = {later};
+    while (!toVisit.empty()) {
+        const int one = toVisit.back();
+        toVisit.pop_back();
+        for (const int before : m_lives.at(one).predecessors) {
+            if (before == earlier) {
+                return true;
+            }
+            if (seen.insert(before).second) {
+                toVisit.push_back(before);
+            }
+        }
+    }
+    return false;
 }
 
 bool Lives::HasToWait(int pid) const {

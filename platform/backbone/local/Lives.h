@@ -30,9 +30,11 @@ class Lives {
     /// Whether it was buried a moment ago: what is still open of it belongs to that life.
     bool EndedJustNow(int pid) const;
 
-    /// The processes that are known to have had the name besides `pid`.
-    std::vector<int> Others(const std::string& application, int pid) const;
-    /// `earlier` had a name of `later` before. Not when the contrary is known.
+    /// The processes that are known to have had the name, in the order in which they were met under it.
+    const std::vector<int>& Holders(const std::string& application) const {
+        return m_holders.at(application);
+    }
+    /// `earlier` had a name of `later` just before it. Not when the contrary is known.
     void PutBefore(int earlier, int later);
     /// Whether somebody who was put before it is still to be buried.
     bool HasToWait(int pid) const;
@@ -42,13 +44,14 @@ class Lives {
         std::string host;
         std::string user;
         std::map<std::string, bool> applications;  // and whether they are announced
-        std::vector<int> predecessors{};
+        std::vector<int> predecessors{};           // one for each name at most
         bool ending = false;
     };
 
     bool Precedes(int earlier, int later) const;
 
     std::map<int, Life> m_lives;
+    std::map<std::string, std::vector<int>> m_holders;
     int m_ending = 0;
     std::map<int, Clock::time_point> m_buried;
 };

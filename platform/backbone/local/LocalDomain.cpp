@@ -110,6 +110,9 @@ std::shared_ptr<Outgoing> LocalDomain::OutgoingTo(const std::string& target) {
 }
 
 bool LocalDomain::HasNews(Take take) const {
+    if (take == Take::kNothing) {
+        return HasLaneNews(take);
+    }
     return !m_readable.empty() || !m_reports.empty() || (m_lives.SomeEnding() && m_starved.empty()) ||
            (m_knocking && !m_outOfDescriptors) || (take == Take::kAll && !m_parked.empty()) ||
            HasLaneNews(take);
@@ -147,7 +150,8 @@ void LocalDomain::Met(const std::shared_ptr<PeerDoorbell>& peer) {
 }
 
 bool LocalDomain::IsWanted(const Incoming& incoming, Take take) const {
-    return take == Take::kAll || m_listeners.at(incoming.Application())->delivered;
+    return take == Take::kAll ||
+           (take == Take::kDelivered && m_listeners.at(incoming.Application())->delivered);
 }
 
 std::optional<std::chrono::milliseconds> LocalDomain::LongestWait() const {
@@ -165,6 +169,7 @@ void LocalDomain::Ended(int pid) {
     if (!m_lives.End(pid)) {
         return;
     }
+    m_endUnexamined = true;
     for (const auto& incoming : m_incoming) {
         if (incoming->Pid() == pid) {
             incoming->Recheck();
@@ -176,12 +181,18 @@ void LocalDomain::AwaitRoom(Outgoing& outgoing, bool awaits) {
     m_poller.WatchRoom(outgoing.Socket(), outgoing, awaits);
 }
 
+std::string LocalDomain::WhereItLooks() const {
+    return "it looks in " + Quoted(m_directory.Path()) +
+           "; most often such an application was not started, or runs as another user or with another "
+           "ZYL_BACKBONE_DIR or XDG_RUNTIME_DIR";
+}
+
 std::optional<Event> LocalDomain::Next(Take take) {
     if (++m_sinceLook > kMessagesBetweenLooks) {
         m_sinceLook = 0;
         m_poller.Wait(std::chrono::milliseconds(0));
     }
-    if (m_knocking || m_lives.SomeEnding()) {
+    if (m_knocking) {
         Accept();
     }
     if (!m_reports.empty()) {
@@ -393,15 +404,26 @@ void LocalDomain::HandleControl(Incoming& incoming, const FrameView& frame) {
     }
 }
 
-/// Of all that have had a name only the last one may still live. Of two that are gone, the one that was met
-/// first is taken for the earlier one.
+/// Of all that have had a name only its holder may still live. Of those that are gone, the one that was met
+/// first is taken for the earlier one, and each waits for the one before it.
 void LocalDomain::Succeed(const std::string& name, int pid) {
-    for (const int other : m_lives.Others(name, pid)) {
-        const std::optional<int> holder = m_directory.Holder(name);
-        if (holder && holder != other) {
-            m_lives.PutBefore(other, pid);
-            Ended(other);
+    const std::vector<int>& known = m_lives.Holders(name);
+    const std::optional<int> holder = known.size() > 1 ? m_directory.Holder(name) : std::nullopt;
+    if (!holder) {
+        return;
+    }
+    bool later = false;
+    std::optional<int> before;
+    for (const int one : known) {
+        if (one == pid) {
+            later = true;
+        } else if (one != *holder) {
+            Ended(one);
+            before = later ? before : one;
         }
+    }
+    if (before) {
+        m_lives.PutBefore(*before, pid);
     }
 }
 
@@ -434,22 +456,32 @@ void LocalDomain::Remove(Incoming& incoming) {
 /// Reports every ended process of which nothing is left to read. What is parked stays: its time comes with
 /// the handler.
 void LocalDomain::ReportEnds() {
+    if (m_endUnexamined) {
+        m_endUnexamined = false;
+        Accept();
+    }
+    const std::set<int> unread = Unread();
     for (const int pid : m_lives.Ending()) {
-        if (!IsUnread(pid)) {
+        if (!unread.contains(pid)) {
             ReportEnd(pid);
         }
     }
 }
 
-bool LocalDomain::IsUnread(int pid) const {
-    const auto readable = [&](const Incoming* incoming) { return incoming->Pid() == pid; };
-    const auto holdsNews = [&](const Incoming* incoming) {
-        return incoming->Pid() == pid && incoming->Lane()->HasNews() && IsWanted(*incoming, Take::kDelivered);
-    };
-    return std::any_of(m_readable.begin(), m_readable.end(), readable) ||
-           std::any_of(m_starved.begin(), m_starved.end(), readable) ||
-           std::any_of(m_successors.begin(), m_successors.end(), readable) ||
-           std::any_of(m_lanes.begin(), m_lanes.end(), holdsNews);
+/// The processes of which something is left to read.
+std::set<int> LocalDomain::Unread() const {
+    std::set<int> unread;
+    for (const auto* queue : {&m_readable, &m_starved, &m_successors}) {
+        for (const Incoming* incoming : *queue) {
+            unread.insert(incoming->Pid());
+        }
+    }
+    for (const Incoming* incoming : m_lanes) {
+        if (incoming->Lane()->HasNews() && IsWanted(*incoming, Take::kDelivered)) {
+            unread.insert(incoming->Pid());
+        }
+    }
+    return unread;
 }
 
 void LocalDomain::ReportEnd(int pid) {

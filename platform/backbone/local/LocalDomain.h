@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,7 @@ class LocalDomain final : public Domain {
     void Watch(int number) override;
     std::unique_ptr<Link> Open(const std::string& target) override;
     std::optional<Event> Next(Take take) override;
+    std::string WhereItLooks() const override;
     void Abandon() override;
 
     /// Whether Next, or a send that waits for room, may get on without a wait.
@@ -85,7 +87,7 @@ class LocalDomain final : public Domain {
     std::optional<Event> NextInLanes(Take take);
     std::optional<Event> TakeFromLane(Incoming& incoming, Take take);
     bool IsWanted(const Incoming& incoming, Take take) const;
-    bool IsUnread(int pid) const;
+    std::set<int> Unread() const;
     void HandleControl(Incoming& incoming, const FrameView& frame);
     void Succeed(const std::string& name, int pid);
     void LetSuccessorsGo();
@@ -121,6 +123,8 @@ class LocalDomain final : public Domain {
     std::shared_ptr<PeerDoorbell> m_lastMet;
     BellRung m_bellRung;
     bool m_knocking = false;
+    /// A process has ended: what it may have connected before is to be accepted before that is reported.
+    bool m_endUnexamined = false;
     bool m_outOfDescriptors = false;
     int m_sinceLook = 0;
 };

@@ -55,6 +55,8 @@ class LocalTransport final : public Transport {
         m_bell.WakeUp();
     }
 
+    void SayHeldUp(int processes) override { m_bell.SayHeldUp(processes); }
+
     Peer Self() const override { return {"", m_greeting.pid, m_greeting.host, m_greeting.user}; }
 
   private:
