@@ -105,6 +105,15 @@ TEST_F(Lane, MessageStaysAsItIsWhileLaterOnesFillItsPlace) {
     EXPECT_EQ(Text(*held), Body(5000));
 }
 
+TEST_F(Lane, EmptyMessageIsHeldWhereverItLiesInItsPage) {
+    for (std::size_t sent = 0; sent <= 2 * kPageSize; sent += 64) {
+        ASSERT_TRUE(Send(std::string(39, 't'), ""));  // with its header the whole of a cache line
+        const std::optional<LaneMessage> held = m_reader.Take();
+        EXPECT_NO_THROW(m_reader.Take());
+        EXPECT_EQ(Text(*held), "");
+    }
+}
+
 #if !defined(__SANITIZE_ADDRESS__)  // whose own memory would be limited as well
 TEST_F(Lane, MessageStaysAsItIsWhereTheRingCannotBeMappedAgain) {
     rlimit before{};

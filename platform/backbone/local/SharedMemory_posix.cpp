@@ -99,13 +99,15 @@ bool Mapping::MakePrivate(std::span<const char> bytes) {
     const auto offset = static_cast<std::size_t>(bytes.data() - m_begin);
     const std::size_t first = offset / kPageSize * kPageSize;
     const std::size_t size = (offset + bytes.size() + kPageSize - 1) / kPageSize * kPageSize - first;
+    if (size == 0) {
+        return true;  // nothing, where a page begins
+    }
     void* copy = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (copy == MAP_FAILED) {
         return false;
     }
     std::memcpy(copy, m_begin + first, size);
-    return size == 0 ||
-           mremap(copy, size, size, MREMAP_MAYMOVE | MREMAP_FIXED, m_begin + first) != MAP_FAILED;
+    return mremap(copy, size, size, MREMAP_MAYMOVE | MREMAP_FIXED, m_begin + first) != MAP_FAILED;
 }
 
 }  // namespace zyl::backbone::local
