@@ -1,25 +1,28 @@
 // A process that can open no further descriptors.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include "LocalTransport.h"
 #include "ObservedTransport.h"
 
 namespace {
 
+using ::testing::EndsWith;
 using ::testing::StartsWith;
+using zyl::backbone::MakeLocalTransport;
 
 /// While the object lives, this process can open `spare` further descriptors only.
 class DescriptorShortage {
   public:
     explicit DescriptorShortage(int spare) {
         getrlimit(RLIMIT_NOFILE, &m_before);
-        const int lowestFree = dup(STDIN_FILENO);
-        close(lowestFree);
         rlimit limit = m_before;
-        limit.rlim_cur = static_cast<rlim_t>(lowestFree) + static_cast<rlim_t>(spare);
+        limit.rlim_cur = 0;
+        while (fcntl(static_cast<int>(limit.rlim_cur), F_GETFD) >= 0 || spare-- > 0) {
+            ++limit.rlim_cur;
+        }
         setrlimit(RLIMIT_NOFILE, &limit);
     }
     ~DescriptorShortage() { End(); }
@@ -138,6 +141,27 @@ TEST_P(ShortOfDescriptors, SenderOutOfDescriptorsSaysSoOnceAndSendsWhenItHasSome
                        EXPECT_THAT(lines, StartsWith("ZYLFeaBackbone: " + line));
                        EXPECT_EQ(lines.find(line), lines.rfind(line)) << lines;
                    }});
+}
+
+using WithoutDescriptorsDeathTest = LocalTransport;
+
+TEST_F(WithoutDescriptorsDeathTest, FailureIsReportedWithItsOwnReason) {
+    for (const int spare : {0, 1}) {
+        EXPECT_DEATH(
+            {
+                const DescriptorShortage shortage(spare);
+                MakeLocalTransport(m_settings);
+            },
+            "cannot make a doorbell: Too many open files");
+    }
+    m_world->Play({[&](Participant& me) {
+        ::testing::internal::CaptureStderr();
+        {
+            const DescriptorShortage shortage(2);  // a lock and a socket, but no list of those who watch
+            me.Declare("newcomer");
+        }
+        EXPECT_THAT(::testing::internal::GetCapturedStderr(), EndsWith("/d.job': Too many open files\n"));
+    }});
 }
 
 }  // namespace

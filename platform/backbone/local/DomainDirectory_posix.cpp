@@ -308,7 +308,7 @@ void DomainDirectory::MarkWatcher(const std::string& name) const {
 
 std::vector<std::string> DomainDirectory::Names(char kind) const {
     std::vector<std::string> names;
-    DIR* directory = fdopendir(openat(m_descriptor.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    DIR* directory = opendir(("/proc/self/fd/" + std::to_string(m_descriptor.Get())).c_str());
     if (directory == nullptr) {
         Report("cannot list the domain directory " + Quoted(m_path) + ": " + ErrorText());
         return names;

@@ -24,7 +24,8 @@ bool IsSharedMemory(const FileDescriptor& descriptor, std::size_t size);
 class Mapping {
   public:
     Mapping() = default;
-    /// Maps `head` + `tail` bytes of the file; not mapped when there is no room for it.
+    /// Maps `head` + `tail` bytes of the file; not mapped when there is no room for it, or no file, whose
+    /// reason is left in errno then.
     Mapping(const FileDescriptor& file, std::size_t head, std::size_t tail);
     Mapping(Mapping&& other) noexcept;
     Mapping& operator=(Mapping&& other) noexcept;

@@ -33,7 +33,7 @@ bool IsSharedMemory(const FileDescriptor& descriptor, std::size_t size) {
 Mapping::Mapping(const FileDescriptor& file, std::size_t head, std::size_t tail) {
     constexpr int kAccess = PROT_READ | PROT_WRITE;
     constexpr int kFlags = MAP_SHARED | MAP_FIXED;
-    if (!Reserve(head, tail)) {
+    if (!file.IsOpen() || !Reserve(head, tail)) {
         return;
     }
     const bool mapped = mmap(m_begin, head + tail, kAccess, kFlags, file.Get(), 0) != MAP_FAILED &&
