@@ -3,17 +3,18 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <filesystem>
 #include <iterator>
 
 #include "ForeignPeer.h"
 #include "Frames.h"
 #include "LocalTransport.h"
-#include "local/Descriptors.h"
 
 namespace {
 
 using std::chrono::milliseconds;
+using ::testing::EndsWith;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 using ::testing::StartsWith;
@@ -23,7 +24,6 @@ using zyl::backbone::local::Greeting;
 using zyl::backbone::local::GreetingFrame;
 using zyl::backbone::local::kProtocolVersion;
 using zyl::backbone::local::LaneFrame;
-using zyl::backbone::local::SendWithDescriptors;
 
 int OpenDescriptors() {
     const std::filesystem::directory_iterator all("/proc/self/fd");
@@ -145,31 +145,57 @@ TEST_P(StrangerOnALink, GarbageFromWhoeverListensUnderANameHarmsNoSender) {
                    }});
 }
 
-/// With none to spare nobody is let in; with a few a link may come in, but not all that comes with it.
+/// Sends bytes with `each` descriptors in each of `headers` control messages.
+void SendManyDescriptors(int socket, std::string bytes, std::size_t headers, std::size_t each) {
+    const std::size_t space = CMSG_SPACE(each * sizeof(int));
+    std::vector<char> control(headers * space, '\0');
+    for (std::size_t index = 0; index < headers; ++index) {
+        const cmsghdr header{CMSG_LEN(each * sizeof(int)), SOL_SOCKET, SCM_RIGHTS};
+        std::memcpy(control.data() + index * space, &header, sizeof header);  // standard input is number 0
+    }
+    iovec part{bytes.data(), bytes.size()};
+    const msghdr message{nullptr, 0, &part, 1, control.data(), control.size(), 0};
+    sendmsg(socket, &message, MSG_NOSIGNAL);
+}
+
 TEST_F(Stranger, StrangerCannotFillAProcessWithDescriptors) {
+    const struct {
+        int messages;
+        std::size_t headers;
+        std::size_t each;
+        const char* complaint;
+    } kCases[] = {
+        {50, 1, 3, "6"}, {1, 1, 4, "4"}, {1, 1, 253, "4"}, {1, 4, 1, "4"}, {1, 2, 100, "4"},
+    };
     Signal there;
     Signal sent;
-    Signal counted;
     m_world->Play({[&](Participant& me) {
                        me.Receive("target");
-                       there.Give();
-                       sent.Await();
-                       const int before = OpenDescriptors();
-                       me.Look();
-                       EXPECT_LE(OpenDescriptors(), before + 10);
-                       counted.Give();
+                       for (const auto& one : kCases) {
+                           const int before = OpenDescriptors();
+                           there.Give();
+                           sent.Await();
+                           ::testing::internal::CaptureStderr();
+                           me.Look();
+                           EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+                                       EndsWith("is closed: " + std::string(one.complaint) +
+                                                " descriptors come, which belong to no lane\n"));
+                           EXPECT_EQ(OpenDescriptors(), before);
+                       }
                    },
                    [&](Participant& /*me*/) {
-                       there.Await();
-                       const ForeignPeer stranger;
-                       EXPECT_EQ(stranger.Connect(m_settings.directory + "/d.job/a.target"), 0);
-                       stranger.Send(GreetingFrame({}));
-                       const std::array<int, 3> descriptors{STDIN_FILENO, STDIN_FILENO, STDIN_FILENO};
-                       for (int number = 0; number < 50; ++number) {
-                           SendWithDescriptors(stranger.Socket(), AnnounceFrame("x"), descriptors);
+                       for (const auto& one : kCases) {
+                           there.Await();
+                           const ForeignPeer stranger;
+                           EXPECT_EQ(stranger.Connect(m_settings.directory + "/d.job/a.target"), 0);
+                           stranger.Send(GreetingFrame({}));
+                           for (int number = 0; number < one.messages; ++number) {
+                               SendManyDescriptors(stranger.Socket(), AnnounceFrame("x"), one.headers,
+                                                   one.each);
+                           }
+                           sent.Give();
+                           EXPECT_TRUE(stranger.AwaitEnd());
                        }
-                       sent.Give();
-                       counted.Await();
                    }});
 }
 

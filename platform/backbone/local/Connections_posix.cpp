@@ -76,7 +76,8 @@ bool Incoming::Receive() {
         m_drained = static_cast<std::size_t>(count) < room.size() && !m_hangup && m_descriptors.empty();
         m_reader.Received(static_cast<std::size_t>(count));
         if (std::ssize(m_descriptors) > kMostDescriptors) {
-            throw BadFrame("descriptors come that belong to no lane");
+            throw BadFrame(std::to_string(m_descriptors.size()) +
+                           " descriptors come, which belong to no lane");
         }
         return true;
     }
@@ -216,14 +217,17 @@ void Outgoing::ReceiveBell() {
     std::array<char, 16> bytes{};
     std::vector<FileDescriptor> descriptors;
     const ssize_t count = ReceiveWithDescriptors(m_socket.Get(), bytes, descriptors);
-    if (count == 0 || (count < 0 && errno != EAGAIN && errno != EWOULDBLOCK)) {
-        Lose();
-    } else if (m_lane != nullptr && m_readersBell == nullptr && descriptors.size() == kBellDescriptors) {
-        try {
+    const bool awaited = m_lane != nullptr && m_readersBell == nullptr;
+    try {
+        if (count == 0 || (count < 0 && errno != EAGAIN && errno != EWOULDBLOCK)) {
+            Lose();
+        } else if (awaited && descriptors.size() == kBellDescriptors) {
             m_readersBell = std::make_shared<PeerDoorbell>(std::move(descriptors[0]), descriptors[1]);
-        } catch (const BadFrame& bad) {
-            GiveUp(bad);
+        } else if (count > 0 && (awaited || !descriptors.empty())) {
+            throw BadFrame(std::to_string(descriptors.size()) + " descriptors come, which are no doorbell");
         }
+    } catch (const BadFrame& bad) {
+        GiveUp(bad);
     }
 }
 

@@ -15,7 +15,7 @@
 
 namespace zyl::backbone::local {
 
-/// No message of this library comes with more; of what a stranger sends the rest is closed by the kernel.
+/// No message of this library comes with more.
 constexpr int kMostDescriptors = 3;
 
 /// Whether this process can open so many descriptors more.
@@ -27,8 +27,9 @@ ucred PeerOf(const FileDescriptor& socket);
 /// Sends bytes with descriptors, which stay open here. Gives the number of bytes sent, -1 on failure.
 std::ptrdiff_t SendWithDescriptors(int socket, const std::string& bytes, std::span<const int> descriptors);
 
-/// Receives bytes into `room` and appends the descriptors that came with them. Gives the number of bytes, 0
-/// at the end, -1 on failure.
+/// Receives bytes into `room` and appends the descriptors that came with them: all of them up to
+/// kMostDescriptors, and at least one more than that when more came. Gives the number of bytes, 0 at the end,
+/// -1 on failure.
 std::ptrdiff_t ReceiveWithDescriptors(int socket, std::span<char> room,
                                       std::vector<FileDescriptor>& descriptors);
 

@@ -11,9 +11,19 @@ namespace zyl::backbone::local {
 
 namespace {
 
+/// One more than there may be, so that too many are seen to be. The kernel closes those beyond.
 struct alignas(cmsghdr) DescriptorSpace {
-    std::array<char, CMSG_SPACE(kMostDescriptors * sizeof(int))> bytes{};
+    std::array<char, CMSG_SPACE((kMostDescriptors + 1) * sizeof(int))> bytes{};
 };
+
+void Adopt(cmsghdr* header, std::vector<FileDescriptor>& descriptors) {
+    const std::size_t count = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+    for (std::size_t index = 0; index < count; ++index) {
+        int number = -1;
+        std::memcpy(&number, CMSG_DATA(header) + index * sizeof number, sizeof number);
+        descriptors.emplace_back(number);
+    }
+}
 
 }  // namespace
 
@@ -64,13 +74,10 @@ std::ptrdiff_t ReceiveWithDescriptors(int socket, std::span<char> room,
     do {
         count = recvmsg(socket, &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
     } while (count < 0 && errno == EINTR);
-    const cmsghdr* header = count >= 0 ? CMSG_FIRSTHDR(&message) : nullptr;
-    if (header != nullptr && header->cmsg_level == SOL_SOCKET && header->cmsg_type == SCM_RIGHTS) {
-        std::array<int, kMostDescriptors> numbers{};
-        const std::size_t size = header->cmsg_len - CMSG_LEN(0);
-        std::memcpy(numbers.data(), CMSG_DATA(header), size);
-        for (std::size_t index = 0; index < size / sizeof(int); ++index) {
-            descriptors.emplace_back(numbers.at(index));
+    cmsghdr* header = count >= 0 ? CMSG_FIRSTHDR(&message) : nullptr;
+    for (; header != nullptr; header = CMSG_NXTHDR(&message, header)) {
+        if (header->cmsg_level == SOL_SOCKET && header->cmsg_type == SCM_RIGHTS) {
+            Adopt(header, descriptors);
         }
     }
     return count;
