@@ -45,6 +45,7 @@ TEST_P(ShortOfDescriptors, ReceiverOutOfDescriptorsSaysSoOnceAndLosesNothing) {
         m_world->Play(
             {[&](Participant& me) {
                  me.Receive("target");
+                 me.Receive("one for whom nobody waits");
                  there.Give();
                  me.WaitUntil([&] { return me.received.size() == 1; });
                  ::testing::internal::CaptureStderr();

@@ -114,8 +114,7 @@ bool LocalDomain::HasNews(Take take) const {
         return HasLaneNews(take);
     }
     return !m_readable.empty() || !m_reports.empty() || (m_lives.SomeEnding() && m_starved.empty()) ||
-           (m_knocking && !m_outOfDescriptors) || (take == Take::kAll && !m_parked.empty()) ||
-           HasLaneNews(take);
+           MayAccept() || (take == Take::kAll && !m_parked.empty()) || HasLaneNews(take);
 }
 
 bool LocalDomain::HasLaneNews(Take take) const {
@@ -192,7 +191,7 @@ std::optional<Event> LocalDomain::Next(Take take) {
         m_sinceLook = 0;
         m_poller.Wait(std::chrono::milliseconds(0));
     }
-    if (m_knocking) {
+    if (MayAccept()) {
         Accept();
     }
     if (!m_reports.empty()) {
@@ -222,6 +221,11 @@ void LocalDomain::Accept() {
         while (AcceptOne(*listener)) {
         }
     }
+    SeeWhetherShortageIsOver();
+}
+
+bool LocalDomain::MayAccept() const {
+    return m_knocking && Clock::now() >= m_nextTry;
 }
 
 bool LocalDomain::AcceptOne(const Listener& listener) {
@@ -237,7 +241,7 @@ bool LocalDomain::AcceptOne(const Listener& listener) {
             m_knocking = true;
             return false;
         case Listener::Outcome::kNobody:
-            m_outOfDescriptors = !m_starved.empty();
+            break;
     }
     return false;
 }
@@ -290,7 +294,7 @@ void LocalDomain::Feed() {
     if (!m_starved.empty() && CanOpen(kMostDescriptors)) {
         m_readable.insert(m_readable.end(), m_starved.begin(), m_starved.end());
         m_starved.clear();
-        m_outOfDescriptors = false;
+        SeeWhetherShortageIsOver();
     }
 }
 
@@ -300,6 +304,12 @@ void LocalDomain::SayOutOfDescriptors(int application) {
                std::generic_category().message(errno) + "; will try again");
     }
     m_outOfDescriptors = true;
+    m_nextTry = Clock::now() + kDescriptorPause;
+}
+
+/// It lasts while a link waits for descriptors, of whatever application.
+void LocalDomain::SeeWhetherShortageIsOver() {
+    m_outOfDescriptors = m_outOfDescriptors && (m_knocking || !m_starved.empty());
 }
 
 void LocalDomain::Unpark() {
@@ -450,7 +460,8 @@ void LocalDomain::Remove(Incoming& incoming) {
     std::erase(m_successors, &incoming);
     std::erase(m_lanes, &incoming);
     m_incoming.remove_if([&](const auto& one) { return one.get() == &incoming; });
-    m_outOfDescriptors = false;
+    m_nextTry = {};  // with its descriptors another one may be accepted
+    SeeWhetherShortageIsOver();
 }
 
 /// Reports every ended process of which nothing is left to read. What is parked stays: its time comes with

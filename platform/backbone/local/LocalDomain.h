@@ -75,7 +75,9 @@ class LocalDomain final : public Domain {
     std::shared_ptr<Outgoing> OutgoingTo(const std::string& target);
     bool IsOwn(const std::string& name) const;
     void Accept();
+    bool MayAccept() const;
     void SayOutOfDescriptors(int application);
+    void SeeWhetherShortageIsOver();
     bool AcceptOne(const Listener& listener);
     void Admit(FileDescriptor socket, int pid, int application);
     std::optional<Event> NextMessage(Take take);
@@ -125,7 +127,9 @@ class LocalDomain final : public Domain {
     bool m_knocking = false;
     /// A process has ended: what it may have connected before is to be accepted before that is reported.
     bool m_endUnexamined = false;
+    /// Whether links wait because there are no descriptors for them, which was said then; and the next try.
     bool m_outOfDescriptors = false;
+    Clock::time_point m_nextTry{};
     int m_sinceLook = 0;
 };
 
