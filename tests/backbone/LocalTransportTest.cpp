@@ -11,6 +11,8 @@
 #include <filesystem>
 #include <thread>
 
+#include "ForeignPeer.h"
+#include "Frames.h"
 #include "LocalTransport.h"
 #include "ObservedTransport.h"
 
@@ -28,6 +30,7 @@ using ::testing::IsEmpty;
 using ::testing::SizeIs;
 using ::testing::StartsWith;
 using zyl::backbone::Clock;
+using zyl::backbone::local::GreetingFrame;
 
 /// Kills a process that is no child of this one, and returns when it is dead with everything closed.
 void KillAndAwait(pid_t victim) {
@@ -440,6 +443,29 @@ TEST_P(LocalLink, IdleWaiterTakesNoProcessorTime) {
                        me.WaitUntil([&] { return me.received.size() == 1; });
                        idle.Await();
                    }});
+}
+
+TEST_F(LocalTransport, OneLookHearsAllOfManyLinksInOneDomainAndInTwo) {
+    m_world->Play({[&](Participant& me) {
+        me.Receive("target");
+        std::vector<ForeignPeer> links(200);
+        const auto hearFromAll = [&](const std::function<void()>& look, const std::string& first) {
+            me.received.clear();
+            for (const ForeignPeer& link : links) {
+                link.Send(first + MessageFrame("t", ""));
+            }
+            look();
+            EXPECT_EQ(me.received.size(), links.size());
+        };
+        for (const ForeignPeer& link : links) {
+            ASSERT_EQ(link.Connect(m_settings.directory + "/d.job/a.target"), 0);
+        }
+        hearFromAll([&] { me.Look(); }, GreetingFrame({}));
+        hearFromAll([&] { me.Look(); }, "");
+        me.board.RegisterCommunicator("another");
+        int never = 1;
+        hearFromAll([&] { me.board.WaitingLoop(&never, 0); }, "");
+    }});
 }
 
 /// The plain functions, which have one backbone a process.

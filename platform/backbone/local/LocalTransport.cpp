@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string>
+#include <vector>
 
 #include "../Process.h"
 #include "LocalDomain.h"
@@ -16,12 +17,6 @@ using std::chrono::milliseconds;
 /// Longer than an answer from another processor takes, shorter than a wake-up by the system pays for.
 constexpr std::chrono::microseconds kSpin{50};
 
-/// A domain's poller has something: that is all a wait over several domains needs to know.
-class DomainStirred final : public local::Watched {
-  public:
-    void Ready(const local::Readiness& /*readiness*/) override {}
-};
-
 class LocalTransport final : public Transport {
   public:
     explicit LocalTransport(const Settings& settings) : m_settings(settings) {
@@ -31,9 +26,7 @@ class LocalTransport final : public Transport {
     }
 
     std::unique_ptr<Domain> Join(const std::string& name) override {
-        auto domain = std::make_unique<LocalDomain>(m_settings, name, m_greeting, m_bell);
-        m_all.Watch(domain->Poll().Descriptor(), m_stirred);
-        return domain;
+        return std::make_unique<LocalDomain>(m_settings, name, m_greeting, m_bell);
     }
 
     void Wait(std::span<Domain* const> domains, Deadline deadline, Take take) override {
@@ -87,15 +80,16 @@ class LocalTransport final : public Transport {
         return false;
     }
 
-    void Poll(std::span<Domain* const> domains, std::optional<milliseconds> limit) {
+    static void Poll(std::span<Domain* const> domains, std::optional<milliseconds> limit) {
         if (domains.size() == 1) {
             static_cast<LocalDomain*>(domains.front())->Poll().Wait(limit);
             return;
         }
-        m_all.Wait(limit);
+        std::vector<local::Poller*> pollers;
         for (Domain* domain : domains) {
-            static_cast<LocalDomain*>(domain)->Poll().Wait(milliseconds(0));
+            pollers.push_back(&static_cast<LocalDomain*>(domain)->Poll());
         }
+        local::Poller::WaitForAny(pollers, limit);
     }
 
     /// How long the wait may be: rounded up, so that a deadline has passed when it is over.
@@ -119,8 +113,6 @@ class LocalTransport final : public Transport {
     Settings m_settings;
     local::Greeting m_greeting;
     local::Doorbell m_bell;
-    local::Poller m_all;
-    DomainStirred m_stirred;
 };
 
 }  // namespace

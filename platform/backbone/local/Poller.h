@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <optional>
+#include <span>
 
 #include "FileDescriptor.h"
 
@@ -33,8 +34,8 @@ class Poller {
     /// Waits until something is ready, up to `limit` (none: without bound), and tells what is. An interrupted
     /// wait returns. False when nothing was ready.
     bool Wait(std::optional<std::chrono::milliseconds> limit);
-    /// Readable when something is ready: a poller may be watched by another.
-    int Descriptor() const { return m_descriptor.Get(); }
+    /// The same for several pollers at once.
+    static void WaitForAny(std::span<Poller* const> pollers, std::optional<std::chrono::milliseconds> limit);
 
   private:
     FileDescriptor m_descriptor;
