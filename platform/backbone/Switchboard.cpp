@@ -160,8 +160,8 @@ struct Switchboard::Membership {
         queue.push_back(std::move(event));
     }
     /// A life is over: sends to that peer fail at once until it is there again, also first ones. A passing
-    /// helper that was never sent to is nobody's loss; and a link that is still there tells by itself that its
-    /// peer is gone.
+    /// helper that was never sent to is nobody's loss; and a link that is still there tells by itself that
+    /// its peer is gone.
     void NoteLoss(const PeerLost& lost) {
         auto found = targets.find(lost.peer->application);
         if (found == targets.end() && lost.announced) {
@@ -277,13 +277,13 @@ void Switchboard::Leave() {
     }
 }
 
-void Switchboard::Abandon() {
-    for (const auto& member : m_memberships) {
-        if (member->domain != nullptr) {
-            member->domain->Abandon();
-        }
+void Switchboard::CheckOwner() const {
+    if (m_abandoned) {
+        Fatal(
+            "this process was forked from one that uses the backbone and cannot use it itself; "
+            "execute a program first",
+            kSourceFile, __LINE__);
     }
-    Leave();
 }
 
 int Switchboard::RegisterCommunicator(const std::string& name) {
@@ -360,6 +360,7 @@ void Switchboard::SendRequest(int communicator, std::string_view name, ZYLFeaBac
     Membership& member = MembershipOf(communicator, "SendRequest");
     CheckName(name, "application");
     const Request request{type(), size(), stream};
+    CheckOwner();
     const std::size_t typeSize = std::strlen(request.type);
     if (request.size < 0 || typeSize > kLongestType) {
         Fatal("a message of type " + Quoted(request.type) + " for " + Quoted(std::string(name)) +
@@ -461,6 +462,7 @@ bool Switchboard::Transfer(const Target& target, const Request& request) {
         room = link.Reserve(request.type, request.size);
     }
     request.Fill(room, target.name);
+    CheckOwner();
     Progress progress = link.Commit();
     while (progress == Progress::kBlocked || progress == Progress::kAdvanced) {
         if (progress == Progress::kAdvanced) {
@@ -586,6 +588,7 @@ void Switchboard::Dispatch(Membership& member, const Event& event) {
     } else {
         DispatchLoss(member, std::get<PeerLost>(event));
     }
+    CheckOwner();
     --m_depth;
 }
 

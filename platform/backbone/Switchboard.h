@@ -45,8 +45,12 @@ class Switchboard {
     /// is.
     void Leave();
 
-    /// The same in the child of a fork: what this object holds belongs to the parent and is not withdrawn.
-    void Abandon();
+    /// In the child of a fork: what this object holds belongs to the parent. A callback in which the child
+    /// was forked must not return here; nothing may be called afterwards, and this object is not destroyed.
+    void Abandon() { m_abandoned = true; }
+    bool Abandoned() const { return m_abandoned; }
+    /// A fatal error when it is abandoned.
+    void CheckOwner() const;
 
   private:
     struct Application;
@@ -81,6 +85,7 @@ class Switchboard {
     int m_depth = 0;
     /// What has been taken in by sends that wait may cost so much memory before they hold back.
     std::size_t m_allowance = kTakenInBudget;
+    bool m_abandoned = false;
 };
 
 }  // namespace zyl::backbone

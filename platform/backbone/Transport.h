@@ -140,8 +140,6 @@ class Domain {
     /// Where this domain looks for an application, and the usual reasons why it is not there: two clauses for
     /// the line of whoever waits for it.
     virtual std::string WhereItLooks() const = 0;
-    /// In the child of a fork: lets go of everything without withdrawing what belongs to the parent.
-    virtual void Abandon() = 0;
 };
 
 /// Makes domains and waits for them. Outlives its domains.

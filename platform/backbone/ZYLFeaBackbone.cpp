@@ -1,14 +1,15 @@
 #include "ZYLFeaBackbone.h"
 
 #include <atomic>
-#include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "Diagnostics.h"
 #include "Process.h"
 #include "Settings.h"
 #include "Switchboard.h"
+#include "local/FileDescriptor.h"
 #include "local/LocalTransport.h"
 
 namespace zyl::backbone {
@@ -17,12 +18,60 @@ namespace {
 
 constexpr const char* kSourceFile = "platform/backbone/ZYLFeaBackbone";
 
+/// The switchboard of this process. In the child of a fork it belongs to the parent, and stays as it is.
+Switchboard* s_switchboard = nullptr;
+
+/// The thread that is in a plain function, or in a callback of one.
+std::atomic<std::thread::id> s_inside;
+
+/// It goes with the library, at unload or at the end of the process. Ended from inside one of its own
+/// callbacks it only leaves its domains, for the callback's frames are still on the stack; and while another
+/// thread is inside it stays as it is.
+struct AtEnd {
+    ~AtEnd() {
+        if (s_switchboard == nullptr || s_switchboard->Abandoned()) {
+            return;
+        }
+        const std::thread::id inside = s_inside;
+        if (inside != std::thread::id() && inside != std::this_thread::get_id()) {
+            return;
+        }
+        if (s_switchboard->Dispatching()) {
+            s_switchboard->Leave();
+        } else {
+            delete std::exchange(s_switchboard, nullptr);
+        }
+    }
+};
+
+const AtEnd s_atEnd;
+
+void Forked() {
+    if (s_switchboard != nullptr && !s_switchboard->Abandoned()) {
+        s_switchboard->Abandon();
+        local::FileDescriptor::CloseAllInChild();
+    }
+}
+
 /// One of the plain functions, from its call to its return. A thread that calls one while another thread is
 /// inside ends the process with a line that says so, before it can spoil anything. Calls within callbacks are
 /// the same thread's.
 class Call {
   public:
-    explicit Call(const char* function);
+    explicit Call(const char* function) {
+        if (s_switchboard != nullptr) {
+            s_switchboard->CheckOwner();
+        }
+        std::thread::id inside;
+        m_outermost = s_inside.compare_exchange_strong(inside, std::this_thread::get_id(),
+                                                       std::memory_order_acquire, std::memory_order_relaxed);
+        if (!m_outermost && inside != std::this_thread::get_id()) {
+            Fatal(std::string(function) +
+                      " was called while another thread is inside the backbone, in a call or a callback; "
+                      "use it on one thread at a time",
+                  kSourceFile, __LINE__);
+        }
+    }
     ~Call() {
         if (m_outermost) {
             s_inside.store({}, std::memory_order_release);
@@ -31,81 +80,18 @@ class Call {
     Call(const Call&) = delete;
     Call& operator=(const Call&) = delete;
 
-    Switchboard* operator->() const;
-
-    static bool AnotherThreadIsInside() {
-        const std::thread::id inside = s_inside.load(std::memory_order_relaxed);
-        return inside != std::thread::id() && inside != std::this_thread::get_id();
+    Switchboard* operator->() const {
+        if (s_switchboard == nullptr) {
+            const Settings settings = Settings::FromEnvironment();
+            s_switchboard = new Switchboard(MakeLocalTransport(settings), settings);
+            OnForkInChild(Forked);
+        }
+        return s_switchboard;
     }
 
   private:
-    static std::atomic<std::thread::id> s_inside;
     bool m_outermost;
 };
-
-std::atomic<std::thread::id> Call::s_inside;
-
-/// The switchboard of this process. It goes with the library, at unload or at the end of the process; ended
-/// from inside one of its own callbacks it only leaves its domains, for the callback's frames are still on
-/// the stack.
-class ProcessSwitchboard {
-  public:
-    ~ProcessSwitchboard() {
-        if (Call::AnotherThreadIsInside()) {
-            m_switchboard.release();  // NOLINT(bugprone-unused-return-value): that thread still uses it
-        } else if (m_switchboard != nullptr && m_switchboard->Dispatching()) {
-            m_switchboard.release()->Leave();  // NOLINT(bugprone-unused-return-value)
-        }
-    }
-
-    Switchboard& Get() {
-        if (m_switchboard == nullptr) {
-            const Settings settings = Settings::FromEnvironment();
-            m_switchboard = std::make_unique<Switchboard>(MakeLocalTransport(settings), settings);
-            OnForkInChild([] { s_instance.Forked(); });
-        }
-        return *m_switchboard;
-    }
-
-    bool IsForked() const { return m_forked; }
-
-    static ProcessSwitchboard s_instance;
-
-  private:
-    void Forked() {
-        if (m_switchboard != nullptr && !m_forked) {
-            m_forked = true;
-            m_switchboard->Abandon();
-        }
-    }
-
-    std::unique_ptr<Switchboard> m_switchboard;
-    bool m_forked = false;
-};
-
-ProcessSwitchboard ProcessSwitchboard::s_instance;
-
-Call::Call(const char* function) {
-    if (ProcessSwitchboard::s_instance.IsForked()) {
-        Fatal(
-            "this process was forked from one that uses the backbone and cannot use it itself; "
-            "execute a program first",
-            kSourceFile, __LINE__);
-    }
-    std::thread::id inside;
-    m_outermost = s_inside.compare_exchange_strong(inside, std::this_thread::get_id(),
-                                                   std::memory_order_acquire, std::memory_order_relaxed);
-    if (!m_outermost && inside != std::this_thread::get_id()) {
-        Fatal(std::string(function) +
-                  " was called while another thread is inside the backbone, in a call or a callback; "
-                  "use it on one thread at a time",
-              kSourceFile, __LINE__);
-    }
-}
-
-Switchboard* Call::operator->() const {
-    return &ProcessSwitchboard::s_instance.Get();
-}
 
 /// Names come as NUL-terminated text; no text is the empty name.
 const char* Name(const char* text) {

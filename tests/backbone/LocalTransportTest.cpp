@@ -471,18 +471,30 @@ TEST_F(LocalTransport, OneLookHearsAllOfManyLinksInOneDomainAndInTwo) {
 /// The plain functions, which have one backbone a process.
 class Fork : public LocalTransport {
   protected:
-    /// Makes this process the application `name`; s_received counts its messages.
+    /// Makes this process the application `name`; s_received counts its messages, s_handle is called for
+    /// each.
     void Become(const char* name) {
         setenv("ZYL_BACKBONE_DIR", m_settings.directory.c_str(), 1);
         RegisterCommunicator("job", &s_communicator);
-        AssociateHandler(s_communicator, name, [](const char*, const void*, int) { ++s_received; });
+        AssociateHandler(s_communicator, name, [](const char*, const void*, int) {
+            ++s_received;
+            s_handle();
+        });
+    }
+    static void Await(int messages) {
+        int never = -1;
+        while (s_received < messages) {
+            BBSysLoopWait(&never, 10);
+        }
     }
     static int s_communicator;
     static int s_received;
+    static void (*s_handle)();
 };
 
 int Fork::s_communicator = 0;
 int Fork::s_received = 0;
+void (*Fork::s_handle)() = [] {};
 
 using ForkDeathTest = Fork;
 
@@ -548,11 +560,72 @@ TEST_F(Fork, ChildWithdrawsNothingAndHidesNotTheParentsEnd) {
                            _exit(0);
                        }
                        forked.Give();
-                       int condition = -1;
-                       while (s_received == 0) {
-                           BBSysLoopWait(&condition, 10);
-                       }
+                       Await(1);
                        raise(SIGKILL);
+                   }});
+}
+
+/// Links come and go while children have copies of them: one that has run no handler of the fork, as every
+/// child for a moment, and one that executes a program.
+TEST_F(Fork, ChildrenOfAHandlerDisturbNoLink) {
+    constexpr int kRounds = 5;
+    static std::vector<pid_t> s_children;
+    Signal looked;
+    Signal sent;
+    m_world->Play({[&](Participant& /*me*/) {
+                       Become("parent");
+                       s_handle = [] {
+                           if (s_children.emplace_back(_Fork()) == 0) {
+                               pause();
+                           }
+                           if (s_children.emplace_back(fork()) == 0) {
+                               execlp("sleep", "sleep", "60", nullptr);
+                           }
+                       };
+                       for (int round = 1; round <= kRounds; ++round) {
+                           looked.Give();
+                           Await(round);
+                           for (const char* what : {"what closes the link", "more"}) {
+                               SCOPED_TRACE(what);
+                               looked.Give();
+                               sent.Await();
+                               int never = -1;
+                               BBSysLoopWait(&never, 0);
+                           }
+                           EXPECT_EQ(s_received, round);
+                       }
+                       for (const pid_t child : s_children) {
+                           kill(child, SIGKILL);
+                           waitpid(child, nullptr, 0);
+                       }
+                       s_handle = [] {
+                           ::testing::internal::CaptureStderr();
+                           const pid_t child = fork();
+                           if (child != 0) {
+                               int status = 0;
+                               waitpid(child, &status, 0);
+                               EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) << status;
+                               EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+                                           HasSubstr("this process was forked from one that uses the "));
+                           }
+                       };
+                       looked.Give();
+                       Await(kRounds + 1);
+                   },
+                   [&](Participant& me) {
+                       for (int round = 0; round < kRounds; ++round) {
+                           const ForeignPeer link;
+                           looked.Await();
+                           EXPECT_EQ(link.Connect(m_settings.directory + "/d.job/a.parent"), 0);
+                           link.Send(GreetingFrame({}) + MessageFrame("t", ""));
+                           for (int part = 0; part < 2; ++part) {
+                               looked.Await();
+                               link.Send("neither a frame nor the end of one");
+                               sent.Give();
+                           }
+                       }
+                       looked.Await();
+                       me.Send("parent", "t", "to a handler whose child returns");
                    }});
 }
 

@@ -132,7 +132,6 @@ class MemoryDomain final : public Domain {
         return event;
     }
     std::string WhereItLooks() const override { return "it looks in its memory"; }
-    void Abandon() override {}
 
   private:
     MemoryHub& m_hub;

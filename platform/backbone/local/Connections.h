@@ -50,7 +50,6 @@ class Incoming final : public Watched {
     LaneReader* Lane() const { return m_lane.get(); }
     const std::shared_ptr<PeerDoorbell>& WritersBell() const { return m_writersBell; }
 
-    int Socket() const { return m_socket.Get(); }
     int Pid() const { return m_pid; }
     int Application() const { return m_application; }
 
@@ -70,6 +69,7 @@ class Incoming final : public Watched {
 
     LocalDomain& m_domain;
     FileDescriptor m_socket;
+    PollerEntry m_entry;
     int m_pid;
     int m_application;
     FrameReader m_reader;
@@ -105,7 +105,6 @@ class Outgoing final : public Watched {
 
     void Ready(const Readiness& readiness) override;
 
-    int Socket() const { return m_socket.Get(); }
     /// Whether a lane that was full may have room again.
     bool LaneHasRoom() const { return m_lane->HasRoom(); }
 
@@ -124,6 +123,7 @@ class Outgoing final : public Watched {
 
     LocalDomain& m_domain;
     FileDescriptor m_socket;
+    PollerEntry m_entry;
     Peer m_peer;
     bool m_announced;
     bool m_lost = false;

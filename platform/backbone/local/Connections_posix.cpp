@@ -33,7 +33,11 @@ long CoarseTime() {
 }  // namespace
 
 Incoming::Incoming(LocalDomain& domain, FileDescriptor socket, int pid, int application)
-    : m_domain(domain), m_socket(std::move(socket)), m_pid(pid), m_application(application) {}
+    : m_domain(domain),
+      m_socket(std::move(socket)),
+      m_entry(domain.Poll(), m_socket.Get(), *this),
+      m_pid(pid),
+      m_application(application) {}
 
 void Incoming::Ready(const Readiness& readiness) {
     m_drained = false;
@@ -113,7 +117,11 @@ void Incoming::OpenLane(const FrameView& frame, const Doorbell& own) {
 }
 
 Outgoing::Outgoing(LocalDomain& domain, FileDescriptor socket, Peer peer, bool announced)
-    : m_domain(domain), m_socket(std::move(socket)), m_peer(std::move(peer)), m_announced(announced) {}
+    : m_domain(domain),
+      m_socket(std::move(socket)),
+      m_entry(domain.Poll(), m_socket.Get(), *this),
+      m_peer(std::move(peer)),
+      m_announced(announced) {}
 
 Outgoing::~Outgoing() {
     m_domain.LaneIsFull(*this, false);
@@ -288,14 +296,14 @@ Progress Outgoing::SendBacklog() {
 
 Progress Outgoing::Blocked() {
     m_awaitsRoom = true;
-    m_domain.AwaitRoom(*this, true);
+    m_entry.ForRoom(true);
     return Progress::kBlocked;
 }
 
 void Outgoing::StopAwaiting() {
     if (m_awaitsRoom) {
         m_awaitsRoom = false;
-        m_domain.AwaitRoom(*this, false);
+        m_entry.ForRoom(false);
     }
 }
 

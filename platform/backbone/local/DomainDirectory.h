@@ -35,8 +35,6 @@ class Claim {
     ~Claim();
 
     int Socket() const { return m_socket.Get(); }
-    /// Closes without giving the name back: it belongs to the parent of this forked process.
-    void Abandon();
 
   private:
     const DomainDirectory* m_directory;

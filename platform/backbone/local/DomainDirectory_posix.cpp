@@ -200,11 +200,6 @@ Claim::~Claim() {
     }
 }
 
-void Claim::Abandon() {
-    m_lock.Close();
-    m_socket.Close();
-}
-
 DomainDirectory::DomainDirectory(const std::string& base, const std::string& domain) {
     const std::string basePath = WithoutTrailingSeparators(BaseDirectory(base));
     const FileDescriptor baseDirectory = OpenPrivate(AT_FDCWD, basePath, basePath);

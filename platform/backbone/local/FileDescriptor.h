@@ -9,7 +9,7 @@ namespace zyl::backbone::local {
 class FileDescriptor {
   public:
     FileDescriptor() = default;
-    explicit FileDescriptor(int descriptor) : m_descriptor(descriptor) {}
+    explicit FileDescriptor(int descriptor);
     FileDescriptor(FileDescriptor&& other) noexcept : m_descriptor(std::exchange(other.m_descriptor, -1)) {}
     FileDescriptor& operator=(FileDescriptor&& other) noexcept {
         Close();
@@ -21,6 +21,11 @@ class FileDescriptor {
     int Get() const { return m_descriptor; }
     bool IsOpen() const { return m_descriptor >= 0; }
     void Close();
+
+    /// In the child of a fork, which owns none of them: closes every descriptor that an object of this class
+    /// has open, so that the parent's links and names end with the parent. Nothing but this is safe there,
+    /// whatever the parent's other threads were doing; no object may be used or destroyed afterwards.
+    static void CloseAllInChild();
 
   private:
     int m_descriptor = -1;

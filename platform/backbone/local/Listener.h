@@ -12,8 +12,8 @@ namespace zyl::backbone::local {
 /// An application of this process, and the socket on which it is met.
 class Listener final : public Watched {
   public:
-    /// `knocking` becomes true when somebody waits to be accepted; it outlives the listener.
-    Listener(bool& knocking, int number, std::string name, bool announced, Claim claim);
+    /// `knocking` becomes true when somebody waits to be accepted; it and the poller outlive the listener.
+    Listener(const Poller& poller, bool& knocking, int number, std::string name, bool announced, Claim claim);
 
     void Ready(const Readiness& /*readiness*/) override { m_knocking = true; }
 
@@ -33,8 +33,6 @@ class Listener final : public Watched {
     int Number() const { return m_number; }
     const std::string& Name() const { return m_name; }
     bool Announced() const { return m_announced; }
-    int Socket() const { return m_claim.Socket(); }
-    void Abandon() { m_claim.Abandon(); }
 
     /// Whether its messages may be handed out.
     bool delivered = false;
@@ -45,6 +43,7 @@ class Listener final : public Watched {
     std::string m_name;
     bool m_announced;
     Claim m_claim;
+    PollerEntry m_entry;
 };
 
 }  // namespace zyl::backbone::local

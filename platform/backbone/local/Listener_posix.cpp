@@ -25,17 +25,19 @@ bool SomebodyWaits(int socket) {
 
 }  // namespace
 
-Listener::Listener(bool& knocking, int number, std::string name, bool announced, Claim claim)
+Listener::Listener(const Poller& poller, bool& knocking, int number, std::string name, bool announced,
+                   Claim claim)
     : m_knocking(knocking),
       m_number(number),
       m_name(std::move(name)),
       m_announced(announced),
-      m_claim(std::move(claim)) {}
+      m_claim(std::move(claim)),
+      m_entry(poller, m_claim.Socket(), *this) {}
 
 Listener::Accepted Listener::Accept() const {
     FileDescriptor socket;
     if (CanOpen(kDescriptorsOfALink)) {
-        socket = FileDescriptor(accept4(Socket(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        socket = FileDescriptor(accept4(m_claim.Socket(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     }
     if (!socket.IsOpen()) {
         const int reason = errno;
@@ -43,7 +45,7 @@ Listener::Accepted Listener::Accept() const {
             return {Outcome::kRefused};
         }
         const bool shortage = reason == EMFILE || reason == ENFILE || reason == ENOBUFS || reason == ENOMEM;
-        const bool waits = shortage && SomebodyWaits(Socket());
+        const bool waits = shortage && SomebodyWaits(m_claim.Socket());
         errno = reason;
         return {waits ? Outcome::kShortage : Outcome::kNobody};
     }

@@ -24,26 +24,18 @@ LocalDomain::LocalDomain(const Settings& settings, const std::string& name, cons
     : m_greeting(greeting),
       m_bell(bell),
       m_opensLanes(settings.lane == Settings::Lane::kMemory),
-      m_directory(settings.directory, name) {
-    m_poller.Watch(m_bell.Bell(), m_bellRung);
-}
+      m_directory(settings.directory, name),
+      m_bellEntry(m_poller, m_bell.Bell(), m_bellRung) {}
 
 /// The names go before the links, so that who sees the end of a link finds nobody under the name.
 LocalDomain::~LocalDomain() {
     m_listeners.clear();
 }
 
-void LocalDomain::Abandon() {
-    for (const auto& [number, listener] : m_listeners) {
-        listener->Abandon();
-    }
-}
-
 void LocalDomain::Announce(int number, const std::string& name, bool announced) {
     Claim claim = m_directory.Take(name, announced);
-    auto listener = std::make_unique<Listener>(m_knocking, number, name, announced, std::move(claim));
-    m_poller.Watch(listener->Socket(), *listener);
-    m_listeners.emplace(number, std::move(listener));
+    m_listeners.emplace(
+        number, std::make_unique<Listener>(m_poller, m_knocking, number, name, announced, std::move(claim)));
     if (!announced) {
         return;
     }
@@ -96,7 +88,6 @@ std::shared_ptr<Outgoing> LocalDomain::OutgoingTo(const std::string& target) {
     }
     const Peer peer{target, connected.pid, m_greeting.host, m_greeting.user};
     auto outgoing = std::make_shared<Outgoing>(*this, std::move(connected.socket), peer, connected.announced);
-    m_poller.Watch(outgoing->Socket(), *outgoing);
     outgoing->SendControl(GreetingFrame(m_greeting));
     for (const auto& [number, listener] : m_listeners) {
         if (listener->Announced()) {
@@ -176,10 +167,6 @@ void LocalDomain::Ended(int pid) {
     }
 }
 
-void LocalDomain::AwaitRoom(Outgoing& outgoing, bool awaits) {
-    m_poller.WatchRoom(outgoing.Socket(), outgoing, awaits);
-}
-
 std::string LocalDomain::WhereItLooks() const {
     return "it looks in " + Quoted(m_directory.Path()) +
            "; most often such an application was not started, or runs as another user or with another "
@@ -250,7 +237,6 @@ void LocalDomain::Admit(FileDescriptor socket, int pid, int application) {
     m_incoming.push_back(std::make_unique<Incoming>(*this, std::move(socket), pid, application));
     Incoming& incoming = *m_incoming.back();
     incoming.orphaned = m_lives.EndedJustNow(pid);
-    m_poller.Watch(incoming.Socket(), incoming);
     Readable(incoming);
 }
 

@@ -38,7 +38,6 @@ class LocalDomain final : public Domain {
     std::unique_ptr<Link> Open(const std::string& target) override;
     std::optional<Event> Next(Take take) override;
     std::string WhereItLooks() const override;
-    void Abandon() override;
 
     /// Whether Next, or a send that waits for room, may get on without a wait.
     bool HasNews(Take take) const;
@@ -53,12 +52,10 @@ class LocalDomain final : public Domain {
     std::optional<std::chrono::milliseconds> LongestWait() const;
     Poller& Poll() { return m_poller; }
 
-    /// For the connections: there is something to read; the process at the other end is gone; tell when there
-    /// is room; a send waits for room in the lane, or does no longer; a message was exchanged with that
-    /// process.
+    /// For the connections: there is something to read; the process at the other end is gone; a send waits
+    /// for room in the lane, or does no longer; a message was exchanged with that process.
     void Readable(Incoming& incoming);
     void Ended(int pid);
-    void AwaitRoom(Outgoing& outgoing, bool awaits);
     void LaneIsFull(const Outgoing& outgoing, bool full);
     void Met(const std::shared_ptr<PeerDoorbell>& peer);
     const Doorbell& OwnBell() const { return m_bell; }
@@ -105,6 +102,8 @@ class LocalDomain final : public Domain {
     bool m_opensLanes;
     DomainDirectory m_directory;
     Poller m_poller;
+    BellRung m_bellRung;
+    PollerEntry m_bellEntry;
     std::map<int, std::unique_ptr<Listener>> m_listeners;
     Incomings m_incoming;
     std::map<std::string, std::shared_ptr<Outgoing>> m_outgoing;
@@ -123,7 +122,6 @@ class LocalDomain final : public Domain {
     /// The link whose lane a send finds full.
     const Outgoing* m_fullLane = nullptr;
     std::shared_ptr<PeerDoorbell> m_lastMet;
-    BellRung m_bellRung;
     bool m_knocking = false;
     /// A process has ended: what it may have connected before is to be accepted before that is reported.
     bool m_endUnexamined = false;

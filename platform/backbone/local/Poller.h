@@ -16,21 +16,38 @@ struct Readiness {
     bool end = false;
 };
 
-/// Told by the poller until its descriptor is closed; lives as long. Closes no watched descriptor meanwhile.
+/// Told by the poller of its descriptor. Ends no entry meanwhile.
 class Watched {
   public:
     virtual ~Watched() = default;
     virtual void Ready(const Readiness& readiness) = 0;
 };
 
-/// Waits for any of many descriptors. Changes are told once (edge-triggered): whoever is told reads until
-/// nothing is left, or remembers that there may be more.
+class Poller;
+
+/// For as long as this object lives, a poller tells `watched` of a descriptor. It ends before the descriptor
+/// is closed: for the poller a descriptor is open while any process has it, so with a copy in a child of
+/// this one it would go on telling.
+class PollerEntry {
+  public:
+    PollerEntry(const Poller& poller, int descriptor, Watched& watched);
+    PollerEntry(const PollerEntry&) = delete;
+    PollerEntry& operator=(const PollerEntry&) = delete;
+    ~PollerEntry();
+    /// Whether `watched` is to be told when there is room to write, too.
+    void ForRoom(bool room);
+
+  private:
+    const Poller& m_poller;
+    int m_descriptor;
+    Watched& m_watched;
+};
+
+/// Waits for any of many descriptors, and outlives its entries. Changes are told once (edge-triggered):
+/// whoever is told reads until nothing is left, or remembers that there may be more.
 class Poller {
   public:
     Poller();
-    void Watch(int descriptor, Watched& watched);
-    /// Whether `watched` is to be told when there is room to write, too.
-    void WatchRoom(int descriptor, Watched& watched, bool room);
     /// Waits until something is ready, up to `limit` (none: without bound), and tells what is. An interrupted
     /// wait returns. False when nothing was ready.
     bool Wait(std::optional<std::chrono::milliseconds> limit);
@@ -38,6 +55,8 @@ class Poller {
     static void WaitForAny(std::span<Poller* const> pollers, std::optional<std::chrono::milliseconds> limit);
 
   private:
+    friend class PollerEntry;
+
     FileDescriptor m_descriptor;
 };
 

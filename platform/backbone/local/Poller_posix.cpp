@@ -21,6 +21,8 @@ constexpr const char* kSourceFile = "platform/backbone/local/Poller_posix";
 /// More than is ever ready at once in a quiet system; the rest is asked for at once.
 constexpr int kEventsAtOnce = 64;
 
+constexpr std::uint32_t kAlways = EPOLLIN | EPOLLRDHUP | EPOLLET;
+
 void Control(int poller, int operation, int descriptor, std::uint32_t events, Watched* watched) {
     epoll_event event{};
     event.events = events;
@@ -42,13 +44,18 @@ Poller::Poller() : m_descriptor(epoll_create1(EPOLL_CLOEXEC)) {
     }
 }
 
-void Poller::Watch(int descriptor, Watched& watched) {
-    Control(m_descriptor.Get(), EPOLL_CTL_ADD, descriptor, EPOLLIN | EPOLLRDHUP | EPOLLET, &watched);
+PollerEntry::PollerEntry(const Poller& poller, int descriptor, Watched& watched)
+    : m_poller(poller), m_descriptor(descriptor), m_watched(watched) {
+    Control(m_poller.m_descriptor.Get(), EPOLL_CTL_ADD, m_descriptor, kAlways, &m_watched);
 }
 
-void Poller::WatchRoom(int descriptor, Watched& watched, bool room) {
-    const std::uint32_t events = EPOLLIN | EPOLLRDHUP | EPOLLET | (room ? EPOLLOUT : 0U);
-    Control(m_descriptor.Get(), EPOLL_CTL_MOD, descriptor, events, &watched);
+PollerEntry::~PollerEntry() {
+    epoll_ctl(m_poller.m_descriptor.Get(), EPOLL_CTL_DEL, m_descriptor, nullptr);
+}
+
+void PollerEntry::ForRoom(bool room) {
+    const std::uint32_t events = room ? kAlways | EPOLLOUT : kAlways;
+    Control(m_poller.m_descriptor.Get(), EPOLL_CTL_MOD, m_descriptor, events, &m_watched);
 }
 
 bool Poller::Wait(std::optional<std::chrono::milliseconds> limit) {
