@@ -1,7 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -23,6 +25,7 @@ using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::IsSupersetOf;
 using ::testing::SizeIs;
 using zyl::backbone::MakeLocalTransport;
 using zyl::backbone::Settings;
@@ -209,9 +212,10 @@ TEST_F(LocalDirectory, LeftoversOfTheDeadHoldNobodyUp) {
     m_world->Play({[&](Participant& me) {
         me.Watch("phoenix");
         me.Declare("helper", false);
+        me.Declare("tool with " + std::string(100, '7'), false);
         me.Crash();
     }});
-    ASSERT_THAT(DomainFiles(), SizeIs(5)) << "they are there: two locks, two sockets, a mark";
+    ASSERT_THAT(DomainFiles(), SizeIs(7)) << "they are there: three locks, three sockets, a mark";
     Signal there;
     m_world->Play(
         {[&](Participant& me) {
@@ -236,12 +240,33 @@ TEST_F(LocalDirectory, LeftoversOfTheDeadHoldNobodyUp) {
     EXPECT_THAT(DomainFiles(), IsEmpty());
 }
 
+TEST_F(LocalDirectory, NameIsSafeWithItsNewHolderWhileOthersRemoveWhatTheLastOneLeft) {
+    const auto comeAndGo = [&](const std::string& name) {
+        return [&, name](Participant& /*me*/) {
+            for (int round = 0; round < 50; ++round) {
+                const pid_t last = fork();
+                if (last == 0) {
+                    Participant(MakeLocalTransport(m_settings), m_settings).Declare(name);
+                    raise(SIGKILL);
+                }
+                waitpid(last, nullptr, 0);
+                Participant next(MakeLocalTransport(m_settings), m_settings);
+                next.Watch(name);
+                const Participant another(MakeLocalTransport(m_settings), m_settings);
+                EXPECT_THAT(DomainFiles(), IsSupersetOf({"l." + name, "a." + name, "w." + name}));
+            }
+        };
+    };
+    m_world->Play({comeAndGo("one"), comeAndGo("two"), comeAndGo("three"), comeAndGo("four")});
+    EXPECT_THAT(DomainFiles(), IsEmpty());
+}
+
 TEST_F(LocalDirectory, StrayFilesAreNobody) {
     m_settings.connectTimeout = milliseconds(50);
     m_world->Play({[&](Participant& /*me*/) {
         const std::string domain = m_settings.directory + "/d.job/";
         for (const char* name :
-             {"a.", "a.%", "a.%zz", "w.%4", "w.x~y", "l.solver", "h.solver", "README", "a"}) {
+             {"a.", "a.%", "a.%zz", "w.%4", "w.x~y", "l.%4", "l.solver", "h.solver", "README", "a"}) {
             std::ofstream(domain + name) << "stray";
         }
         fs::create_directory(domain + "a.solver");
@@ -250,6 +275,7 @@ TEST_F(LocalDirectory, StrayFilesAreNobody) {
         me.Declare("newcomer");
         me.Send("solver", "t", "");
         me.Look();
+        EXPECT_THAT(DomainFiles(), IsSupersetOf({"a.", "w.x~y", "l.%4", "a.solver", "README"}));
     }});
 }
 

@@ -10,12 +10,14 @@
 /// A domain on disk: one directory that only its owner may enter. Every application E (its name in a safe
 /// form) has
 ///
-///   l.E   lock file: locked by the living holder, so a dead one is recognised at once; holds its pid and
-///   real name a.E   the socket of an announced application, or h.E   the socket of a passing helper w.E
-///   empty: the application wants to hear of every newcomer
+///   l.E   lock file, locked by the living holder, so a dead one is recognised at once: its pid and real name
+///   a.E   the socket of an announced application, or
+///   h.E   the socket of a passing helper
+///   t.E   the socket before it accepts connections
+///   w.E   empty: the application wants to hear of every newcomer
 ///
-/// A socket appears under its name only when it accepts connections. What a dead holder left is removed by
-/// the next one.
+/// What belongs to a name is made and removed under its lock, and the lock file is removed last. What a dead
+/// holder left is removed by the next process that joins the domain, or takes the name.
 
 namespace zyl::backbone::local {
 
@@ -29,8 +31,7 @@ class DomainDirectory;
 /// A name held by this process: its lock, and its listening socket. Its end gives the name back.
 class Claim {
   public:
-    Claim(const DomainDirectory& directory, std::string safeName, char kind, FileDescriptor lock,
-          FileDescriptor socket);
+    Claim(const DomainDirectory& directory, std::string safeName, FileDescriptor lock, FileDescriptor socket);
     Claim(Claim&&) = default;
     ~Claim();
 
@@ -39,7 +40,6 @@ class Claim {
   private:
     const DomainDirectory* m_directory;
     std::string m_safeName;
-    char m_kind;
     FileDescriptor m_lock;
     FileDescriptor m_socket;
 };
@@ -55,7 +55,8 @@ class DomainDirectory {
   public:
     /// Opens, or makes, the directory of `domain` under `base` (empty: $XDG_RUNTIME_DIR/zyl-backbone, else
     /// /tmp/zyl-backbone-<uid>). Base and domain must belong to this user and be closed to all others, and
-    /// may not be symbolic links; anything else is a fatal error that says which, and what to do.
+    /// may not be symbolic links; anything else is a fatal error that says which, and what to do. Removes
+    /// what processes that were killed have left in it.
     DomainDirectory(const std::string& base, const std::string& domain);
 
     const std::string& Path() const { return m_path; }
@@ -64,8 +65,8 @@ class DomainDirectory {
     Claim Take(const std::string& name, bool announced) const;
     /// Connects to the application, without waiting for it to accept. Not open when it is not there.
     Connected Connect(const std::string& name) const;
-    /// The process that holds the name, or left it without giving it back; 0: there is none; nothing: that
-    /// cannot be seen.
+    /// The process that holds the name, or left it without giving it back and nobody has tidied up since; 0:
+    /// there is none; nothing: that cannot be seen.
     std::optional<int> Holder(const std::string& name) const;
     /// From now on Watchers lists the application, which this process holds.
     void MarkWatcher(const std::string& name) const;
@@ -76,7 +77,13 @@ class DomainDirectory {
   private:
     friend class Claim;
 
+    /// The safe names, or the real ones, for which there is a file of the kind.
+    std::vector<std::string> Files(char kind) const;
     std::vector<std::string> Names(char kind) const;
+    void RemoveLeftovers() const;
+    /// For the holder of the lock.
+    void Clear(const std::string& safeName) const;
+    void Vacate(const std::string& safeName) const;
     FileDescriptor Lock(const std::string& safeName) const;
     FileDescriptor Listen(const std::string& safeName, char kind) const;
     std::optional<std::string> RealName(const std::string& safeName) const;

@@ -35,8 +35,9 @@ constexpr std::size_t kLongestSafeName = 64;
 /// The kernel cuts it to its own limit; a burst of newcomers fits in either.
 constexpr int kBacklog = 4096;
 
-/// A holder that lives longer than this with its name locked is not just about to end.
-constexpr std::chrono::milliseconds kDying{1000};
+/// A name that is found locked so often, with this time between two looks, is not locked by a process that is
+/// just about to end, or to remove what a dead one has left.
+constexpr int kLooksAtLock = 1000;
 constexpr std::chrono::milliseconds kLockInterval{1};
 
 /// How long a connection to a full backlog may hold the caller up before it looks around again.
@@ -184,19 +185,16 @@ std::string SafeName(const std::string& name) {
     return safe.substr(0, kLongestSafeName - 17) + "~" + Hash(name);
 }
 
-Claim::Claim(const DomainDirectory& directory, std::string safeName, char kind, FileDescriptor lock,
+Claim::Claim(const DomainDirectory& directory, std::string safeName, FileDescriptor lock,
              FileDescriptor socket)
     : m_directory(&directory),
       m_safeName(std::move(safeName)),
-      m_kind(kind),
       m_lock(std::move(lock)),
       m_socket(std::move(socket)) {}
 
 Claim::~Claim() {
     if (m_lock.IsOpen()) {
-        m_directory->Remove("w." + m_safeName);
-        m_directory->Remove(std::string(1, m_kind) + "." + m_safeName);
-        m_directory->Remove("l." + m_safeName);
+        m_directory->Vacate(m_safeName);
     }
 }
 
@@ -206,6 +204,7 @@ DomainDirectory::DomainDirectory(const std::string& base, const std::string& dom
     const std::string name = "d." + SafeName(domain);
     m_path = basePath + "/" + name;
     m_descriptor = OpenPrivate(baseDirectory.Get(), name, m_path);
+    RemoveLeftovers();
 }
 
 Claim DomainDirectory::Take(const std::string& name, bool announced) const {
@@ -216,19 +215,17 @@ Claim DomainDirectory::Take(const std::string& name, bool announced) const {
         pwrite(lock.Get(), content.data(), content.size(), 0) != static_cast<ssize_t>(content.size())) {
         Refuse(m_path, "a name cannot be written (" + ErrorText() + ")", __LINE__);
     }
-    for (const char* leftOver : {"a.", "h.", "w."}) {
-        Remove(leftOver + safe);
-    }
-    const char kind = announced ? 'a' : 'h';
-    FileDescriptor socket = Listen(safe, kind);
-    return {*this, safe, kind, std::move(lock), std::move(socket)};
+    Clear(safe);
+    FileDescriptor socket = Listen(safe, announced ? 'a' : 'h');
+    return {*this, safe, std::move(lock), std::move(socket)};
 }
 
-/// The lock file, locked. A file that a leaving holder removed between our opening and our locking it locks
-/// nothing, and a holder that is dying lets go in a moment, hence the loop.
+/// The lock file, locked. A file that was removed between our opening and our locking it locks nothing, and a
+/// holder that is dying lets go in a moment, hence the loop. It counts looks, not time: this process may have
+/// been stopped between two of them.
 FileDescriptor DomainDirectory::Lock(const std::string& safeName) const {
     const std::string file = "l." + safeName;
-    for (const Clock::time_point end = Clock::now() + kDying;;) {
+    for (int looks = 0;;) {
         FileDescriptor lock(
             openat(m_descriptor.Get(), file.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
         if (!lock.IsOpen()) {
@@ -238,7 +235,7 @@ FileDescriptor DomainDirectory::Lock(const std::string& safeName) const {
             if (IsNamed(lock.Get(), m_descriptor.Get(), file)) {
                 return lock;
             }
-        } else if (Clock::now() > end) {
+        } else if (++looks >= kLooksAtLock) {
             throw NameTaken(HolderOf(lock.Get()), HostName());
         } else {
             std::this_thread::sleep_for(kLockInterval);
@@ -248,7 +245,6 @@ FileDescriptor DomainDirectory::Lock(const std::string& safeName) const {
 
 FileDescriptor DomainDirectory::Listen(const std::string& safeName, char kind) const {
     const std::string hidden = "t." + safeName;
-    Remove(hidden);
     FileDescriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const sockaddr_un address = AddressOf(m_descriptor.Get(), hidden);
     const bool listening = listener.IsOpen() && fchmod(listener.Get(), 0600) == 0 &&
@@ -301,7 +297,7 @@ void DomainDirectory::MarkWatcher(const std::string& name) const {
     }
 }
 
-std::vector<std::string> DomainDirectory::Names(char kind) const {
+std::vector<std::string> DomainDirectory::Files(char kind) const {
     std::vector<std::string> names;
     DIR* directory = opendir(("/proc/self/fd/" + std::to_string(m_descriptor.Get())).c_str());
     if (directory == nullptr) {
@@ -311,13 +307,50 @@ std::vector<std::string> DomainDirectory::Names(char kind) const {
     while (const dirent* entry = readdir(directory)) {  // NOLINT(concurrency-mt-unsafe): a stream of its own
         const std::string file = entry->d_name;
         if (file.size() >= 2 && file[0] == kind && file[1] == '.') {
-            if (std::optional<std::string> name = RealName(file.substr(2))) {
-                names.push_back(std::move(*name));
-            }
+            names.push_back(file.substr(2));
         }
     }
     closedir(directory);
     return names;
+}
+
+std::vector<std::string> DomainDirectory::Names(char kind) const {
+    std::vector<std::string> names;
+    for (const std::string& safeName : Files(kind)) {
+        if (std::optional<std::string> name = RealName(safeName)) {
+            names.push_back(std::move(*name));
+        }
+    }
+    return names;
+}
+
+/// Of a crowd that joins at once only one process does so. Who waits for a lock meanwhile finds its file
+/// removed, and makes a new one.
+void DomainDirectory::RemoveLeftovers() const {
+    const FileDescriptor turn(openat(m_descriptor.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (flock(turn.Get(), LOCK_EX | LOCK_NB) != 0) {
+        return;
+    }
+    for (const std::string& safeName : Files('l')) {
+        const std::string file = "l." + safeName;
+        const FileDescriptor lock(
+            openat(m_descriptor.Get(), file.c_str(), O_RDWR | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+        if (flock(lock.Get(), LOCK_EX | LOCK_NB) == 0 && IsNamed(lock.Get(), m_descriptor.Get(), file) &&
+            RealName(safeName)) {
+            Vacate(safeName);
+        }
+    }
+}
+
+void DomainDirectory::Clear(const std::string& safeName) const {
+    for (const char* kind : {"w.", "a.", "h.", "t."}) {
+        Remove(kind + safeName);
+    }
+}
+
+void DomainDirectory::Vacate(const std::string& safeName) const {
+    Clear(safeName);
+    Remove("l." + safeName);
 }
 
 /// None for a file that no application has made.
