@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <thread>
 
 #include "QORFatalError.h"
 #include "TemporaryDirectory.h"
@@ -26,9 +27,11 @@ TEST(FatalErrorTest, AbortsAfterOneLineWithMessageDetailsFileAndLine) {
                  "^Fatal error: no port of 7 \\(S:-1\\)\n$");
 }
 
-TEST(FatalErrorTest, BufferedStandardOutputIsNotLost) {
+TEST(FatalErrorTest, BufferedStreamsAreNotLostEvenWhileAThreadReads) {
     const TemporaryDirectory directory;
     std::fflush(stdout);
+    int silent[2];
+    ASSERT_EQ(pipe(silent), 0);
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
@@ -36,13 +39,21 @@ TEST(FatalErrorTest, BufferedStandardOutputIsNotLost) {
             std::freopen((directory / "err").c_str(), "w", stderr) == nullptr) {
             _exit(1);
         }
+        alarm(30);
+        dup2(silent[0], STDIN_FILENO);
+        std::thread([] { std::getchar(); }).detach();
+        while (ftrylockfile(stdin) == 0) {
+            funlockfile(stdin);
+        }
         std::fputs("printed before", stdout);
+        std::fputs("logged before", std::fopen((directory / "log").c_str(), "w"));
         QORFatalError("m", nullptr, nullptr, nullptr, "s", 1);
     }
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT);
     EXPECT_EQ(Content(directory / "out"), "printed before");
+    EXPECT_EQ(Content(directory / "log"), "logged before");
     EXPECT_EQ(Content(directory / "err"), "Fatal error: m (s:1)\n");
 }
 
