@@ -45,6 +45,9 @@ class ZYLPLATFORM_EXPORT ZYLString {
     void ASCIIToUpper();
 
   private:
+    /// AssignUTF8 of bytes without a NUL.
+    void Take(const char* text, std::size_t length);
+
     atr_StringBase m_text;
     int m_lengthInByte = 0;
 };

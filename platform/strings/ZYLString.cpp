@@ -36,15 +36,17 @@ const char* NextCharacter(const char* text) {
 ZYLString ZYLString::BuildFromUTF8(const char* text) {
     ZYLString built;
     if (text != nullptr) {
-        built.AssignUTF8(text, std::strlen(text));
+        built.Take(text, std::strlen(text));
     }
     return built;
 }
 
 void ZYLString::AssignUTF8(const char* text, std::size_t size) {
     const void* const end = size > 0 ? std::memchr(text, '\0', size) : nullptr;
-    const std::size_t length =
-        end != nullptr ? static_cast<std::size_t>(static_cast<const char*>(end) - text) : size;
+    Take(text, end != nullptr ? static_cast<std::size_t>(static_cast<const char*>(end) - text) : size);
+}
+
+void ZYLString::Take(const char* text, std::size_t length) {
     if (length > INT_MAX) {
         throw std::length_error("a ZYLString holds at most 2^31 - 1 bytes");
     }

@@ -67,6 +67,7 @@ TEST_P(MessageContract, BodyPassesThroughACloneOfThePrototype) {
     const Owner prototype = GetParam().makePrototype();
     const Owner received(prototype->Clone());
     EXPECT_STREQ(received->Type(), GetParam().name);
+    EXPECT_NE(static_cast<const void*>(received->Type()), prototype->Type()) << "objects share nothing";
     EXPECT_TRUE(received->SameType(*sent));
     const std::string body = BodyOf(*sent);
     UnstreamFrom(body, *received);

@@ -38,15 +38,10 @@ void StreamInt(int value, char* buffer, int& offset) {
     offset += static_cast<int>(ZYLSimRpm_Swapper::ExternalizeScalar(buffer + offset, value));
 }
 
-/// One text for all messages of the class: one is made for each that comes in.
-const ZYLString& TypeName() {
-    static const ZYLString name = ZYLString::BuildFromUTF8("ZYLMsgFileTransferType");
-    return name;
-}
-
 }  // namespace
 
-ZYLMsgFileTransferType::ZYLMsgFileTransferType() : ZYLMsgBBMessage(TypeName()), m_ownsChunk(false) {}
+ZYLMsgFileTransferType::ZYLMsgFileTransferType()
+    : ZYLMsgBBMessage(ZYLString::BuildFromUTF8("ZYLMsgFileTransferType")), m_ownsChunk(false) {}
 
 ZYLMsgFileTransferType::~ZYLMsgFileTransferType() {
     ReleaseChunk();

@@ -10,16 +10,13 @@ namespace {
 
 constexpr const char* kSourceFile = "ZYLMsgFeaMessaging/ZYLMsgTypes.m/src/ZYLMsgStringType";
 
-/// One text for all messages of the class: one is made for each that comes in.
-const ZYLString& TypeName() {
-    static const ZYLString name = ZYLString::BuildFromUTF8("ZYLMsgStringType");
-    return name;
-}
-
 }  // namespace
 
 ZYLMsgStringType::ZYLMsgStringType()
-    : ZYLMsgBBMessage(TypeName()), m_data(nullptr), m_size(0), m_ownsData(false) {}
+    : ZYLMsgBBMessage(ZYLString::BuildFromUTF8("ZYLMsgStringType")),
+      m_data(nullptr),
+      m_size(0),
+      m_ownsData(false) {}
 
 ZYLMsgStringType::~ZYLMsgStringType() {
     ReleaseData();
