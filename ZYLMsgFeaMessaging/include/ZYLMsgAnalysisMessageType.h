@@ -14,8 +14,12 @@ class ZYLMSGMODULES_EXPORT ZYLMsgAnalysisMessageType : public ZYLMsgBBMessage {
 
     /// A message that carries `xmlBuffer`. An empty document is a fatal error
     /// ("xmlBuffer.GetLengthInByte() > 0"); whether it is well-formed is not examined.
-    explicit ZYLMsgAnalysisMessageType(const ZYLString& xmlBuffer);
+    ZYLMsgAnalysisMessageType(const ZYLString& xmlBuffer);
     ~ZYLMsgAnalysisMessageType() override;
+
+    /// The document; empty in a message without one. It lives as long as the message, and changes with
+    /// Unstream only.
+    const ZYLString& Document() const;
 
     /// Fatal without a document ("m_msgBuffer.GetLengthInByte() > 0").
     int RequiredBufferSize() const override;

@@ -18,6 +18,13 @@ class ZYLMSGMODULES_EXPORT ZYLMsgStringType : public ZYLMsgBBMessage {
     /// Unstream is freed. A negative `size` is a fatal error ("size >= 0").
     void SetData(const char* data, int size);
 
+    /// The content: Size() bytes, not NUL-terminated. They are the sender's own after SetData and the
+    /// message's after Unstream, and stay valid until either is called again or the message is gone. Null in
+    /// a new message.
+    const char* Data() const;
+    /// The number of bytes of the content.
+    int Size() const;
+
     int RequiredBufferSize() const override;
     void Stream(void* buffer, int size) const override;
 

@@ -35,8 +35,9 @@ TEST(StringType, OwnsWhatItReceivesUntilNewDataIsSet) {
     ZYLMsgStringType message;
     UnstreamFrom("a\0b"s, message);
     EXPECT_EQ(BodyOf(message), "a\0b"s);
+    EXPECT_EQ(std::string(message.Data(), static_cast<std::size_t>(message.Size())), "a\0b"s);
     UnstreamFrom("", message);
-    EXPECT_EQ(message.RequiredBufferSize(), 0);
+    EXPECT_EQ(message.Size(), 0);
     EXPECT_TRUE(message.m_ownsData);
     message.SetData("xy", 2);
     EXPECT_FALSE(message.m_ownsData);

@@ -25,6 +25,10 @@ ZYLMsgAnalysisMessageType::ZYLMsgAnalysisMessageType(const ZYLString& xmlBuffer)
 
 ZYLMsgAnalysisMessageType::~ZYLMsgAnalysisMessageType() = default;
 
+const ZYLString& ZYLMsgAnalysisMessageType::Document() const {
+    return m_msgBuffer;
+}
+
 int ZYLMsgAnalysisMessageType::RequiredBufferSize() const {
     ZYL_ASSERT(m_msgBuffer.GetLengthInByte() > 0);
     ZYL_ASSERT(m_msgBuffer.GetLengthInByte() <= INT_MAX - 4);

@@ -29,6 +29,14 @@ void ZYLMsgStringType::SetData(const char* data, int size) {
     m_size = size;
 }
 
+const char* ZYLMsgStringType::Data() const {
+    return m_data;
+}
+
+int ZYLMsgStringType::Size() const {
+    return m_size;
+}
+
 int ZYLMsgStringType::RequiredBufferSize() const {
     return m_size;
 }
