@@ -50,7 +50,8 @@ std::string Text(Root& root) {
 void RunInput(std::string_view input) {
     ZYLBasXmlDocument document;
     const long status = document.ReadBytes(input.data(), input.size());
-    if (input.find('\0') == std::string_view::npos) {
+    // A text is UTF-8 even where it declares another encoding.
+    if (input.find('\0') == std::string_view::npos && input.find("encoding") == std::string_view::npos) {
         ZYLBasXmlDocument sameText;
         const long other = sameText.ReadString(ZYLString::BuildFromUTF8(std::string(input).c_str()));
         Require(other == status, "the same text has the same status");

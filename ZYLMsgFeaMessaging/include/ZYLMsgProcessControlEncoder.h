@@ -22,11 +22,11 @@ class ZYLMSGMODULES_EXPORT ZYLMsgProcessControlEncoder {
     static void ExternalizeProcessControlMsg(ZYLMsgProcessControlType& pcType);
 
     /// Makes the message a kill request with the "Kill" attribute of its document; a "Kill" attribute that it
-    /// already has is kept. Fatal, in this order: a document that is not well-formed ("hr == S_OK"), another
-    /// element
-    /// ("rootTagName == \"Kill\""), not exactly one attribute ("atts.size() == 1"), another one than "type"
+    /// already has is kept. Only attributes that are written in the element count. Fatal, in this order: a
+    /// document that is not well-formed ("hr == S_OK"), another element ("rootTagName == \"Kill\""), not
+    /// exactly one attribute ("atts.size() == 1"), another one than "type"
     /// ("itr != atts.end()") or of another value ("killType == \"symconst\""), and another text
-    /// ("killVal == \"SOFT_KILL\" || killVal == \"HARD_KILL\"").
+    /// or elements beside it ("killVal == \"SOFT_KILL\" || killVal == \"HARD_KILL\"").
     static void InternalizeProcessControlMsg(ZYLMsgProcessControlType& pcType);
 
   private:

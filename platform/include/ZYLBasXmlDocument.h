@@ -15,9 +15,10 @@
 /// document element is kept; what lies below it is checked and dropped, so a document takes no more memory
 /// afterwards than its first element.
 ///
-/// Encodings: UTF-8, UTF-16 of either byte order, and ISO-8859-1 and US-ASCII where the XML declaration says
-/// so. The declaration is taken at its word: one that contradicts the bytes, such as encoding="UTF-16" in a
-/// text of one-byte characters, makes the document not well-formed.
+/// Encodings: a ZYLString is UTF-8, whatever an encoding declaration in it says. Bytes are UTF-8, UTF-16 of
+/// either byte order, and ISO-8859-1 and US-ASCII where the XML declaration says so. The declaration is taken
+/// at its word: one that contradicts the bytes, such as encoding="UTF-16" in a text of one-byte characters,
+/// makes the document not well-formed.
 ///
 /// Document type declarations are accepted, but not entity declarations, internal or external: a few hundred
 /// bytes of them can stand for gigabytes or for files of this machine. A text that refers to an entity left
@@ -48,8 +49,9 @@ class ZYLPLATFORM_EXPORT ZYLBasXmlDocument {
     /// documents have a few levels.
     static constexpr int kMaxDepth = 1000;
 
-    /// Reads the document that is the text of `xml`: its bytes up to the first NUL, which no UTF-8 document
-    /// holds. A former document is forgotten, also when this one is refused. @return S_OK, or another Status
+    /// Reads the document that is the text of `xml`, as UTF-8: its bytes up to the first NUL, which no UTF-8
+    /// document holds. A former document is forgotten, also when this one is refused. @return S_OK, or
+    /// another Status
     long ReadString(const ZYLString& xml);
 
     /// Reads the document that is the `size` bytes at `bytes`, which may be null when `size` is 0. The way to
@@ -62,6 +64,8 @@ class ZYLPLATFORM_EXPORT ZYLBasXmlDocument {
     long GetDom(ZYLBasXmlNode& root) const;
 
   private:
+    long Read(const void* bytes, std::size_t size, const char* encoding);
+
     std::optional<ZYLBasXmlNode> m_root;
 };
 

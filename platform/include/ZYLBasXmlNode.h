@@ -19,7 +19,7 @@ class ZYLPLATFORM_EXPORT ZYLBasXmlNode {
     /// An element without name, attributes and text.
     ZYLBasXmlNode() = default;
     ZYLBasXmlNode(const ZYLString& tagName, const ZYLBasMap<ZYLString, ZYLString>& attributes,
-                  const ZYLString& value);
+                  const ZYLString& value, bool hasChildElements);
 
     /// Stores in `name` the element's name as the document writes it, a namespace prefix included. @return
     /// S_OK
@@ -30,14 +30,19 @@ class ZYLPLATFORM_EXPORT ZYLBasXmlNode {
     /// processing instructions is not part of it. @return S_OK
     long GetValue(ZYLString& value) const;
 
-    /// Replaces `attributes` by the element's attributes, name to value, one entry each; those that the
-    /// document's own type declaration gives a default are among them. @return S_OK
+    /// Replaces `attributes` by the element's attributes, name to value, one entry each; only those
+    /// that are written in the element, not what a document type declaration gives as a default. @return
+    /// S_OK
     long GetAttList(ZYLBasMap<ZYLString, ZYLString>& attributes) const;
+
+    /// Whether other elements stand in this one.
+    bool HasChildElements() const { return m_hasChildElements; }
 
   private:
     ZYLString m_tagName;
     ZYLBasMap<ZYLString, ZYLString> m_attributes;
     ZYLString m_value;
+    bool m_hasChildElements = false;
 };
 
 #endif

@@ -13,7 +13,8 @@ using Status = ZYLBasXmlDocument::Status;
 /// One reading of one document: drives the parser and collects the document element.
 class Reader {
   public:
-    Reader() : m_parser(XML_ParserCreate(nullptr), &XML_ParserFree) {
+    /// `encoding` is that of the bytes whatever they say; null leaves it to them.
+    explicit Reader(const char* encoding) : m_parser(XML_ParserCreate(encoding), &XML_ParserFree) {
         if (!m_parser) {
             throw std::bad_alloc();
         }
@@ -41,7 +42,7 @@ class Reader {
 
     ZYLBasXmlNode Root() const {
         return {ZYLString::BuildFromUTF8(m_name.c_str()), m_attributes,
-                ZYLString::BuildFromUTF8(m_text.c_str())};
+                ZYLString::BuildFromUTF8(m_text.c_str()), m_hasChildElements};
     }
 
   private:
@@ -77,10 +78,14 @@ class Reader {
             Stop(Status::kTooDeep);
         } else if (m_depth == 1) {
             m_name = name;
-            for (; *attributes != nullptr; attributes += 2) {
-                m_attributes[ZYLString::BuildFromUTF8(attributes[0])] =
-                    ZYLString::BuildFromUTF8(attributes[1]);
+            // What is written in the element comes first; behind it stand defaults of a type declaration.
+            const int written = XML_GetSpecifiedAttributeCount(m_parser.get());
+            for (int at = 0; at < written; at += 2) {
+                m_attributes[ZYLString::BuildFromUTF8(attributes[at])] =
+                    ZYLString::BuildFromUTF8(attributes[at + 1]);
             }
+        } else {
+            m_hasChildElements = true;
         }
     }
 
@@ -105,20 +110,25 @@ class Reader {
     std::string m_name;
     ZYLBasMap<ZYLString, ZYLString> m_attributes;
     std::string m_text;
+    bool m_hasChildElements = false;
 };
 
 }  // namespace
 
 long ZYLBasXmlDocument::ReadString(const ZYLString& xml) {
-    return ReadBytes(xml.GetUTF8(), static_cast<std::size_t>(xml.GetLengthInByte()));
+    return Read(xml.GetUTF8(), static_cast<std::size_t>(xml.GetLengthInByte()), "UTF-8");
 }
 
-long ZYLBasXmlDocument::ReadBytes(const void* bytes, std::size_t size) try {
+long ZYLBasXmlDocument::ReadBytes(const void* bytes, std::size_t size) {
+    return Read(bytes, size, nullptr);
+}
+
+long ZYLBasXmlDocument::Read(const void* bytes, std::size_t size, const char* encoding) try {
     m_root.reset();
     if (size > kMaxSize) {
         return kTooLarge;
     }
-    Reader reader;
+    Reader reader(encoding);
     const Status status = reader.Read(bytes, size);
     if (status == kOk) {
         m_root = reader.Root();

@@ -1,8 +1,8 @@
 #include "ZYLBasXmlNode.h"
 
 ZYLBasXmlNode::ZYLBasXmlNode(const ZYLString& tagName, const ZYLBasMap<ZYLString, ZYLString>& attributes,
-                             const ZYLString& value)
-    : m_tagName(tagName), m_attributes(attributes), m_value(value) {}
+                             const ZYLString& value, bool hasChildElements)
+    : m_tagName(tagName), m_attributes(attributes), m_value(value), m_hasChildElements(hasChildElements) {}
 
 long ZYLBasXmlNode::GetTagName(ZYLString& name) const {
     name = m_tagName;

@@ -136,8 +136,9 @@ TEST(Xml, GivesNameTextAndAttributesOfTheDocumentElement) {
         {"<r a='&lt;&#xE9;'>&amp;&#x1F600;&quot;</r>", {"r", "&\U0001F600\"", {{"a", "<\u00e9"}}}},
         {"<r>1\r\n2\r3\n</r>", {"r", "1\n2\n3\n", {}}},
         {"<\u00e9l\u00e9ment/>", {"\u00e9l\u00e9ment", "", {}}},
-        {"<?xml version='1.0' encoding='iso-8859-1'?><r>\xE9</r>", {"r", "\u00e9", {}}},
-        {"<!DOCTYPE r [<!ATTLIST r a CDATA 'x'>]><r b='y'/>", {"r", "", {{"a", "x"}, {"b", "y"}}}},
+        {"<?xml version='1.0' encoding='iso-8859-1'?><r>\u00e9</r>", {"r", "\u00e9", {}}},
+        {"<?xml version='1.0' encoding='EBCDIC'?><r/>", {"r", "", {}}},
+        {"<!DOCTYPE r [<!ATTLIST r a CDATA 'x'>]><r b='y'/>", {"r", "", {{"b", "y"}}}},
     };
     for (const auto& [text, root] : cases) {
         SCOPED_TRACE(text);
@@ -189,6 +190,7 @@ TEST(Xml, AnswersHostileInputWithAStatus) {
         Status status;
     } cases[] = {
         {"UTF-16 without byte order mark", Utf16(u"<a/>", false).substr(2), Status::kOk},
+        {"Latin-1, as declared", "<?xml version='1.0' encoding='iso-8859-1'?><r>\xE9</r>", Status::kOk},
         {"no XML", "SOFT_KILL", Status::kNotWellFormed},
         {"mismatched end", "<a></b>", Status::kNotWellFormed},
         {"two roots", "<a/><b/>", Status::kNotWellFormed},

@@ -93,6 +93,8 @@ TEST(ProcessControl, RefusesDocumentsThatAreNoKill) {
         {"<Kill type=\"symconst\">KILL</Kill>", wrongText},
         {"<Kill type=\"symconst\"> SOFT_KILL</Kill>", wrongText},
         {"<Kill type=\"symconst\"/>", wrongText},
+        {"<Kill type=\"symconst\">SOFT_KILL<a/></Kill>", wrongText},
+        {"<!DOCTYPE Kill [<!ATTLIST Kill type CDATA 'symconst'>]><Kill>SOFT_KILL</Kill>", "atts.size() == 1"},
     };
     for (const auto& c : cases) {
         Message message;

@@ -40,8 +40,11 @@ void ZYLMsgProcessControlEncoder::InternalizeProcessControlMsg(ZYLMsgProcessCont
     const ZYLString& killType = itr->second;
     ZYL_ASSERT(killType == "symconst");
 
+    // An element with others in it holds no kill value, whatever its own text is.
     ZYLString killVal;
-    root.GetValue(killVal);
+    if (!root.HasChildElements()) {
+        root.GetValue(killVal);
+    }
     ZYL_ASSERT(killVal == "SOFT_KILL" || killVal == "HARD_KILL");
     pcType.m_attributes.insert(ZYLBasPair<ZYLString, ZYLString>(ZYLString::BuildFromUTF8("Kill"), killVal));
 }
