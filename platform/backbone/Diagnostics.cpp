@@ -1,9 +1,9 @@
 #include "Diagnostics.h"
 
-#include <array>
 #include <cstdio>
 
 #include "QORFatalError.h"
+#include "QORText.h"
 
 namespace zyl::backbone {
 
@@ -18,18 +18,7 @@ void Fatal(const std::string& text, const char* file, int line) {
 }
 
 std::string Quoted(const std::string& name) {
-    std::string result = "'";
-    for (const char character : name.substr(0, kQuotedLength)) {
-        const auto byte = static_cast<unsigned char>(character);
-        if (byte >= 0x20 && byte != 0x7f) {
-            result += character;
-        } else {
-            std::array<char, 8> escape{};
-            std::snprintf(escape.data(), escape.size(), "\\x%02x", byte);
-            result += escape.data();
-        }
-    }
-    return result + (name.size() > kQuotedLength ? "...'" : "'");
+    return QORText::Quoted(name);
 }
 
 }  // namespace zyl::backbone

@@ -11,11 +11,8 @@ void Report(const std::string& text);
 /// The same as a fatal error. `file` and `line` say where it was found. Does not return.
 [[noreturn]] void Fatal(const std::string& text, const char* file, int line);
 
-/// A name between quotes, safe to print: control characters as \xNN, and cut after kQuotedLength bytes.
+/// A name between quotes, safe to print; see QORText.
 std::string Quoted(const std::string& name);
-
-/// Long enough for any name a person gave, short enough for one line.
-constexpr std::size_t kQuotedLength = 120;
 
 }  // namespace zyl::backbone
 
