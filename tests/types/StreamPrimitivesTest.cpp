@@ -53,19 +53,22 @@ TEST(StreamUtils, RefusesLengthsThatCannotBe) {
                  "string: 2147483647 bytes needed, 2147483641 bytes left", source);
 }
 
-TEST(Swapper, CopiesFourBytesLeastSignificantFirst) {
-    struct {
-        int value;
-        std::string bytes;
-    } const cases[] = {{1, "\1\0\0\0"s}, {-1, "\xff\xff\xff\xff"}, {0x12345678, "\x78\x56\x34\x12"}};
-    for (const auto& c : cases) {
-        std::string out(6, '?');
-        EXPECT_EQ(ZYLSimRpm_Swapper::ExternalizeScalar(&out[1], c.value), 4u);
-        EXPECT_EQ(out, "?" + c.bytes + "?");
-        int value = 0;
-        EXPECT_EQ(ZYLSimRpm_Swapper::InternalizeScalar(&out[1], value), 4u);
-        EXPECT_EQ(value, c.value);
-    }
+template <class T>
+void ExpectMoved(T value, const std::string& bytes) {
+    std::string out(sizeof value + 2, '?');
+    EXPECT_EQ(ZYLSimRpm_Swapper::ExternalizeScalar(&out[1], value), sizeof value);
+    EXPECT_EQ(out, "?" + bytes + "?");
+    T read{};
+    EXPECT_EQ(ZYLSimRpm_Swapper::InternalizeScalar(&out[1], read), sizeof value);
+    EXPECT_EQ(read, value);
+}
+
+TEST(Swapper, CopiesFourAndEightBytesLeastSignificantFirst) {
+    ExpectMoved(1, "\1\0\0\0"s);
+    ExpectMoved(-1, "\xff\xff\xff\xff");
+    ExpectMoved(0x12345678, "\x78\x56\x34\x12");
+    ExpectMoved(-2.5, "\0\0\0\0\0\0\4\xc0"s);
+    ExpectMoved(0x0102030405060708LL, "\x8\7\6\5\4\3\2\1");
 }
 
 }  // namespace
