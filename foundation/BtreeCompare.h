@@ -1,7 +1,7 @@
 #ifndef BTREECOMPARE_H
 #define BTREECOMPARE_H
 
-#include "atr_NaturalOrder.h"
+#include "ZYLFoundationExport.h"
 #include "cow_String.h"
 
 /// The order of a tree map's keys. The sign is the reverse of strcmp's: positive when `a` orders before `b`,
@@ -18,8 +18,6 @@ int BtreeCompare(const K& a, const K& b) {
 
 /// By strnatcmp while the natural-order switch, read at every call, is on; else by unsigned bytes, giving 1,
 /// -1 or 0. A string made without text equals the empty text.
-inline int BtreeCompare(const cow_String& a, const cow_String& b) {
-    return atr_getNaturalOrder() != 0 ? strnatcmp(b.CStr(), a.CStr()) : b.Compare(a);
-}
+ZYLFOUNDATION_EXPORT int BtreeCompare(const cow_String& a, const cow_String& b);
 
 #endif

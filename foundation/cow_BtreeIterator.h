@@ -17,7 +17,7 @@ template <class K, class V>
 class cow_BtreeIterator {
   public:
     /// Done until First() or Last().
-    explicit cow_BtreeIterator(const cow_Btree<K, V>& map) : m_map(&map) {}
+    cow_BtreeIterator(const cow_Btree<K, V>& map) : m_map(&map) {}
     cow_BtreeIterator(const cow_BtreeIterator&) = delete;
     cow_BtreeIterator& operator=(const cow_BtreeIterator&) = delete;
     ~cow_BtreeIterator() { ClearStack(); }

@@ -12,9 +12,9 @@ template <class T, class Policy = cow_Direct<T>>
 class cow_COW : public cow_CountedHld<T> {
   public:
     /// Adopts `referent`, made with `new` and held by nobody.
-    explicit cow_COW(T* referent) : cow_CountedHld<T>(referent) {}
+    cow_COW(T* referent) : cow_CountedHld<T>(referent) {}
     /// Holds a copy of `object`.
-    explicit cow_COW(const T& object) : cow_CountedHld<T>(Policy::Copy(object)) {}
+    cow_COW(const T& object) : cow_CountedHld<T>(Policy::Copy(object)) {}
     cow_COW(const cow_COW& other) noexcept = default;
     ~cow_COW() = default;
 

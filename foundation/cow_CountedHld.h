@@ -19,7 +19,7 @@ class cow_CountedHld : public ZYLBasCowAllocator {
     cow_CountedHld() : m_counter(new cow_Counter) {}
     /// Adopts `referent`, made with `new` and held by nobody; null is allowed. If no counter can be had, the
     /// referent is destroyed.
-    explicit cow_CountedHld(T* referent) : cow_CountedHld(std::unique_ptr<T>(referent)) {}
+    cow_CountedHld(T* referent) : cow_CountedHld(std::unique_ptr<T>(referent)) {}
     /// Shares the other's referent.
     cow_CountedHld(const cow_CountedHld& other) noexcept
         : ZYLBasCowAllocator(), m_counter(other.m_counter), m_referent(other.m_referent) {

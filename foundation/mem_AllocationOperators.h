@@ -2,7 +2,9 @@
 #define MEM_ALLOCATIONOPERATORS_H
 
 #include <cstddef>
+#include <new>  // the plain placement form, operator new(std::size_t, void*)
 
+#include "ZYLFoundationExport.h"
 #include "mem_Allocation.h"
 
 /// The forms of `new` and `delete` that go to the allocation library. None of them catches what its functions
@@ -11,24 +13,24 @@
 /// Base of every polymorphic class: its objects are made with `new` and destroyed with `delete` through their
 /// virtual destructor, so that their memory returns to the allocation library and never to the C runtime's
 /// `free`.
-class mem_AllocationOperators {
+class ZYLFOUNDATION_EXPORT mem_AllocationOperators {
   public:
-    static void* operator new(std::size_t size) { return mem_OperatorNewThrow(size); }
-    static void operator delete(void* object) { mem_Free(object); }
+    static void* operator new(std::size_t size);
+    static void operator delete(void* object);
 };
 
 /// Base of very small objects that are made in great number, such as reference counts.
-class mem_AllocationOperatorsTiny {
+class ZYLFOUNDATION_EXPORT mem_AllocationOperatorsTiny {
   public:
-    static void* operator new(std::size_t size) { return mem_OperatorNewTinyThrow(size); }
-    static void operator delete(void* object) { mem_Free(object); }
+    static void* operator new(std::size_t size);
+    static void operator delete(void* object);
 };
 
 /// Base of the tree map, its nodes, holders and iterator stack entries.
-class ZYLBasCowAllocator {
+class ZYLFOUNDATION_EXPORT ZYLBasCowAllocator {
   public:
-    static void* operator new(std::size_t size) { return mem_OperatorNewThrow(size); }
-    static void operator delete(void* object) { mem_Free(object); }
+    static void* operator new(std::size_t size);
+    static void operator delete(void* object);
 };
 
 /// Asks for a raw byte buffer: `new (mem_BuiltInAlloc{}) char[n]`.
@@ -36,23 +38,17 @@ struct mem_BuiltInAlloc {};
 
 /// A raw byte buffer that the caller owns and frees with mem_deleteBuiltIn or mem_Free, never with
 /// `delete[]`.
-inline void* operator new[](std::size_t size, mem_BuiltInAlloc) {
-    return mem_OperatorNewThrowBuiltin(size);
-}
+ZYLFOUNDATION_EXPORT void* operator new[](std::size_t size, mem_BuiltInAlloc);
 
 /// Frees a buffer of the form above; null is allowed.
-inline void mem_deleteBuiltIn(char* buffer) {
-    mem_Free(buffer);
-}
+ZYLFOUNDATION_EXPORT void mem_deleteBuiltIn(char* buffer);
 
 /// Tells the system's placement form from the standard one: `new (p, ZYLBasPlacement{}) T`.
 struct ZYLBasPlacement {};
 
 /// Builds the object in the caller's memory.
-inline void* operator new(std::size_t, void* place, ZYLBasPlacement) {
-    return place;
-}
+ZYLFOUNDATION_EXPORT void* operator new(std::size_t size, void* place, ZYLBasPlacement) noexcept;
 /// The memory stays the caller's.
-inline void operator delete(void*, void*, ZYLBasPlacement) {}
+ZYLFOUNDATION_EXPORT void operator delete(void* object, void* place, ZYLBasPlacement) noexcept;
 
 #endif

@@ -15,7 +15,7 @@ class ZYLBasSharedPtr {
   public:
     /// Becomes the first owner of `p`, which may be null. `p` is deleted when the counter block cannot be
     /// allocated.
-    explicit ZYLBasSharedPtr(T* p) {
+    ZYLBasSharedPtr(T* p) {
         std::unique_ptr<T> owner(p);
         Connect(p, new ZYLBasRefCounter);
         static_cast<void>(owner.release());
@@ -64,7 +64,7 @@ class ZYLBasSharedPtr {
         delete m_pointer;
         m_counter->m_count = 0;
         if (m_counter->m_weakCount == 0) {
-            delete m_counter;
+            mem_Free(m_counter);  // not delete, which compilers take for used afterwards in other owners
         }
     }
 

@@ -23,7 +23,7 @@ class ZYLMSGMODULES_EXPORT ZYLMsgBBMessage : public mem_AllocationOperators {
   public:
     /// `type` is the message's identity for as long as it lives: the key of its prototype and handler, and
     /// the name that the backbone carries beside each body.
-    explicit ZYLMsgBBMessage(const ZYLString& type);
+    ZYLMsgBBMessage(const ZYLString& type);
     ZYLMsgBBMessage(const ZYLMsgBBMessage&) = delete;
     ZYLMsgBBMessage& operator=(const ZYLMsgBBMessage&) = delete;
     virtual ~ZYLMsgBBMessage();

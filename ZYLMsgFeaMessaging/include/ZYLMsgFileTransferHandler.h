@@ -13,7 +13,7 @@ class ZYLMSGMODULES_EXPORT ZYLMsgFileTransferHandler : public ZYLMsgBBMessageHan
   public:
     /// The engine is not owned and must outlive the registration. A null one is a fatal error on the first
     /// message.
-    explicit ZYLMsgFileTransferHandler(ZYLMsgFileTransfer* fileTransfer);
+    ZYLMsgFileTransferHandler(ZYLMsgFileTransfer* fileTransfer);
     ~ZYLMsgFileTransferHandler() override;
 
     /// Answers one step of the protocol. A request to send sends the whole file before it returns. An unknown

@@ -18,7 +18,7 @@
 class ZYLMSGMODULES_EXPORT ZYLMsgPortFinder {
   public:
     /// Reads `spec` once; nothing of it is needed afterwards.
-    explicit ZYLMsgPortFinder(const QORUnicodeString& spec);
+    ZYLMsgPortFinder(const QORUnicodeString& spec);
 
     /// Returns the next port that a socket can be declared on, going round the ranges from where the last
     /// call stopped. Without any range it makes one attempt with a port of the system's choice. The port is

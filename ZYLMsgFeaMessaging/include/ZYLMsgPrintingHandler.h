@@ -13,7 +13,7 @@ class ZYLMSGMODULES_EXPORT ZYLMsgPrintingHandler : public ZYLMsgBBMessageHandler
   public:
     /// `stream` is not owned and must stay open while the handler is registered. Without one nothing is
     /// written.
-    explicit ZYLMsgPrintingHandler(FILE* stream);
+    ZYLMsgPrintingHandler(FILE* stream);
     ~ZYLMsgPrintingHandler() override;
 
     void HandleMessage(const ZYLMsgBBMessage& message, const char* id) override;

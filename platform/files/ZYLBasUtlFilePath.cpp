@@ -6,17 +6,17 @@
 
 namespace {
 
-std::filesystem::path PathFromUTF8(const cow_String& text) {
+std::filesystem::path PathFromUTF8(const atr_StringBase& text) {
     return std::u8string(reinterpret_cast<const char8_t*>(text.CStr()));
 }
 
-cow_String UTF8FromPath(const std::filesystem::path& path) {
+atr_StringBase UTF8FromPath(const std::filesystem::path& path) {
     return reinterpret_cast<const char*>(path.u8string().c_str());
 }
 
 }  // namespace
 
-ZYLBasUtlFilePath::ZYLBasUtlFilePath(const cow_String& name, const cow_String& directory) {
+ZYLBasUtlFilePath::ZYLBasUtlFilePath(const atr_StringBase& name, const atr_StringBase& directory) {
     std::error_code noCurrentDirectory;
     const std::filesystem::path joined = PathFromUTF8(directory) / PathFromUTF8(name);
     const std::filesystem::path base =

@@ -2,7 +2,7 @@
 #define ZYLBASUTLFILEPATH_H
 
 #include "ZYLPlatformExport.h"
-#include "cow_String.h"
+#include "atr_StringBase.h"
 
 /// The absolute path of a name taken relative to a directory, both UTF-8. It is formed once, at construction:
 ///
@@ -21,15 +21,15 @@
 /// is empty and nothing exists there. Raises std::bad_alloc when memory is exhausted.
 class ZYLPLATFORM_EXPORT ZYLBasUtlFilePath {
   public:
-    ZYLBasUtlFilePath(const cow_String& name, const cow_String& directory);
+    ZYLBasUtlFilePath(const atr_StringBase& name, const atr_StringBase& directory);
 
     /// The absolute path with the separators of the platform.
-    const cow_String& AbsolutePathName() const { return m_absolutePathName; }
+    const atr_StringBase& AbsolutePathName() const { return m_absolutePathName; }
     /// Whether something (of any kind) can be found at the path now; a dangling symbolic link is nothing.
     bool Exists() const;
 
   private:
-    cow_String m_absolutePathName;
+    atr_StringBase m_absolutePathName;
 };
 
 #endif

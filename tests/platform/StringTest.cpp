@@ -5,7 +5,6 @@
 #include <string>
 
 #include "ZYLString.h"
-#include "cow_String.h"
 
 namespace {
 
@@ -76,30 +75,6 @@ TEST(ZYLStringTest, ComparisonsGoByUnsignedBytesOnEitherSide) {
     EXPECT_TRUE(ab == "ab" && "ab" == ab && ab != "aB" && "abc" != ab && ab != Text("abc"));
     EXPECT_TRUE(ab < "abc" && "B" < ab && ab < Text("\xC3\xA4") && ZYLString() < ab);
     EXPECT_FALSE(ab < "ab" || "ab" < ab || ab < ZYLString());
-}
-
-TEST(CowStringTest, AssignmentSharesAndSurvivesItself) {
-    cow_String a("first");
-    cow_String b("second");
-    const cow_String& self = a;
-    a = self;
-    EXPECT_STREQ(a.CStr(), "first");
-    a = b;
-    EXPECT_EQ(a.CStr(), b.CStr());
-    b = cow_String();
-    EXPECT_STREQ(a.CStr(), "second");
-    EXPECT_STREQ(b.CStr(), "");
-}
-
-TEST(CowStringTest, CompareGivesExactSignsAndNoTextEqualsTheEmptyText) {
-    const cow_String noText;
-    const cow_String a("a");
-    const cow_String high("\xC3\xA4");
-    EXPECT_EQ(noText.Compare(cow_String("")), 0);
-    EXPECT_EQ(noText.Compare(a), -1);
-    EXPECT_EQ(high.Compare(a), 1);
-    EXPECT_EQ(a.Compare("abcdef"), -1);
-    EXPECT_TRUE(noText == "" && a != "A" && a == cow_String("a") && a < high && !(high < a));
 }
 
 }  // namespace

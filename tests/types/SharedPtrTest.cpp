@@ -33,14 +33,14 @@ TEST(SharedPtr, LastOwnerDeletesTheObject) {
 
 TEST(SharedPtr, AssignmentLetsGoOfTheOldObjectAndSharesTheNew) {
     int a = 0, b = 0;
-    ZYLBasSharedPtr<Counted> first(new Counted(a));
+    ZYLBasSharedPtr<Counted> first = new Counted(a);
     const ZYLBasSharedPtr<Counted> second(new Counted(b));
     first = *&first;
     EXPECT_EQ(a, 1);
     first = second;
     EXPECT_EQ(a, 0);
     EXPECT_EQ(second.PRIVATEGetCounter()->m_count, 2u);
-    first = ZYLBasSharedPtr<Counted>(nullptr);
+    first = static_cast<Counted*>(nullptr);
     EXPECT_EQ(first.get(), nullptr);
     EXPECT_EQ(second.PRIVATEGetCounter()->m_count, 1u);
     EXPECT_EQ(b, 1);

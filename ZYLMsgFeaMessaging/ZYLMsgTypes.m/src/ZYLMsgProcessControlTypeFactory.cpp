@@ -3,6 +3,9 @@
 #include "ZYLMsgProcessControlEncoder.h"
 #include "ZYLMsgProcessControlType.h"
 
+template class ZYLMSGMODULES_EXPORT ZYLBasSharedPtr<ZYLMsgProcessControlType>;
+template class ZYLMSGMODULES_EXPORT ZYLBasSharedPtr<ZYLMsgBBMessage>;
+
 ZYLBasSharedPtr<ZYLMsgBBMessage> ZYLMsgProcessControlTypeFactory::CreateSoftKillMsg() {
     return CreateKillMsg("SOFT_KILL");
 }

@@ -6,6 +6,7 @@
 
 #include "ZYLBasFileOps.h"
 #include "ZYLBasUtlFilePath.h"
+#include "cow_String.h"
 
 namespace {
 
