@@ -8,7 +8,9 @@
 
 /// Carries a kill request, soft or hard, as a small XML document, and beside it the request decoded into
 /// attributes. The one attribute in use is "Kill", with the value "SOFT_KILL" or "HARD_KILL". A ready-made
-/// request comes from ZYLMsgProcessControlTypeFactory. Body: the document as a wire string (its length in
+/// request comes from ZYLMsgProcessControlTypeFactory; one made by hand sets m_processControlType and the
+/// "Kill" attribute, and ZYLMsgProcessControlEncoder::ExternalizeProcessControlMsg then writes its document.
+/// Body: the document as a wire string (its length in
 /// bytes, 4 bytes, least significant first; then its bytes).
 ///
 /// The prototype that a receiver registers must be an empty message: clones carry the prototype's attributes,
@@ -45,12 +47,10 @@ class ZYLMSGMODULES_EXPORT ZYLMsgProcessControlType : public ZYLMsgBBMessage {
     /// Writes the type and the document, and flushes.
     void Print(FILE* stream, const char* prefix) const override;
 
-  private:
-    friend class ZYLMsgProcessControlEncoder;
-    friend class ZYLMsgProcessControlTypeFactory;
-
+    /// The decoded request: what each attribute says, by its name.
     ZYLBasMap<ZYLString, ZYLString> m_attributes;
     ProcessControlTypeEnm m_processControlType;
+    /// The document, which alone travels.
     ZYLString m_xmlMessage;
 };
 
