@@ -10,8 +10,9 @@ class ZYLMsgBBMessage;
 /// purpose and hand it the callback manager's functions as callbacks; ZYLFeaBackbone.h says what the backbone
 /// does with them.
 ///
-/// It keeps no state and reports no error of its own. Everything is called on one thread, on which the
-/// callbacks run too; two sends never overlap, because a process has one pending message.
+/// It keeps no state and reports no error of its own. A null name is the empty name. Everything is called on
+/// one thread, on which the callbacks run too; two sends never overlap, because a process has one pending
+/// message.
 ///
 /// Order of use: RegisterCommunicator; DeclareApplicationId; the prototypes, handlers and the identifier into
 /// ZYLMsgBBCallbackManager; EnableReceiveHandling; with a disconnect handler associated,
@@ -30,7 +31,8 @@ class ZYLMSGMODULES_EXPORT ZYLMsgBBAPI {
     static void EnableReceiveHandling(int communicator, const char* application);
 
     /// Lets every report of a lost peer go to the callback manager, on behalf of `application`. A report
-    /// without an associated disconnect handler is a fatal error, so the handler comes first.
+    /// without an associated disconnect handler is a fatal error, so the handler comes first; one that is
+    /// missing here is said in a line on standard error.
     static void EnableDisconnectHandling(int communicator, const char* application);
 
     /// Sends `message`, with this process's identifier in front of it, to the application `target`. The

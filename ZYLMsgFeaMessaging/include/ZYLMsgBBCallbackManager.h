@@ -20,8 +20,10 @@ class ZYLMsgBBMessageHandler;
 ///     offset 4        L bytes   the sender's identifier, UTF-8, no terminator
 ///     offset 4 + L    N bytes   the body, as the message's Stream writes it
 ///
-/// The type name travels beside the buffer. A broken precondition is a fatal error; its text stands with the
-/// operation.
+/// The type name travels beside the buffer. A null type or application name is the empty name. A broken
+/// precondition is a fatal error; its text stands with the operation. Where the text cannot tell a user whom
+/// it concerns (a message that nobody handles, a type adopted twice, a loss without a handler, a body size
+/// that cannot be), one line on standard error before it names that and says what to do.
 class ZYLMSGMODULES_EXPORT ZYLMsgBBCallbackManager {
   public:
     /// Deletes every registered prototype and then every handler, each in key order, and empties both
@@ -32,10 +34,9 @@ class ZYLMSGMODULES_EXPORT ZYLMsgBBCallbackManager {
 
     /// Registers `proto` and `handler` under `proto->Type()` and takes ownership of both. Fatal, with nothing
     /// changed: a null `proto` ("proto != NULL") and a type registered before ("!m_protos.IsMember(type)",
-    /// "!m_handlers.IsMember(type)"). A null `handler` is let in; dispatching to it is fatal. Neither object
-    /// may be adopted a second time, under whatever type: it would be deleted twice, and this is not
-    /// detected. The registries follow the process-wide natural-order switch, which must not change once a
-    /// type is registered.
+    /// "!m_handlers.IsMember(type)"). A null `handler` is let in; dispatching to it is fatal. Neither object may be adopted a second time, under whatever type: it would be deleted
+    /// twice, and this is not detected. The registries follow the process-wide natural-order switch, which
+    /// must not change once a type is registered.
     static void AdoptPrototypeAndHandler(ZYLMsgBBMessage* proto, ZYLMsgBBMessageHandler* handler);
 
     static bool IsMessageTypeHandled(const char* type);
@@ -62,7 +63,8 @@ class ZYLMSGMODULES_EXPORT ZYLMsgBBCallbackManager {
     /// ("m_messageToSend != 0").
     static const char* TypeOfPendingMessage();
 
-    /// The envelope's whole size, 4 + L + N. More than 2^31 - 1 bytes is a fatal error ("total <= INT_MAX").
+    /// The envelope's whole size, 4 + L + N. Fatal: a body of less than 0 bytes ("bodySize >= 0") and an
+    /// envelope of more than 2^31 - 1 ("total <= INT_MAX").
     static int RequiredBufferSizeOfPendingMessage();
 
     /// Writes the envelope into `buffer`, which has room for `size` bytes. Too little room for the envelope's
@@ -82,6 +84,12 @@ class ZYLMSGMODULES_EXPORT ZYLMsgBBCallbackManager {
     static void Disconnection(int pid, const char* app, const char* host, const char* user);
 
   private:
+    friend class ZYLMsgBBAPI;
+
+    /// Says so on standard error when there is no disconnect handler at the time that `application` enables
+    /// disconnect handling. It may still come in time.
+    static void ExpectDisconnectHandler(const char* application);
+
     static cow_Btree<cow_String, ZYLMsgBBMessage*> m_protos;           // owns them; none is null
     static cow_Btree<cow_String, ZYLMsgBBMessageHandler*> m_handlers;  // owns them; the keys of m_protos
     static const ZYLMsgBBMessage* m_messageToSend;

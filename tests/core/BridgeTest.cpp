@@ -5,9 +5,13 @@
 #include "ZYLMsgBBCallbackManager.h"
 #include "ZYLMsgBBDisconnectHandler.h"
 #include "ZYLMsgBBMessageHandler.h"
+#include "ZYLMsgProcessControlEncoder.h"
+#include "ZYLMsgProcessControlType.h"
+#include "ZYLMsgProcessControlTypeFactory.h"
 #include "ZYLMsgStringType.h"
 
 using testing::ElementsAre;
+using testing::MatchesRegex;
 
 namespace {
 
@@ -29,16 +33,21 @@ TEST_F(Bridge, ForwardsItsArgumentsUnchanged) {
     ZYLMsgBBAPI::RegisterCommunicator("job", communicator);
     EXPECT_EQ(communicator, 7);
     ZYLMsgBBAPI::DeclareApplicationId(7, "solver", true);
-    ZYLMsgBBAPI::DeclareApplicationId(8, "", false);
+    ZYLMsgBBAPI::DeclareApplicationId(8, nullptr, false);
     ZYLMsgBBAPI::EnableReceiveHandling(7, "solver");
+    ZYLMsgBBAPI::EnableReceiveHandling(7, nullptr);
+    testing::internal::CaptureStderr();
     ZYLMsgBBAPI::EnableDisconnectHandling(7, "monitor");
+    EXPECT_THAT(
+        testing::internal::GetCapturedStderr(),
+        MatchesRegex("ZYLMsgModules: application 'monitor' .*AssociateDisconnectHandler before .*\n"));
     const ZYLMsgBBCallbackManager manager;
     ZYLMsgBBAPI::AssociateHandler(&manager);
     ZYLMsgBBAPI::AssociateHandler(nullptr);
     EXPECT_THAT(m_backbone.calls,
                 ElementsAre("RegisterCommunicator(job)", "DeclareApplicationId(7, solver, true)",
                             "DeclareApplicationId(8, , false)", "AssociateHandler(7, solver)",
-                            "AssociateDisconnectHandler(7, monitor)"));
+                            "AssociateHandler(7, )", "AssociateDisconnectHandler(7, monitor)"));
 }
 
 TEST_F(Bridge, WaitsUntilAHandlerChangesTheCondition) {
@@ -64,14 +73,24 @@ TEST_F(Bridge, SendsTheMessageAtHandBehindTheIdentifier) {
     {
         ZYLMsgStringType text;
         text.SetData("hi", 2);
-        ZYLMsgBBAPI::SendRequest(1, "first", text);
+        ZYLMsgBBAPI::SendRequest(1, nullptr, text);
     }
     ZYLMsgBBCallbackManager::SetMessageID("p\xc3\xa9");
     ZYLMsgBBAPI::SendRequest(2, "second", ZYLMsgStringType());
     EXPECT_THAT(
         m_backbone.sent,
-        ElementsAre(FakeBackbone::Message{1, "first", "ZYLMsgStringType", {"\0\0\0\0hi", 6}},
+        ElementsAre(FakeBackbone::Message{1, "", "ZYLMsgStringType", {"\0\0\0\0hi", 6}},
                     FakeBackbone::Message{2, "second", "ZYLMsgStringType", {"\3\0\0\0p\xc3\xa9", 7}}));
+}
+
+TEST_F(Bridge, SendsAKillMadeByHandLikeOneOfTheFactory) {
+    ZYLMsgProcessControlType kill;
+    kill.m_processControlType = ZYLMsgProcessControlType::PROCESS_CONTROL_KILL;
+    kill.m_attributes[ZYLString::BuildFromUTF8("Kill")] = ZYLString::BuildFromUTF8("HARD_KILL");
+    ZYLMsgProcessControlEncoder::ExternalizeProcessControlMsg(kill);
+    ZYLMsgBBAPI::SendRequest(1, "a", kill);
+    ZYLMsgBBAPI::SendRequest(1, "a", *ZYLMsgProcessControlTypeFactory::CreateHardKillMsg());
+    EXPECT_EQ(m_backbone.sent[0], m_backbone.sent[1]);
 }
 
 TEST_F(Bridge, HandsMessagesAndLossesToTheHandlers) {
@@ -92,7 +111,9 @@ TEST_F(Bridge, HandsMessagesAndLossesToTheHandlers) {
     Watcher watcher;
     ZYLMsgBBCallbackManager::AssociateDisconnectHandler(&watcher);
     ZYLMsgBBAPI::EnableReceiveHandling(1, "solver");
+    testing::internal::CaptureStderr();
     ZYLMsgBBAPI::EnableDisconnectHandling(1, "solver");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     m_backbone.receive("ZYLMsgStringType", "\3\0\0\0jobx", 8);
     m_backbone.disconnect(12, "-a", "-h", "-u");
     ZYLMsgBBCallbackManager::AssociateDisconnectHandler(nullptr);

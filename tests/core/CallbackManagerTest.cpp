@@ -127,12 +127,19 @@ TEST_F(CallbackManager, RefusesToSendWhatIsNotThereOrDoesNotFit) {
     EXPECT_FATAL(Manager::StreamPendingMessage(nullptr, 7), "size >= head", kSource);
     EXPECT_FATAL(Manager::StreamPendingMessage(nullptr, INT_MIN), "size >= head", kSource);
 
-    struct Huge : Probe {
-        Huge() : Probe("T") {}
-        int RequiredBufferSize() const override { return INT_MAX - 7; }
-    } const huge;
-    Manager::AppendMessageToSend(&huge);
-    EXPECT_FATAL(Manager::RequiredBufferSizeOfPendingMessage(), "total <= INT_MAX", kSource);
+    struct Announcing : Probe {
+        Announcing() : Probe("T") {}
+        int RequiredBufferSize() const override { return m_size; }
+        int m_size = INT_MAX - 7;
+    } announcing;
+    Manager::AppendMessageToSend(&announcing);
+    const std::string line = "ZYLMsgModules: the message of type 'T' announces a body of ";
+    EXPECT_DEATH(Manager::RequiredBufferSizeOfPendingMessage(),
+                 line + "2147483640 bytes; .*0 to 2147483639\n.*total <= INT_MAX");
+    announcing.m_size = -1;
+    EXPECT_DEATH(Manager::RequiredBufferSizeOfPendingMessage(),
+                 line + "-1 bytes; .*0 to 2147483639\n.*bodySize >= 0");
+    announcing.m_size = INT_MAX - 7;
     Manager::SetMessageID("abc");
     EXPECT_EQ(Manager::RequiredBufferSizeOfPendingMessage(), INT_MAX);
 }
@@ -164,9 +171,34 @@ TEST_F(CallbackManager, RefusesBadRegistrations) {
     Manager::AdoptPrototypeAndHandler(new Probe("A"), new Recorder("a"));
     Probe again("A");
     EXPECT_FATAL(Manager::AdoptPrototypeAndHandler(&again, nullptr), "!m_protos.IsMember(type)", kSource);
+    EXPECT_DEATH(Manager::AdoptPrototypeAndHandler(&again, nullptr),
+                 "ZYLMsgModules: .* 'A' is registered already");
     Probe half("B");
     Manager::m_handlers.InsertUnlessMember("B", nullptr);
     EXPECT_FATAL(Manager::AdoptPrototypeAndHandler(&half, nullptr), "!m_handlers.IsMember(type)", kSource);
+}
+
+TEST_F(CallbackManager, NamesTypeAndSenderOfWhatNobodyHandles) {
+    Manager::AdoptPrototypeAndHandler(new Probe("null handler"), nullptr);
+    const std::string remedy =
+        ": register a prototype and a handler .*before ZYLMsgBBAPI::EnableReceiveHandling\n";
+    struct {
+        const char* type;
+        std::string envelope, said;
+    } const cases[] = {
+        {"T\n", "\3\0\0\0job"s, "'T.x0a' that came from 'job'"},
+        {"null handler", "\3\0\0\0job"s, "'null handler' that came from 'job'"},
+        {nullptr, "\5\0\0\0\x1b\xc2\x9bx\0body"s, "'' that came from '.x1b.xc2.x9bx.x00'"},
+        {"T", "\xc8\0\0\0"s + std::string(200, 'x'), "'T' that came from 'x{120}\\.\\.\\.'"},
+        {"T", "\0\0\0\0"s, "'T' that came from a sender without an identifier"},
+        {"T", "\4\0\0\0job"s, "'T' that came from a sender whose identifier cannot be read"},
+        {"T", "\xff\xff\xff\xff"s, "'T' that came from a sender whose identifier cannot be read"},
+        {"T", "\3\0"s, "'T' that came from a sender whose identifier cannot be read"},
+    };
+    for (const auto& c : cases) {
+        const HeapBytes buffer(c.envelope);
+        EXPECT_DEATH(Manager::HandleMessage(c.type, buffer.Get(), buffer.Size()), c.said + remedy);
+    }
 }
 
 TEST_F(CallbackManager, ChecksInItsOrder) {
@@ -242,10 +274,13 @@ TEST_F(CallbackManager, HandsLossesToTheLatestDisconnectHandler) {
         }
     } const watcher;
     EXPECT_FATAL(Manager::Disconnection(1, "a", "h", "u"), "m_disconnectHandler != 0", kSource);
+    EXPECT_DEATH(Manager::Disconnection(1, "a", "h", "u"),
+                 "loss of application 'a': .*AssociateDisconnectHandler");
     Manager::AssociateDisconnectHandler(nullptr);
     Manager::AssociateDisconnectHandler(&watcher);
     Manager::Disconnection(-7, "app", "host", "user");
-    EXPECT_THAT(g_events, ElementsAre("-7 app host user"));
+    Manager::Disconnection(1, nullptr, nullptr, nullptr);
+    EXPECT_THAT(g_events, ElementsAre("-7 app host user", "1   "));
 }
 
 }  // namespace

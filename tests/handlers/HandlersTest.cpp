@@ -2,6 +2,7 @@
 
 #include "FakeBackbone.h"
 #include "MemoryStream.h"
+#include "QORText.h"
 #include "ZYLMsgBBCallbackManager.h"
 #include "ZYLMsgFileTransfer.h"
 #include "ZYLMsgFileTransferHandler.h"
@@ -74,11 +75,12 @@ constexpr Report kReports[] = {
     {"Solver", "node7.site", 43, false},
     {"", "", 1, false},
     {"solve", "", 42, false},
+    {nullptr, nullptr, 42, false},
 };
 
 std::string FirstLine(const Report& report) {
-    return "in disconnection handler, process " + std::to_string(report.pid) + " -- app -- " + report.app +
-           " -- host " + report.host + " -- user me\n";
+    return "in disconnection handler, process " + std::to_string(report.pid) + " -- app -- " +
+           QORText::OrEmpty(report.app) + " -- host " + QORText::OrEmpty(report.host) + " -- user me\n";
 }
 
 TEST_F(Handlers, WatchedLossEndsTheLoopAndOthersOnlyLeaveALine) {

@@ -1,27 +1,30 @@
 #include "ZYLMsgBBAPI.h"
 
+#include "QORText.h"
 #include "ZYLFeaBackbone.h"
 #include "ZYLMsgBBCallbackManager.h"
 
 void ZYLMsgBBAPI::RegisterCommunicator(const char* name, int& communicator) {
-    ::RegisterCommunicator(name, &communicator);
+    ::RegisterCommunicator(QORText::OrEmpty(name), &communicator);
 }
 
 void ZYLMsgBBAPI::DeclareApplicationId(int communicator, const char* applicationId, bool announce) {
-    ::DeclareApplicationId(communicator, applicationId, announce);
+    ::DeclareApplicationId(communicator, QORText::OrEmpty(applicationId), announce);
 }
 
 void ZYLMsgBBAPI::EnableReceiveHandling(int communicator, const char* application) {
-    ::AssociateHandler(communicator, application, ZYLMsgBBCallbackManager::HandleMessage);
+    ::AssociateHandler(communicator, QORText::OrEmpty(application), ZYLMsgBBCallbackManager::HandleMessage);
 }
 
 void ZYLMsgBBAPI::EnableDisconnectHandling(int communicator, const char* application) {
-    ::AssociateDisconnectHandler(communicator, application, ZYLMsgBBCallbackManager::Disconnection);
+    ZYLMsgBBCallbackManager::ExpectDisconnectHandler(application);
+    ::AssociateDisconnectHandler(communicator, QORText::OrEmpty(application),
+                                 ZYLMsgBBCallbackManager::Disconnection);
 }
 
 void ZYLMsgBBAPI::SendRequest(int communicator, const char* target, const ZYLMsgBBMessage& message) {
     ZYLMsgBBCallbackManager::AppendMessageToSend(&message);
-    ::SendRequest(communicator, target, ZYLMsgBBCallbackManager::StreamPendingMessage,
+    ::SendRequest(communicator, QORText::OrEmpty(target), ZYLMsgBBCallbackManager::StreamPendingMessage,
                   ZYLMsgBBCallbackManager::RequiredBufferSizeOfPendingMessage,
                   ZYLMsgBBCallbackManager::TypeOfPendingMessage);
 }

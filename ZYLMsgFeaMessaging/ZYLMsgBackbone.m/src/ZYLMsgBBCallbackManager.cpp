@@ -4,11 +4,14 @@
 #include <climits>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <unordered_map>
 
+#include "QORText.h"
 #include "ZYLMsgAssert.h"
 #include "ZYLMsgBBDisconnectHandler.h"
 #include "ZYLMsgBBMessage.h"
@@ -44,6 +47,35 @@ void DeleteAll(cow_Btree<cow_String, T*>& registry) {
     registry.Clear();
 }
 
+/// Says on standard error, in one line, what a fatal check cannot: whom it concerns and what to do.
+void Say(const std::string& text) {
+    const std::string line = "ZYLMsgModules: " + text + "\n";
+    std::fwrite(line.data(), 1, line.size(), stderr);
+    std::fflush(stderr);
+}
+
+/// The sender that an envelope names, as far as that can be read: its bytes are foreign.
+std::string SenderOf(const void* envelope, int size) {
+    int length = 0;
+    if (size >= kLengthWidth) {
+        std::memcpy(&length, envelope, kLengthWidth);
+    }
+    if (size < kLengthWidth || length < 0 || length > size - kLengthWidth) {
+        return "a sender whose identifier cannot be read";
+    }
+    const std::string_view id(static_cast<const char*>(envelope) + kLengthWidth,
+                              static_cast<std::size_t>(length));
+    return id.empty() ? "a sender without an identifier" : QORText::Quoted(id);
+}
+
+void SayNobodyHandles(const char* type, const void* envelope, int size) {
+    Say("nobody handles the message of type " + QORText::Quoted(type) + " that came from " +
+        SenderOf(envelope, size) +
+        ": register a prototype and a handler for its type "
+        "(ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler) "
+        "before ZYLMsgBBAPI::EnableReceiveHandling");
+}
+
 }  // namespace
 
 ZYLMsgBBCallbackManager::~ZYLMsgBBCallbackManager() {
@@ -56,6 +88,10 @@ void ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(ZYLMsgBBMessage* proto,
                                                        ZYLMsgBBMessageHandler* handler) {
     ZYL_ASSERT(proto != NULL);
     const cow_String type(proto->Type());
+    if (m_protos.IsMember(type) || m_handlers.IsMember(type)) {
+        Say("the message type " + QORText::Quoted(type.CStr()) +
+            " is registered already: adopt one prototype and one handler for each type, once in the process");
+    }
     ZYL_ASSERT(!m_protos.IsMember(type));
     ZYL_ASSERT(!m_handlers.IsMember(type));
     m_protos.InsertUnlessMember(type, proto);
@@ -75,9 +111,13 @@ ZYLMsgBBMessageHandler* ZYLMsgBBCallbackManager::GetHandler(const char* typeName
 }
 
 void ZYLMsgBBCallbackManager::HandleMessage(const char* typeName, const void* buffer, int size) {
+    typeName = QORText::OrEmpty(typeName);
     auto known = g_routes.find(typeName);
     if (known == g_routes.end()) {
         const cow_String type(typeName);
+        if (!IsMessageTypeHandled(typeName)) {
+            SayNobodyHandles(typeName, buffer, size);
+        }
         ZYL_ASSERT(m_protos.IsMember(type));
         ZYL_ASSERT(m_handlers.IsMember(type));
         ZYLMsgBBMessage* const proto = m_protos.ConstGet(type);
@@ -91,6 +131,9 @@ void ZYLMsgBBCallbackManager::HandleMessage(const char* typeName, const void* bu
     const ZYLMsgWireReader::Text id = envelope.CopyText(idLength, "identifier");
     ZYL_ASSERT(msg != NULL);
     msg->Unstream(envelope.Rest(), envelope.Left());
+    if (handler == nullptr) {
+        SayNobodyHandles(typeName, buffer, size);
+    }
     ZYL_ASSERT(handler != NULL);
     handler->HandleMessage(*msg, id.get());
 }
@@ -106,8 +149,15 @@ const char* ZYLMsgBBCallbackManager::TypeOfPendingMessage() {
 
 int ZYLMsgBBCallbackManager::RequiredBufferSizeOfPendingMessage() {
     ZYL_ASSERT(m_messageToSend != 0);
-    const std::int64_t total =
-        std::int64_t{m_messageToSend->RequiredBufferSize()} + m_messageID.GetLengthInByte() + kLengthWidth;
+    const std::int64_t head = std::int64_t{kLengthWidth} + m_messageID.GetLengthInByte();
+    const int bodySize = m_messageToSend->RequiredBufferSize();
+    if (bodySize < 0 || bodySize > INT_MAX - head) {
+        Say("the message of type " + QORText::Quoted(m_messageToSend->Type()) + " announces a body of " +
+            std::to_string(bodySize) + " bytes; its RequiredBufferSize() may give 0 to " +
+            std::to_string(INT_MAX - head));
+    }
+    ZYL_ASSERT(bodySize >= 0);
+    const std::int64_t total = head + bodySize;
     ZYL_ASSERT(total <= INT_MAX);
     return static_cast<int>(total);
 }
@@ -131,7 +181,22 @@ void ZYLMsgBBCallbackManager::AssociateDisconnectHandler(const ZYLMsgBBDisconnec
     m_disconnectHandler = handler;
 }
 
+void ZYLMsgBBCallbackManager::ExpectDisconnectHandler(const char* application) {
+    if (m_disconnectHandler == nullptr) {
+        Say("application " + QORText::Quoted(QORText::OrEmpty(application)) +
+            " enables disconnect handling without a disconnect handler, so the first lost peer ends this "
+            "process: call ZYLMsgBBCallbackManager::AssociateDisconnectHandler before "
+            "ZYLMsgBBAPI::EnableDisconnectHandling");
+    }
+}
+
 void ZYLMsgBBCallbackManager::Disconnection(int pid, const char* app, const char* host, const char* user) {
+    app = QORText::OrEmpty(app);
+    if (m_disconnectHandler == nullptr) {
+        Say("nobody handles the loss of application " + QORText::Quoted(app) +
+            ": call ZYLMsgBBCallbackManager::AssociateDisconnectHandler before "
+            "ZYLMsgBBAPI::EnableDisconnectHandling");
+    }
     ZYL_ASSERT(m_disconnectHandler != 0);
-    m_disconnectHandler->DetectDisconnection(pid, app, host, user);
+    m_disconnectHandler->DetectDisconnection(pid, app, QORText::OrEmpty(host), QORText::OrEmpty(user));
 }

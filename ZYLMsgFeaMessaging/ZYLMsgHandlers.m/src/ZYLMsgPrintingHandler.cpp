@@ -1,5 +1,6 @@
 #include "ZYLMsgPrintingHandler.h"
 
+#include "QORText.h"
 #include "ZYLMsgBBMessage.h"
 
 ZYLMsgPrintingHandler::ZYLMsgPrintingHandler(FILE* stream) : m_stream(stream) {}
@@ -10,7 +11,7 @@ void ZYLMsgPrintingHandler::HandleMessage(const ZYLMsgBBMessage& message, const 
     if (m_stream == nullptr) {
         return;
     }
-    fprintf(m_stream, "ZYLMsgPrintingHandler::HandleMessage -- id %s\n", id);
+    fprintf(m_stream, "ZYLMsgPrintingHandler::HandleMessage -- id %s\n", QORText::OrEmpty(id));
     fflush(m_stream);
     message.Print(m_stream, nullptr);
 }

@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "QORText.h"
+
 namespace {
 
 ZYLString UpperCase(const char* host) {
@@ -35,8 +37,10 @@ int& ZYLMsgSimpleDisconnectHandler::EndingCondition() {
 
 void ZYLMsgSimpleDisconnectHandler::DetectDisconnection(int pid, const char* app, const char* host,
                                                         const char* user) const {
+    app = QORText::OrEmpty(app);
+    host = QORText::OrEmpty(host);
     fprintf(stderr, "in disconnection handler, process %d -- app -- %s -- host %s -- user %s\n", pid, app,
-            host, user);
+            host, QORText::OrEmpty(user));
     fflush(stderr);
     if (!IsWatched(pid, app, host)) {
         return;
