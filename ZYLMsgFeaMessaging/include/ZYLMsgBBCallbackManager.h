@@ -34,7 +34,9 @@ class ZYLMSGMODULES_EXPORT ZYLMsgBBCallbackManager {
 
     /// Registers `proto` and `handler` under `proto->Type()` and takes ownership of both. Fatal, with nothing
     /// changed: a null `proto` ("proto != NULL") and a type registered before ("!m_protos.IsMember(type)",
-    /// "!m_handlers.IsMember(type)"). A null `handler` is let in; dispatching to it is fatal. Neither object may be adopted a second time, under whatever type: it would be deleted
+    /// "!m_handlers.IsMember(type)"). A null `handler` is let in; dispatching to it is fatal. When
+    /// memory is exhausted it raises std::bad_alloc: nothing is registered then, and both objects are still
+    /// the caller's. Neither object may be adopted a second time, under whatever type: it would be deleted
     /// twice, and this is not detected. The registries follow the process-wide natural-order switch, which
     /// must not change once a type is registered.
     static void AdoptPrototypeAndHandler(ZYLMsgBBMessage* proto, ZYLMsgBBMessageHandler* handler);

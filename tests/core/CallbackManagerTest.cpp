@@ -4,9 +4,11 @@
 
 #include <climits>
 #include <functional>
+#include <new>
 #include <string>
 #include <vector>
 
+#include "../foundation/AllocationFaults.h"
 #include "ExpectFatal.h"
 #include "MessageBytes.h"
 #include "QORFatalError.h"
@@ -176,6 +178,24 @@ TEST_F(CallbackManager, RefusesBadRegistrations) {
     Probe half("B");
     Manager::m_handlers.InsertUnlessMember("B", nullptr);
     EXPECT_FATAL(Manager::AdoptPrototypeAndHandler(&half, nullptr), "!m_handlers.IsMember(type)", kSource);
+}
+
+TEST_F(CallbackManager, RegistersNothingWhenMemoryEndsHalfway) {
+    auto* const proto = new Probe("A");
+    auto* const handler = new Recorder("a");
+    int allowed = -1;
+    for (bool adopted = false; !adopted;) {
+        AllocationFaults::FailAt(++allowed + 1);
+        try {
+            Manager::AdoptPrototypeAndHandler(proto, handler);
+            adopted = true;
+        } catch (const std::bad_alloc&) {
+            EXPECT_FALSE(Manager::m_protos.IsMember("A") || Manager::m_handlers.IsMember("A")) << allowed;
+        }
+        AllocationFaults::FailAt(0);
+    }
+    EXPECT_GT(allowed, 4) << "a key and two nodes with their holders";
+    EXPECT_TRUE(Manager::IsMessageTypeHandled("A"));
 }
 
 TEST_F(CallbackManager, NamesTypeAndSenderOfWhatNobodyHandles) {

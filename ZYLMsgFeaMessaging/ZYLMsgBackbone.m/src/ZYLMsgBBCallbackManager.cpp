@@ -95,7 +95,12 @@ void ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(ZYLMsgBBMessage* proto,
     ZYL_ASSERT(!m_protos.IsMember(type));
     ZYL_ASSERT(!m_handlers.IsMember(type));
     m_protos.InsertUnlessMember(type, proto);
-    m_handlers.InsertUnlessMember(type, handler);
+    try {
+        m_handlers.InsertUnlessMember(type, handler);
+    } catch (...) {
+        m_protos.Remove(type);  // allocates nothing: the registry shares no node with another map
+        throw;
+    }
 }
 
 bool ZYLMsgBBCallbackManager::IsMessageTypeHandled(const char* type) {
