@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <linux/openat2.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -28,9 +29,14 @@ bool AreValid(int flags) {
 }
 
 /// O_NONBLOCK keeps the open of a FIFO from waiting for its other end; it means nothing to a regular file.
+/// O_TRUNC is left out: what is held must be found so before it is emptied.
 int HostFlags(int flags) {
     return ((flags & kReadWrite) != 0 ? O_RDWR : O_RDONLY) | ((flags & kCreate) != 0 ? O_CREAT : 0) |
-           ((flags & kTruncate) != 0 ? O_TRUNC : 0) | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+           O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+}
+
+bool Lock(int descriptor, int operation) {
+    return RetryInterrupted([&] { return ::flock(descriptor, operation | LOCK_NB); }) == 0;
 }
 
 /// 0 for a regular file, else the errno that refuses it.
@@ -45,12 +51,27 @@ int Refusal(int descriptor) {
     return S_ISDIR(status.st_mode) ? EISDIR : ENOTSUP;
 }
 
-/// The descriptor, or -1 with errno set when it is none or one of something else than a regular file.
-int OnlyRegular(int descriptor) {
+/// Empties a file that nobody holds. 0, or the errno that refuses it.
+int Emptying(int descriptor) {
+    if (!Lock(descriptor, LOCK_EX) && errno == EWOULDBLOCK) {
+        return EBUSY;
+    }
+    // Locked until it is empty, so that nobody begins to hold it in between.
+    const int failure = RetryInterrupted([&] { return ::ftruncate(descriptor, 0); }) == 0 ? 0 : errno;
+    Lock(descriptor, LOCK_UN);
+    return failure;
+}
+
+/// The descriptor of a regular file, emptied where the flags say so; or -1 with errno set.
+int Checked(int descriptor, int flags) {
     if (descriptor < 0) {
         return -1;
     }
-    if (const int refusal = Refusal(descriptor)) {
+    int refusal = Refusal(descriptor);
+    if (refusal == 0 && (flags & kTruncate) != 0) {
+        refusal = Emptying(descriptor);
+    }
+    if (refusal != 0) {
         ::close(descriptor);
         errno = refusal;
         return -1;
@@ -70,8 +91,9 @@ int ZYLBasFileOps::Open(const char* path, int flags, int permissions) {
         errno = EINVAL;
         return -1;
     }
-    return OnlyRegular(
-        RetryInterrupted([&] { return ::open(path, HostFlags(flags), static_cast<mode_t>(permissions)); }));
+    return Checked(
+        RetryInterrupted([&] { return ::open(path, HostFlags(flags), static_cast<mode_t>(permissions)); }),
+        flags);
 }
 
 int ZYLBasFileOps::OpenDirectory(const char* path) {
@@ -95,5 +117,13 @@ int ZYLBasFileOps::OpenBeneath(int directory, const char* path, int flags, int p
             break;
         }
     }
-    return OnlyRegular(descriptor);
+    return Checked(descriptor, flags);
+}
+
+void ZYLBasFileOps::Hold(int descriptor) {
+    Lock(descriptor, LOCK_SH);
+}
+
+void ZYLBasFileOps::Release(int descriptor) {
+    Lock(descriptor, LOCK_UN);
 }

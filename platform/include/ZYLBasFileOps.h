@@ -20,7 +20,8 @@ class ZYLPLATFORM_EXPORT ZYLBasFileOps {
     /// `flags` is an "or" of the values of the home platform's C runtime:
     ///   0x0002  read and write (read only without it)
     ///   0x0100  create the file if it is missing
-    ///   0x0200  empty the file; only together with 0x0002
+    ///   0x0200  empty the file; only together with 0x0002. A file that is held (see Hold) is refused with
+    ///           EBUSY and keeps its bytes.
     ///   0x8000  no newline translation; there is none here with or without it
     /// Any other bit, or 0x0200 without 0x0002, fails with EINVAL.
     ///
@@ -45,6 +46,17 @@ class ZYLPLATFORM_EXPORT ZYLBasFileOps {
     ///
     /// A hard link inside the directory is inside, and so is what is mounted there.
     static int OpenBeneath(int directory, const char* path, int flags, int permissions);
+
+    /// Holds the file of `descriptor`, which Open or OpenBeneath has given: until Release, or until the
+    /// descriptor is closed, neither of them empties that file, in any process and under any of its names. A
+    /// file may be held by several at once.
+    ///
+    /// Those who open files in other ways are not kept from anything. Where the file system has no locks, and
+    /// where somebody has locked the file for himself alone, nothing is held, which is no error.
+    static void Hold(int descriptor);
+
+    /// Ends a hold, also where a child process shares the descriptor. The descriptor stays open.
+    static void Release(int descriptor);
 };
 
 #endif
