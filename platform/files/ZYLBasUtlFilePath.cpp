@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 namespace {
@@ -36,4 +37,21 @@ ZYLBasUtlFilePath::ZYLBasUtlFilePath(const atr_StringBase& name, const atr_Strin
 bool ZYLBasUtlFilePath::Exists() const {
     std::error_code unreachable;
     return std::filesystem::exists(PathFromUTF8(m_absolutePathName), unreachable);
+}
+
+const char* ZYLBasUtlFilePath::NameBeneath(const char* directory, const char* path) {
+    constexpr char kSeparator = static_cast<char>(std::filesystem::path::preferred_separator);
+    const std::string_view outer = directory;
+    std::string_view rest = path;
+    if (!rest.starts_with(outer)) {
+        return nullptr;
+    }
+    rest.remove_prefix(outer.size());
+    if (rest.empty()) {
+        return ".";
+    }
+    if (rest.starts_with(kSeparator)) {
+        return rest.data() + 1;
+    }
+    return outer.ends_with(kSeparator) ? rest.data() : nullptr;
 }

@@ -28,6 +28,11 @@ class ZYLPLATFORM_EXPORT ZYLBasUtlFilePath {
     /// Whether something (of any kind) can be found at the path now; a dangling symbolic link is nothing.
     bool Exists() const;
 
+    /// Where `path` lies in `directory`, both absolute and formed by this class: the rest of `path` behind
+    /// the directory, "." for the directory itself, null where it lies outside. It is compared as text and
+    /// points into `path`.
+    static const char* NameBeneath(const char* directory, const char* path);
+
   private:
     atr_StringBase m_absolutePathName;
 };

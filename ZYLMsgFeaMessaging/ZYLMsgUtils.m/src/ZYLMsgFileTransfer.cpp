@@ -4,9 +4,10 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstring>
-#include <string_view>
+#include <memory>
 
 #include "ZYLBasFileOps.h"
+#include "ZYLBasUtlFilePath.h"
 #include "ZYLCRuntime.h"
 #include "ZYLMsgAssert.h"
 #include "ZYLMsgBBAPI.h"
@@ -26,12 +27,6 @@ constexpr int kOwnerReadsAndWritesGroupReads = 0x1A0;
 
 int FlagsFor(bool isSender) {
     return isSender ? kReadBinary : kReadWriteCreateTruncateBinary;
-}
-
-// Of two absolute normal names.
-bool IsInDirectory(std::string_view path, std::string_view directory) {
-    return path.starts_with(directory) &&
-           (path.size() == directory.size() || directory.ends_with('/') || path[directory.size()] == '/');
 }
 
 ZYLString Text(const char* utf8) {
@@ -232,23 +227,20 @@ int ZYLMsgFileTransfer::OpenRequestedFile(const char* applicationId, const char*
 }
 
 int ZYLMsgFileTransfer::OpenInAllowedRoot(const char* fileName, int flags) {
-    const std::string_view path = fileName;
+    const char* name = nullptr;
     int root = -1;
-    size_t rootSize = 0;
+    // Names ascend, so that of those the file lies in the innermost comes last.
     for (auto itr = m_allowedRoots.begin(); itr != m_allowedRoots.end(); ++itr) {
-        const std::string_view name = itr->first.GetUTF8();
-        if (name.size() > rootSize && IsInDirectory(path, name)) {
+        if (const char* beneath = ZYLBasUtlFilePath::NameBeneath(itr->first.GetUTF8(), fileName)) {
+            name = beneath;
             root = itr->second;
-            rootSize = name.size();
         }
     }
-    if (root < 0) {
+    if (name == nullptr) {
         errno = EXDEV;
         return -1;
     }
-    const size_t rest = path.find_first_not_of('/', rootSize);
-    return ZYLBasFileOps::OpenBeneath(root, rest == path.npos ? "." : fileName + rest, flags,
-                                      kOwnerReadsAndWritesGroupReads);
+    return ZYLBasFileOps::OpenBeneath(root, name, flags, kOwnerReadsAndWritesGroupReads);
 }
 
 int ZYLMsgFileTransfer::KeepFile(const char* applicationId, const char* fileName, bool isSender, int fileId) {
