@@ -8,6 +8,7 @@
 #include <climits>
 #include <sstream>
 
+#include "../foundation/AllocationFaults.h"
 #include "FileTransferFixture.h"
 
 namespace fs = std::filesystem;
@@ -117,6 +118,21 @@ TEST_F(FileTransfer, LogHasTheLinesOfItsLevel) {
             EXPECT_EQ(Log("T"), Shown(verbosity, isAsked ? receivedAsAsked : receivedUnasked));
         }
     }
+}
+
+TEST_F(FileTransfer, EngineThatCannotBeMadeLeavesNothing) {
+    const int before = AllocationFaults::LiveBlocks();
+    bool isMade = false;
+    for (int nth = 1; !isMade; ++nth) {
+        AllocationFaults::FailAt(nth);
+        try {
+            const ZYLMsgFileTransfer engine(1, nullptr, 0);
+            isMade = true;
+        } catch (const std::bad_alloc&) {
+            EXPECT_EQ(AllocationFaults::LiveBlocks(), before) << nth;
+        }
+    }
+    AllocationFaults::FailAt(0);
 }
 
 TEST_F(FileTransfer, LogGoesToStandardErrorWithoutAStream) {

@@ -65,9 +65,10 @@ ZYLMsgFileTransfer::ZYLMsgFileTransfer(int communicatorId, FILE* logStream, int 
     if (logStream == nullptr && verbosity >= 1) {
         m_logStream = stderr;
     }
-    m_contentMsg = new ZYLMsgFileTransferType;
+    std::unique_ptr<ZYLMsgFileTransferType> contentMsg(new ZYLMsgFileTransferType);
+    contentMsg->Data().m_chunk = mem_OperatorNewThrowBuiltin(static_cast<size_t>(m_maxChunkSize));
+    m_contentMsg = contentMsg.release();
     ZYL_ASSERT(m_contentMsg != NULL);
-    m_contentMsg->Data().m_chunk = mem_OperatorNewThrowBuiltin(static_cast<size_t>(m_maxChunkSize));
 }
 
 ZYLMsgFileTransfer::~ZYLMsgFileTransfer() {
