@@ -78,6 +78,9 @@ class ZYLMSGMODULES_EXPORT ZYLMsgBBCallbackManager {
     /// null counting as "". It is empty at first.
     static void SetMessageID(const char* id);
 
+    /// That identifier; the text is valid until the next SetMessageID.
+    static const char* MessageID();
+
     /// Makes `handler` the receiver of disconnection reports in place of any earlier one. It is not owned.
     static void AssociateDisconnectHandler(const ZYLMsgBBDisconnectHandler* handler);
 

@@ -2,8 +2,10 @@
 #define ZYLMSGFILETRANSFER_H
 
 #include <cstdio>
+#include <string>
 
 #include "ZYLBasMap.h"
+#include "ZYLMsgFileTransferOutcome.h"
 #include "ZYLMsgModulesExport.h"
 #include "ZYLString.h"
 
@@ -26,17 +28,27 @@ class ZYLMsgFileTransferType;
 /// number of them at once. Two files at once from the same source are a fatal error at the receiver.
 ///
 /// One ending condition serves every wait of an engine: the end of any reception, and any confirmation, end
-/// the wait that is on, whichever transfer it was for. An application that has several transfers under way at
-/// once cannot tell from a return of SendFile or ReceiveFile that its own one is the one that ended.
+/// the wait that is on, whichever transfer it was for. Where it was another one's, LastOutcome says that the
+/// own one had not ended yet.
 ///
 /// Every operation returns 0. A source that cannot be opened or read gives an empty or short copy; a target
-/// that cannot be opened or written gives none or a damaged one; the transfer runs to its end either way.
-/// Broken rules of the protocol (a chunk out of sequence, a chunk without bytes, a completion for no file)
-/// are fatal errors.
+/// that cannot be opened or written gives none or a damaged one; the transfer runs to its end either way, and
+/// LastOutcome tells both sides. Broken rules of the protocol (a chunk out of sequence, a chunk without
+/// bytes, a completion for no file) are fatal errors; a line on standard error says what to look for when a
+/// chunk or a completion comes from an application that has no file open.
+///
+/// A file is held while SendFile or ISendFile sends it, or a ReceiveFile of another application has it sent:
+/// no engine that works under the same file system opens it as a target meanwhile, by whatever name, so that
+/// a file that is sent onto itself keeps its bytes. SendFile holds it until it returns, but lets it go for a
+/// file that another application sends here once all of it is sent: two applications may exchange a file.
+/// After ISendFile the receiver may write a short file, of which all is on the way, with its own bytes again.
+/// Nothing is held where the file system has no locks, and nothing keeps other programs from the file.
 ///
 /// Diagnostics go to the log stream: the course of a transfer and the first failed write of each file at
 /// level 1, each chunk and each file opened at level 4. A verbosity of n writes the lines of the levels up to
-/// n.
+/// n. The first failure of each file that this application opens, reads or writes, and a file that is
+/// incomplete because its source was lost, are a line on standard error at once, whatever the verbosity; a
+/// log stream that is `stderr` does not get that line twice.
 class ZYLMSGMODULES_EXPORT ZYLMsgFileTransfer {
   public:
     /// `logStream` is not owned and must outlive the engine. Without one, lines go to standard error.
@@ -48,10 +60,12 @@ class ZYLMSGMODULES_EXPORT ZYLMsgFileTransfer {
     ZYLMsgFileTransfer(const ZYLMsgFileTransfer&) = delete;
     ZYLMsgFileTransfer& operator=(const ZYLMsgFileTransfer&) = delete;
 
-    /// Sends a file and waits for the receiver's confirmation that the copy is written and closed.
+    /// Sends a file and waits until the receiver confirms that it has closed the copy, whole or not:
+    /// LastOutcome tells.
     ///
-    /// The wait has no bound. A receiver that is lost never confirms, and a message that could not be
-    /// delivered is not reported here: the caller waits on, unless a disconnect handler ends the process.
+    /// The wait has no bound. It ends with the target only where a disconnect handler calls ApplicationLost.
+    /// A target that was reported lost before this call, and has not come back, is not reported again: do not
+    /// send to it.
     ///
     /// The file is read from ZYLMsgPathExplorer::FormPath of the three source strings here, and written to
     /// FormPath of the three target strings there (created with mode 0640, or emptied).
@@ -59,19 +73,35 @@ class ZYLMSGMODULES_EXPORT ZYLMsgFileTransfer {
                  const char* sourceFileName, const char* targetApplication, const char* targetBaseDir,
                  const char* targetJobDir, const char* targetFileName);
 
-    /// Sends a file like SendFile, and returns as soon as its last message is sent.
+    /// Sends a file like SendFile, and returns as soon as its last message is sent. LastOutcome then speaks
+    /// of this side alone: the file was read and sent.
     int ISendFile(const char* sourceApplication, const char* sourceBaseDir, const char* sourceJobDir,
                   const char* sourceFileName, const char* targetApplication, const char* targetBaseDir,
                   const char* targetJobDir, const char* targetFileName);
 
     /// Asks the source application for a file and waits until the copy is written here and closed.
     ///
-    /// The wait has no bound. A source that is lost never completes the file: the caller waits on, unless a
-    /// disconnect handler ends the process. `targetApplication` is this application; the other strings are
-    /// those of SendFile.
+    /// The wait has no bound, as that of SendFile. `targetApplication` is this application; the other strings
+    /// are those of SendFile.
+    ///
+    /// The copy is emptied before the source is asked, so a source file that is the target file itself has
+    /// lost its bytes when it is read. This is refused, with its outcome, only where the source application
+    /// is known to be of this process: it has the process's message identifier, or is the target application.
+    /// Elsewhere nothing can be seen: the same path may name another file there.
     int ReceiveFile(const char* sourceApplication, const char* sourceBaseDir, const char* sourceJobDir,
                     const char* sourceFileName, const char* targetApplication, const char* targetBaseDir,
                     const char* targetJobDir, const char* targetFileName);
+
+    /// How the transfer ended that ended last here: after SendFile, ISendFile and ReceiveFile theirs; else,
+    /// a file that came or went at another application's request. It is good before the first one. The text
+    /// may hold words of the other side, escaped and cut after some 5000 bytes.
+    const ZYLMsgFileTransferOutcome& LastOutcome() const;
+
+    /// For a disconnect handler, which calls it with the name of each application that is reported lost. A
+    /// file that was being received from it is closed and reported as incomplete, so that a new life of the
+    /// application can send again; a SendFile or ReceiveFile that waits for it ends, with that outcome.
+    /// Without this call the next file from that name is a fatal error, and the wait goes on. Returns 0.
+    int ApplicationLost(const char* application);
 
     /// Lets the next message and the next wait use another communicator.
     int SetCommunicatorId(int communicatorId);
@@ -89,7 +119,7 @@ class ZYLMSGMODULES_EXPORT ZYLMsgFileTransfer {
     /// a race. The directories are found once, at this call, through links as well.
     ///
     /// A request whose file cannot be opened under these rules, for whatever reason, leaves one line at level
-    /// 1; the transfer runs on as for any file that cannot be opened.
+    /// 1 and on standard error; the transfer runs on as for any file that cannot be opened.
     ///
     /// A further call replaces the directories; none refuses every request. Nothing lifts the confinement.
     /// Returns 0, or -1 when a directory cannot be opened: one line at level 1 names it, and the others hold.
@@ -128,21 +158,45 @@ class ZYLMSGMODULES_EXPORT ZYLMsgFileTransfer {
     // A descriptor beneath the innermost allowed directory that the file's name begins with, or -1 with errno
     // set, to EXDEV where there is none.
     int OpenInAllowedRoot(const char* fileName, int flags);
-    // Keeps the descriptor also when it is negative: such a file is neither read, written nor closed.
-    int KeepFile(const char* applicationId, const char* fileName, bool isSender, int fileId);
+    // A descriptor with which a file that another application has named can be held, or -1.
+    int OpenToHold(const char* fileName);
+    // Opens the target of a ReceiveFile, unless it can be seen to be the source.
+    void OpenOwnTarget(const char* sourceApplication, const ZYLString& source, const char* targetApplication,
+                       const ZYLString& target);
+    // Keeps the descriptor also when it is negative, with the reason: such a file is neither read, written
+    // nor closed.
+    int KeepFile(const char* applicationId, const char* fileName, bool isSender, int fileId,
+                 const std::string& failure);
     using Opener = int (ZYLMsgFileTransfer::*)(const char*, const char*, bool);
     int SendContent(Opener open, const char* sourceApplication, const char* sourceBaseDir,
                     const char* sourceJobDir, const char* sourceFileName, const char* targetApplication,
                     const char* targetBaseDir, const char* targetJobDir, const char* targetFileName);
     void CloseAllowedRoots();
 
-    // A file being received of which no failed write was reported yet.
-    struct UnreportedFile {
+    // A file being received.
+    struct Reception {
         ZYLString m_path;
-        int m_openError = 0;  // why it could not be opened, as errno; 0 when it is open
+        ZYLMsgFileTransferOutcome m_outcome;
+        bool m_isFailureLogged = false;
     };
-    void ReportFailedWrite(const ZYLString& sourceApplication, int writeError);
+    void ReportFailedWrite(Reception& reception, int writeError);
+    void EndReception(const ZYLString& sourceApplication);
+    void ExplainNoOpenFile(const char* what, const char* sourceApplication) const;
 
+    // What a completion says of the other side: why the copy is not whole, or "". The handler calls them
+    // before the operation that answers the completion.
+    void NoteSourceFailure(const char* sourceApplication, const char* failure);
+    void NoteConfirmation(const char* targetApplication, const char* failure);
+
+    enum class Awaited { kConfirmation, kFile };
+    struct Wait;
+    // The first one begun of those that are not over; with null for any application.
+    Wait* OldestWait(Awaited awaited, const ZYLString* application) const;
+    // Lets go what SendFile has sent already and another application may therefore write.
+    void ReleaseSentFiles(const char* sourceApplication) const;
+
+    // A failure that stands on standard error already.
+    void LogFailure(const char* text) const;
     // Writes to the log stream, if there is one and the verbosity reaches `level`.
     [[gnu::format(printf, 3, 4)]] void Log(int level, const char* format, ...) const;
     void Flush(int level) const;
@@ -157,9 +211,14 @@ class ZYLMSGMODULES_EXPORT ZYLMsgFileTransfer {
     int m_endingCondition = -1;
     FILE* m_logStream;
     int m_verbosity;
-    ZYLBasMap<ZYLString, UnreportedFile> m_unreportedFileMap;  // by source application
+    ZYLBasMap<ZYLString, Reception> m_receptionMap;  // by source application, as the two tables
     bool m_isConfined = false;
     ZYLBasMap<ZYLString, int> m_allowedRoots;  // absolute name to descriptor
+    ZYLMsgFileTransferOutcome m_lastOutcome;   // of a file being sent so far, too
+    Wait* m_innermostWait = nullptr;
+    // Target application to the number of confirmations that are still to come for a SendFile that has
+    // returned.
+    ZYLBasMap<ZYLString, int> m_lateConfirmationMap;
 };
 
 #endif

@@ -146,7 +146,7 @@ TEST_F(FileFaults, ATargetThatCannotBeMadeIsNamedAndTheNextFileIsWhole) {
     EXPECT_EQ(source.Wait(), "status 0") << source.Output();
     EXPECT_EQ(target.Wait(), "status 0") << target.Output();
     for (const auto& [name, reason] : targets) {
-        const std::string line = "cannot write all of file " + m_to + "/" + name + ": " + reason;
+        const std::string line = "cannot open file " + m_to + "/" + name + ": " + reason;
         EXPECT_EQ(Occurrences(line, target.Output()), 1U) << line;
     }
     EXPECT_SAME_FILE(m_from + "/good", m_to + "/next");

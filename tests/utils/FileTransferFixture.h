@@ -58,7 +58,7 @@ struct Application {
     bool IsIdle() const {
         return m_engine.m_fileId == -1 && m_engine.m_contentMsg->Data().m_chunkId == 0 &&
                m_engine.m_receiveFileMap.size() == 0 && m_engine.m_receiveFileChunkIdMap.size() == 0 &&
-               m_engine.m_unreportedFileMap.size() == 0;
+               m_engine.m_receptionMap.size() == 0;
     }
 
     std::string m_base;
@@ -142,13 +142,25 @@ class FileTransfer : public testing::Test {
         return steps.str();
     }
 
+    /// A text without the test's directory.
+    std::string Bare(std::string text) const {
+        const std::string here = m_directory.Path().string();
+        for (size_t at = text.find(here); at != std::string::npos; at = text.find(here)) {
+            text.erase(at, here.size());
+        }
+        return text;
+    }
+
+    /// What an application's engine says of its last transfer: "ok" or the failure, and the bytes.
+    std::string Outcome(const std::string& name) const {
+        const auto& [ok, text, bytes] = m_applications.at(name)->m_engine.LastOutcome();
+        EXPECT_EQ(ok, text.IsEmpty());
+        return (ok ? "ok" : Bare(text.GetUTF8())) + " after " + std::to_string(bytes);
+    }
+
     /// An application's log without what differs from run to run.
     std::string Log(const std::string& name) {
-        std::string log = m_applications.at(name)->m_log.Text();
-        const std::string here = m_directory.Path().string();
-        for (size_t at = log.find(here); at != std::string::npos; at = log.find(here)) {
-            log.erase(at, here.size());
-        }
+        std::string log = Bare(m_applications.at(name)->m_log.Text());
         const std::string word = "fileId ";
         for (size_t at = log.find(word); at != std::string::npos; at = log.find(word, at)) {
             at += word.size();

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <climits>
+#include <optional>
 #include <sstream>
 
 #include "../foundation/AllocationFaults.h"
@@ -164,45 +165,6 @@ TEST_F(FileTransfer, FilesOfTwoSourcesStaySeparateWhenTheirChunksMix) {
     EXPECT_TRUE(t.IsIdle());
 }
 
-TEST_F(FileTransfer, SourceThatCannotBeReadGivesAnEmptyCopy) {
-    for (const bool exists : {false, true}) {
-        const Application& s = Add("S", 4);
-        const Application& t = Add("T");
-        Write(Out(), "old");
-        if (exists) {
-            fs::create_symlink("/proc/self/mem", In());  // opens, and fails to read at its start
-        }
-        Run(kSendFile);
-        EXPECT_EQ(TakeSteps(), "T:2 T:4 S:6 ");
-        EXPECT_EQ(Read(Out()), "");
-        EXPECT_TRUE(s.IsIdle() && t.IsIdle());
-        EXPECT_THAT(Log("S"),
-                    HasSubstr(exists ? "isSender 1 fileId \n::ReadChunk fileId  bytes -1\n::Send"
-                                     : "isSender 1 fileId -1\n"
-                                       "ZYLMsgFileTransfer::OpenFile Opening file /S/job/in Failed\n"
-                                       "::ReadChunk fileId -1 bytes -1\n::Send"));
-    }
-}
-
-TEST_F(FileTransfer, TargetThatCannotBeOpenedIsNamedOnce) {
-    Add("S");
-    const Application& t = Add("T", 4);
-    Write(In(), Pattern(65537));
-    fs::remove(t.m_base + "/job");
-    Run(kReceiveFile);
-    EXPECT_TRUE(t.IsIdle());
-    EXPECT_THAT(Log("T"), HasSubstr("isSender 0 fileId -1\n"
-                                    "ZYLMsgFileTransfer::OpenFile Opening file /T/job/out Failed\n"
-                                    "opened file out\n"));
-    EXPECT_THAT(Log("T"), HasSubstr("::WriteChunk bytesWritten=-1\n"
-                                    "ZYLMsgFileTransfer: cannot write all of file /T/job/out: "
-                                    "No such file or directory\n"
-                                    "::ReceiveChunk sourceApplication=S chunkId=2 chunkSize=1\n"
-                                    "updating chunkId 2 for source Application S\n"
-                                    "::WriteChunk sourceApplication=S chunkSize=1\n"
-                                    "::WriteChunk bytesWritten=-1\n::ReceiveISendCompletion"));
-}
-
 /// Lets no file of this process grow beyond a size: writes beyond it fail.
 class FileSizeLimit {
   public:
@@ -223,29 +185,120 @@ class FileSizeLimit {
     sighandler_t m_handlerBefore;
 };
 
-TEST_F(FileTransfer, ShortAndFailedWritesAreReportedOnceForEachFile) {
-    Add("S");
-    const Application& t = Add("T", 4);
-    Write(In(), Pattern(200'000));
-    {
-        const FileSizeLimit limit(70'000);
-        Run(kSendFile);
-        Run(kReceiveFile);
-    }
-    EXPECT_TRUE(Read(Out()) == Pattern(200'000).substr(0, 70'000));
-    EXPECT_TRUE(t.IsIdle());
-    std::istringstream lines(Log("T"));
-    std::string writes;
-    for (std::string line; std::getline(lines, line);) {
-        if (line.find("bytesWritten") != std::string::npos || line.find("cannot") != std::string::npos) {
-            writes += line + "\n";
+TEST_F(FileTransfer, AFailureIsAnOutcomeOfBothSidesAndOneLineOnStandardError) {
+    std::optional<FileSizeLimit> disk;
+    const std::string missing = "No such file or directory";
+    const struct {
+        std::string atFault, failure;
+        int written;
+        std::function<void()> arrange;
+        std::string log;  // of the side at fault
+    } cases[] = {
+        {"S", "cannot open file /S/job/in: " + missing, 0, [&] { fs::remove(In()); },
+         "isSender 1 fileId -1\nZYLMsgFileTransfer::OpenFile Opening file /S/job/in Failed\n"
+         "::ReadChunk fileId -1 bytes -1\n::Send"},
+        // It opens, and fails to be read at its start.
+        {"S", "cannot read all of file /S/job/in: Input/output error", 0,
+         [&] { fs::remove(In()), fs::create_symlink("/proc/self/mem", In()); },
+         "isSender 1 fileId \n::ReadChunk fileId  bytes -1\n::Send"},
+        {"T", "cannot open file /T/job/out: " + missing, 0, [&] { fs::remove_all(m_directory / "T/job"); },
+         "isSender 0 fileId -1\nZYLMsgFileTransfer::OpenFile Opening file /T/job/out Failed\nopened file "
+         "out"},
+        {"T", "cannot write all of file /T/job/out: File too large", 70'000, [&] { disk.emplace(70'000); },
+         "::WriteChunk bytesWritten=65536\n::ReceiveChunk sourceApplication=S chunkId=2 chunkSize=65536\n"
+         "updating chunkId 2 for source Application S\n::WriteChunk sourceApplication=S chunkSize=65536\n"
+         "::WriteChunk bytesWritten=4464\n"},
+    };
+    for (const auto& [atFault, failure, written, arrange, log] : cases) {
+        for (const Operation flow : {kSendFile, kISendFile, kReceiveFile}) {
+            disk.reset();
+            const Application& s = Add("S", 4);
+            const Application& t = Add("T", 4);
+            fs::remove(In());
+            Write(In(), Pattern(200'000));
+            Write(Out(), "old");
+            arrange();
+            testing::internal::CaptureStderr();
+            Run(flow);
+            EXPECT_EQ(Bare(testing::internal::GetCapturedStderr()), "ZYLMsgFileTransfer: " + failure + "\n");
+            const bool isSource = atFault == "S";
+            EXPECT_EQ(Outcome("S"), isSource            ? failure + " after 0"
+                                    : flow == kSendFile ? "T reports: " + failure + " after 200000"
+                                                        : "ok after 200000");
+            EXPECT_EQ(Outcome("T"),
+                      (isSource ? "file /T/job/out is not whole: S reports: " + failure : failure) +
+                          " after " + std::to_string(written));
+            EXPECT_TRUE(Read(Out()) == Pattern(200'000).substr(0, static_cast<size_t>(written)));
+            EXPECT_TRUE(s.IsIdle() && t.IsIdle());
+            EXPECT_THAT(Log(atFault), HasSubstr(log));
+            EXPECT_EQ(Log("T").find("ZYLMsgFileTransfer: " + failure + "\n") == std::string::npos, isSource);
         }
     }
-    const std::string ofOneFile =
-        "::WriteChunk bytesWritten=65536\n::WriteChunk bytesWritten=4464\n"
-        "ZYLMsgFileTransfer: cannot write all of file /T/job/out: File too large\n"
-        "::WriteChunk bytesWritten=-1\n::WriteChunk bytesWritten=-1\n";
-    EXPECT_EQ(writes, ofOneFile + ofOneFile);
+}
+
+TEST_F(FileTransfer, AFileSentOntoItselfKeepsItsBytes) {
+    Add("S");
+    Add("T");
+    Write(In(), Pattern(200'000));
+    fs::create_symlink(In(), Out());
+    Run(kSendFile);
+    const std::string held = ": it is being sent at this moment, and a file cannot be copied onto itself";
+    EXPECT_EQ(Outcome("S"), "T reports: cannot open file /T/job/out" + held + " after 200000");
+    Run(kISendFile);  // the short file is on its way already
+    EXPECT_EQ(Outcome("S"), "ok after 200000");
+    ZYLMsgBBCallbackManager::SetMessageID("S");
+    const std::string s = m_directory / "S";
+    m_applications["S"]->m_engine.ReceiveFile("S", s.c_str(), "job", "in", "S", s.c_str(), "", "job/in");
+    EXPECT_EQ(Outcome("S"), "cannot open file /S/job/in" + held + " after 0");
+    EXPECT_TRUE(Read(In()) == Pattern(200'000));
+}
+
+TEST_F(FileTransfer, AWaitThatAnotherTransferEndsDoesNotLookDone) {
+    Application& s = Add("S");
+    Application& t = Add("T");
+    Write(In(), "old");
+    Write(t.m_base + "/job/new", "new");
+    ZYLMsgBBCallbackManager::SetMessageID("T");
+    t.m_engine.ISendFile("T", t.m_base.c_str(), "job", "new", "S", s.m_base.c_str(), "job", "in");
+    ZYLMsgBBCallbackManager::SetMessageID("S");
+    const std::string ended =
+        "the wait ended with another transfer, before application T had confirmed the copy";
+    // The wait for the second confirmation ends with the first one.
+    for (const std::string& outcome : {ended, ended, std::string("ok")}) {
+        s.m_engine.SendFile("S", s.m_base.c_str(), "job", "in", "T", t.m_base.c_str(), "job", "out");
+        EXPECT_EQ(Outcome("S"), outcome + " after 3");
+        EXPECT_EQ(Read(In()), "new");
+        if (outcome == ended && Read(Out()) == "new") {
+            Deliver();
+        }
+    }
+    EXPECT_EQ(Read(Out()), "new");
+}
+
+TEST_F(FileTransfer, ALostApplicationEndsWhatWaitsForItAndMayComeBack) {
+    for (const bool isToldWhileWaiting : {true, false}) {
+        for (const Operation flow : {kSendFile, kReceiveFile}) {
+            Application& s = Add("S");
+            Application& t = Add("T");
+            Write(In(), "abc");
+            const auto onSend = m_backbone.onSend;
+            const auto lose = [&] {
+                (flow == kSendFile ? s : t).m_engine.ApplicationLost(flow == kSendFile ? "T" : "S");
+            };
+            m_backbone.onSend = [&](const FakeBackbone::Message&) {
+                isToldWhileWaiting ? m_backbone.script.assign(1, lose) : lose();
+            };
+            Run(flow);
+            m_backbone.onSend = onSend;
+            EXPECT_EQ(flow == kSendFile ? Outcome("S") : Outcome("T"),
+                      flow == kSendFile ? "application T was lost before it confirmed the copy after 3"
+                                        : "file /T/job/out is incomplete: application S was lost after 0 "
+                                          "bytes were written after 0");
+            EXPECT_TRUE(s.IsIdle() && t.IsIdle());
+            Run(flow);
+            EXPECT_EQ(Outcome("T"), "ok after 3");
+        }
+    }
 }
 
 TEST_F(FileTransfer, NewCopyIsWritableByItsOwnerAndReadableByItsGroup) {
@@ -305,11 +358,13 @@ TEST_F(FileTransfer, BrokenProtocolEndsTheReceiver) {
         {[&] { engine.ReceiveChunk("S", INT_MIN, 1, "a"); }, "expected 1 got 2147483647\n", sequence},
         {[&] { engine.ReceiveChunk("S", 2, 0, nullptr); }, "chunkId=2 chunkSize=0\n", "chunkSize > 0"},
         {[&] { engine.ReceiveChunk("S", 2, -5, nullptr); }, "chunkId=2 chunkSize=-5\n", "chunkSize > 0"},
-        {[&] { engine.ReceiveChunk("X", 1, 1, "a"); }, "havent initialized the file for app: X\n",
+        {[&] { engine.ReceiveChunk("X", 1, 1, "a"); },
+         "havent initialized the file for app: X\n.*a chunk came from 'X', but no file .* [(]open: 'S'[)]",
          "[*]{2}ERROR[*]{2}, cannot write this chunk since we havent initialized the file for app"},
         {[&] { engine.WriteChunk("X", 1, "a"); }, "", "itr != m_receiveFileMap.end\\(\\)"},
         {[&] { engine.ReceiveISendCompletion("X"); },
-         "::ReceiveISendCompletion sourceApplication=X\ncannot find file for sourceApplication\n",
+         "::ReceiveISendCompletion sourceApplication=X\ncannot find file for sourceApplication\n.*a "
+         "completion came from 'X'",
          "itr != m_receiveFileMap.end\\(\\)"},
     };
     for (const auto& [breach, line, fatal] : cases) {

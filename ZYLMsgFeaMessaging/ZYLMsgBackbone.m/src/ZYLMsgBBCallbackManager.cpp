@@ -182,6 +182,10 @@ void ZYLMsgBBCallbackManager::SetMessageID(const char* id) {
     m_messageID = ZYLString::BuildFromUTF8(id);
 }
 
+const char* ZYLMsgBBCallbackManager::MessageID() {
+    return m_messageID.GetUTF8();
+}
+
 void ZYLMsgBBCallbackManager::AssociateDisconnectHandler(const ZYLMsgBBDisconnectHandler* handler) {
     m_disconnectHandler = handler;
 }

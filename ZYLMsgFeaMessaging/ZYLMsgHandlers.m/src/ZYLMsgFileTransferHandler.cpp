@@ -38,12 +38,15 @@ void ZYLMsgFileTransferHandler::HandleMessage(const ZYLMsgBBMessage& message, co
             m_fileTransfer->ReceiveChunk(id, data.m_chunkId, data.m_chunkSize, data.m_chunk);
             break;
         case FILE_TRANSFER_SEND_COMPLETION:
+            m_fileTransfer->NoteSourceFailure(id, data.m_targetFileName.GetUTF8());
             m_fileTransfer->ReceiveSendCompletion(id);
             break;
         case FILE_TRANSFER_ISEND_COMPLETION:
+            m_fileTransfer->NoteSourceFailure(id, data.m_targetFileName.GetUTF8());
             m_fileTransfer->ReceiveISendCompletion(id);
             break;
         case FILE_TRANSFER_RECEIVE_COMPLETION:
+            m_fileTransfer->NoteConfirmation(id, data.m_targetFileName.GetUTF8());
             m_fileTransfer->ReceiveReceiveCompletion();
             break;
         default:

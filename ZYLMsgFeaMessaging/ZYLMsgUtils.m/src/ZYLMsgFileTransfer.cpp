@@ -1,16 +1,19 @@
 #include "ZYLMsgFileTransfer.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstddef>
 #include <cstring>
 #include <memory>
+#include <string>
 
 #include "ZYLBasFileOps.h"
 #include "ZYLBasUtlFilePath.h"
 #include "ZYLCRuntime.h"
 #include "ZYLMsgAssert.h"
 #include "ZYLMsgBBAPI.h"
+#include "ZYLMsgBBCallbackManager.h"
 #include "ZYLMsgFileTransferType.h"
 #include "ZYLMsgPathExplorer.h"
 #include "mem_Allocation.h"
@@ -25,12 +28,54 @@ constexpr int kReadBinary = 0x8000;
 constexpr int kReadWriteCreateTruncateBinary = 0x8302;
 constexpr int kOwnerReadsAndWritesGroupReads = 0x1A0;
 
+// Of a text from outside, as much as holds a path and a sentence.
+constexpr size_t kLongestText = 5000;
+
 int FlagsFor(bool isSender) {
     return isSender ? kReadBinary : kReadWriteCreateTruncateBinary;
 }
 
 ZYLString Text(const char* utf8) {
     return ZYLString::BuildFromUTF8(utf8);
+}
+
+// A text from outside, bounded and on one line.
+std::string Printable(const char* text) {
+    std::string result;
+    for (; *text != '\0' && result.size() < kLongestText; ++text) {
+        const auto byte = static_cast<unsigned char>(*text);
+        if (byte >= 0x20 && byte != 0x7F) {
+            result += *text;
+        } else {
+            char escape[8];
+            snprintf(escape, sizeof escape, "\\x%02x", byte);
+            result += escape;
+        }
+    }
+    return *text == '\0' ? result : result + "...";
+}
+
+const char* OpenReason(int openError) {
+    return openError == EBUSY   ? "it is being sent at this moment, and a file cannot be copied onto itself"
+           : openError == EXDEV ? "it is not in an allowed directory"
+                                : strerror(openError);
+}
+
+void SetFailure(ZYLMsgFileTransferOutcome& outcome, const std::string& text) {
+    outcome.ok = false;
+    outcome.text = Text(text.c_str());
+}
+
+// A failure is never silent, whatever the verbosity.
+void WriteAlarm(const ZYLMsgFileTransferOutcome& outcome) {
+    fprintf(stderr, "ZYLMsgFileTransfer: %s\n", outcome.text.GetUTF8());
+    fflush(stderr);
+}
+
+// The source's application is one of this process, as far as the engine can know.
+bool IsInThisProcess(const char* sourceApplication, const char* targetApplication) {
+    const ZYLString source = Text(sourceApplication);
+    return source == Text(targetApplication) || source == Text(ZYLMsgBBCallbackManager::MessageID());
 }
 
 ZYLString FormPath(const char* baseDir, const char* jobDir, const char* fileName) {
@@ -58,7 +103,77 @@ void SetNames(ZYLMsgFileTransferData& data, const char* sourceApplication, const
     data.m_targetFileName = Text(targetFileName);
 }
 
+// A file that is not to be emptied while it is sent. It is held by a descriptor of its own, which outlives
+// the engine's: a send that is started during another one takes that one over.
+class HeldFile {
+  public:
+    // The descriptor is adopted; a negative one holds nothing.
+    explicit HeldFile(int descriptor) : m_descriptor(descriptor) {
+        if (descriptor >= 0) {
+            ZYLBasFileOps::Hold(descriptor);
+        }
+    }
+    explicit HeldFile(const ZYLString& path)
+        : HeldFile(ZYLBasFileOps::Open(path.GetUTF8(), kReadBinary, 0)) {}
+    ~HeldFile() { Release(); }
+    HeldFile(const HeldFile&) = delete;
+    HeldFile& operator=(const HeldFile&) = delete;
+
+    void Release() {
+        if (m_descriptor >= 0) {
+            ZYLBasFileOps::Release(m_descriptor);
+            _close(m_descriptor);
+            m_descriptor = -1;
+        }
+    }
+
+  private:
+    int m_descriptor;
+};
+
 }  // namespace
+
+// A SendFile or ReceiveFile that is under way: a local object of the operation. They nest when a handler
+// begins another one, and the engine knows the innermost.
+struct ZYLMsgFileTransfer::Wait {
+    Wait(ZYLMsgFileTransfer& engine, Awaited awaited, const char* application)
+        : m_engine(engine),
+          m_outer(engine.m_innermostWait),
+          m_awaited(awaited),
+          m_application(Text(application)) {
+        engine.m_innermostWait = this;
+        const std::string name = "application " + Printable(application);
+        m_outcome = {
+            false,
+            Text(("the wait ended with another transfer, before " + name +
+                  (awaited == Awaited::kFile ? " had sent all of the file" : " had confirmed the copy"))
+                     .c_str()),
+            0};
+    }
+    ~Wait() { m_engine.m_innermostWait = m_outer; }
+    Wait(const Wait&) = delete;
+    Wait& operator=(const Wait&) = delete;
+
+    void Run() {
+        m_isRunning = true;
+        m_engine.m_endingCondition = m_isOver ? 0 : -1;
+        ZYLMsgBBAPI::WaitingLoop(m_engine.m_communicatorId, -1, m_engine.m_endingCondition);
+    }
+    void End(const ZYLMsgFileTransferOutcome& outcome) {
+        m_isOver = true;
+        m_outcome = outcome;
+    }
+
+    ZYLMsgFileTransfer& m_engine;
+    Wait* const m_outer;
+    const Awaited m_awaited;
+    const ZYLString m_application;   // the other side
+    ZYLString m_sender;              // of a SendFile: its source application,
+    HeldFile* m_sentFile = nullptr;  // and its file
+    bool m_isRunning = false;
+    bool m_isOver = false;
+    ZYLMsgFileTransferOutcome m_outcome;
+};
 
 ZYLMsgFileTransfer::ZYLMsgFileTransfer(int communicatorId, FILE* logStream, int verbosity)
     : m_communicatorId(communicatorId), m_logStream(logStream), m_verbosity(verbosity) {
@@ -78,6 +193,10 @@ ZYLMsgFileTransfer::~ZYLMsgFileTransfer() {
     delete m_contentMsg;
     m_contentMsg = nullptr;
     m_logStream = nullptr;
+}
+
+const ZYLMsgFileTransferOutcome& ZYLMsgFileTransfer::LastOutcome() const {
+    return m_lastOutcome;
 }
 
 int ZYLMsgFileTransfer::SetCommunicatorId(int communicatorId) {
@@ -114,11 +233,20 @@ int ZYLMsgFileTransfer::SendFile(const char* sourceApplication, const char* sour
                                  const char* sourceJobDir, const char* sourceFileName,
                                  const char* targetApplication, const char* targetBaseDir,
                                  const char* targetJobDir, const char* targetFileName) {
+    HeldFile source(FormPath(sourceBaseDir, sourceJobDir, sourceFileName));
+    Wait wait(*this, Awaited::kConfirmation, targetApplication);
+    wait.m_sender = Text(sourceApplication);
+    wait.m_sentFile = &source;
     SendNotifyAndContent(sourceApplication, sourceBaseDir, sourceJobDir, sourceFileName, targetApplication,
                          targetBaseDir, targetJobDir, targetFileName);
     SendSendCompletion(sourceApplication, targetApplication);
-    m_endingCondition = -1;
-    ZYLMsgBBAPI::WaitingLoop(m_communicatorId, -1, m_endingCondition);
+    const ZYLMsgFileTransferOutcome sent = m_lastOutcome;
+    wait.Run();
+    if (!wait.m_isOver) {
+        m_lateConfirmationMap[wait.m_application] += 1;
+    }
+    const ZYLMsgFileTransferOutcome& failed = sent.ok ? wait.m_outcome : sent;
+    m_lastOutcome = {failed.ok, failed.text, sent.bytes};
     return 0;
 }
 
@@ -126,6 +254,7 @@ int ZYLMsgFileTransfer::ISendFile(const char* sourceApplication, const char* sou
                                   const char* sourceJobDir, const char* sourceFileName,
                                   const char* targetApplication, const char* targetBaseDir,
                                   const char* targetJobDir, const char* targetFileName) {
+    const HeldFile source(FormPath(sourceBaseDir, sourceJobDir, sourceFileName));
     SendNotifyAndContent(sourceApplication, sourceBaseDir, sourceJobDir, sourceFileName, targetApplication,
                          targetBaseDir, targetJobDir, targetFileName);
     SendISendCompletion(targetApplication);
@@ -145,7 +274,9 @@ int ZYLMsgFileTransfer::ReceiveFile(const char* sourceApplication, const char* s
         sourceApplication, targetApplication, sourceFileName, targetFileName, sourceBaseDir, targetBaseDir,
         sourceJobDir, targetJobDir);
     Flush(1);
-    OpenFile(sourceApplication, FormPath(targetBaseDir, targetJobDir, targetFileName).GetUTF8(), false);
+    Wait wait(*this, Awaited::kFile, sourceApplication);
+    OpenOwnTarget(sourceApplication, FormPath(sourceBaseDir, sourceJobDir, sourceFileName), targetApplication,
+                  FormPath(targetBaseDir, targetJobDir, targetFileName));
     Log(4, "opened file %s\n", targetFileName);
     Flush(4);
     ZYLMsgFileTransferType request;
@@ -153,9 +284,16 @@ int ZYLMsgFileTransfer::ReceiveFile(const char* sourceApplication, const char* s
     SetNames(request.Data(), sourceApplication, sourceBaseDir, sourceJobDir, sourceFileName,
              targetApplication, targetBaseDir, targetJobDir, targetFileName);
     ZYLMsgBBAPI::SendRequest(m_communicatorId, sourceApplication, request);
-    m_endingCondition = -1;
-    ZYLMsgBBAPI::WaitingLoop(m_communicatorId, -1, m_endingCondition);
+    wait.Run();
+    m_lastOutcome = wait.m_outcome;
     return 0;
+}
+
+void ZYLMsgFileTransfer::OpenOwnTarget(const char* sourceApplication, const ZYLString& source,
+                                       const char* targetApplication, const ZYLString& target) {
+    const bool isSourceHere = IsInThisProcess(sourceApplication, targetApplication);
+    const HeldFile held(isSourceHere ? ZYLBasFileOps::Open(source.GetUTF8(), kReadBinary, 0) : -1);
+    OpenFile(sourceApplication, target.GetUTF8(), false);
 }
 
 int ZYLMsgFileTransfer::SendNotifyAndContent(const char* sourceApplication, const char* sourceBaseDir,
@@ -175,6 +313,8 @@ int ZYLMsgFileTransfer::Send(const char* sourceApplication, const char* sourceBa
                              const char* sourceJobDir, const char* sourceFileName,
                              const char* targetApplication, const char* targetBaseDir,
                              const char* targetJobDir, const char* targetFileName) {
+    const ZYLString path = FormPath(sourceBaseDir, sourceJobDir, sourceFileName);
+    const HeldFile source(OpenToHold(path.GetUTF8()));
     return SendContent(&ZYLMsgFileTransfer::OpenRequestedFile, sourceApplication, sourceBaseDir, sourceJobDir,
                        sourceFileName, targetApplication, targetBaseDir, targetJobDir, targetFileName);
 }
@@ -196,9 +336,15 @@ int ZYLMsgFileTransfer::SendContent(Opener open, const char* sourceApplication, 
         Log(1, "ZYLMsgFileTransfer: Attempt to send a new file before completion of a previous one\n");
         Flush(1);
     }
-    (this->*open)(sourceApplication, FormPath(sourceBaseDir, sourceJobDir, sourceFileName).GetUTF8(), true);
+    const ZYLString path = FormPath(sourceBaseDir, sourceJobDir, sourceFileName);
+    (this->*open)(sourceApplication, path.GetUTF8(), true);
     for (ReadChunk(); m_contentMsg->Data().m_chunkSize > 0; ReadChunk()) {
         SendChunk(targetApplication);
+    }
+    if (m_fileId >= 0 && m_contentMsg->Data().m_chunkSize < 0) {
+        const std::string reason = strerror(errno);
+        SetFailure(m_lastOutcome, "cannot read all of file " + Printable(path.GetUTF8()) + ": " + reason);
+        WriteAlarm(m_lastOutcome);
     }
     CloseFile(m_fileId);
     m_contentMsg->Data().m_chunkId = 0;
@@ -206,8 +352,9 @@ int ZYLMsgFileTransfer::SendContent(Opener open, const char* sourceApplication, 
 }
 
 int ZYLMsgFileTransfer::OpenFile(const char* applicationId, const char* fileName, bool isSender) {
-    return KeepFile(applicationId, fileName, isSender,
-                    ZYLBasFileOps::Open(fileName, FlagsFor(isSender), kOwnerReadsAndWritesGroupReads));
+    const int fileId = ZYLBasFileOps::Open(fileName, FlagsFor(isSender), kOwnerReadsAndWritesGroupReads);
+    return KeepFile(applicationId, fileName, isSender, fileId,
+                    fileId >= 0 ? "" : "cannot open file " + Printable(fileName) + ": " + OpenReason(errno));
 }
 
 int ZYLMsgFileTransfer::OpenRequestedFile(const char* applicationId, const char* fileName, bool isSender) {
@@ -215,16 +362,22 @@ int ZYLMsgFileTransfer::OpenRequestedFile(const char* applicationId, const char*
         return OpenFile(applicationId, fileName, isSender);
     }
     const int fileId = OpenInAllowedRoot(fileName, FlagsFor(isSender));
-    const int openError = errno;
-    KeepFile(applicationId, fileName, isSender, fileId);
-    if (fileId < 0) {
-        Log(1, "ZYLMsgFileTransfer: refused to %s file %s as another application asks: %s\n",
-            isSender ? "read" : "write", fileName,
-            openError == EXDEV ? "it is not in an allowed directory" : strerror(openError));
-        Flush(1);
-        m_unreportedFileMap.erase(Text(applicationId));
+    if (fileId >= 0) {
+        return KeepFile(applicationId, fileName, isSender, fileId, "");
+    }
+    const std::string failure = std::string("refused to ") + (isSender ? "read" : "write") + " file " +
+                                Printable(fileName) + " as another application asks: " + OpenReason(errno);
+    KeepFile(applicationId, fileName, isSender, fileId, failure);
+    LogFailure(failure.c_str());
+    if (!isSender) {
+        m_receptionMap[Text(applicationId)].m_isFailureLogged = true;
     }
     return 0;
+}
+
+int ZYLMsgFileTransfer::OpenToHold(const char* fileName) {
+    return m_isConfined ? OpenInAllowedRoot(fileName, kReadBinary)
+                        : ZYLBasFileOps::Open(fileName, kReadBinary, 0);
 }
 
 int ZYLMsgFileTransfer::OpenInAllowedRoot(const char* fileName, int flags) {
@@ -244,17 +397,20 @@ int ZYLMsgFileTransfer::OpenInAllowedRoot(const char* fileName, int flags) {
     return ZYLBasFileOps::OpenBeneath(root, name, flags, kOwnerReadsAndWritesGroupReads);
 }
 
-int ZYLMsgFileTransfer::KeepFile(const char* applicationId, const char* fileName, bool isSender, int fileId) {
-    const int openError = fileId < 0 ? errno : 0;
+int ZYLMsgFileTransfer::KeepFile(const char* applicationId, const char* fileName, bool isSender, int fileId,
+                                 const std::string& failure) {
+    const ZYLMsgFileTransferOutcome outcome{fileId >= 0, Text(failure.c_str()), 0};
     Log(4, "::OpenFile applicationId %s fileName %s isSender %d fileId %d\n", applicationId, fileName,
         isSender ? 1 : 0, fileId);
     Flush(4);
     if (fileId < 0) {
         Log(4, "ZYLMsgFileTransfer::OpenFile Opening file %s Failed\n", fileName);
         Flush(4);
+        WriteAlarm(outcome);
     }
     if (isSender) {
         m_fileId = fileId;
+        m_lastOutcome = outcome;
         return 0;
     }
     const ZYLString application = Text(applicationId);
@@ -265,7 +421,7 @@ int ZYLMsgFileTransfer::KeepFile(const char* applicationId, const char* fileName
     ZYL_ASSERT(itr == m_receiveFileMap.end());
     m_receiveFileMap.insert({application, fileId});
     m_receiveFileChunkIdMap.insert({application, 0});
-    m_unreportedFileMap.insert({application, {Text(fileName), openError}});
+    m_receptionMap.insert({application, {Text(fileName), outcome}});
     return 0;
 }
 
@@ -275,8 +431,10 @@ int ZYLMsgFileTransfer::ReadChunk() {
     data.m_chunkSize = m_fileId < 0 ? -1
                                     : _read(m_fileId, const_cast<void*>(data.m_chunk),
                                             static_cast<unsigned>(m_maxChunkSize));
+    const int readError = errno;
     Log(4, "::ReadChunk fileId %d bytes %d\n", m_fileId, data.m_chunkSize);
     Flush(4);
+    errno = readError;
     return 0;
 }
 
@@ -285,6 +443,7 @@ int ZYLMsgFileTransfer::SendChunk(const char* targetApplication) {
     m_contentMsg->Data().m_chunkId += 1;
     m_contentMsg->Data().m_dataType = FILE_TRANSFER_CHUNK;
     ZYLMsgBBAPI::SendRequest(m_communicatorId, targetApplication, *m_contentMsg);
+    m_lastOutcome.bytes += m_contentMsg->Data().m_chunkSize;
     return 0;
 }
 
@@ -303,6 +462,7 @@ int ZYLMsgFileTransfer::SendSendCompletion(const char* sourceApplication, const 
     ZYLMsgFileTransferType completion;
     SetControl(completion.Data(), FILE_TRANSFER_SEND_COMPLETION);
     completion.Data().m_sourceApplication = Text(sourceApplication);
+    completion.Data().m_targetFileName = m_lastOutcome.text;
     ZYLMsgBBAPI::SendRequest(m_communicatorId, targetApplication, completion);
     return 0;
 }
@@ -312,6 +472,7 @@ int ZYLMsgFileTransfer::SendISendCompletion(const char* application) {
     Flush(1);
     ZYLMsgFileTransferType completion;
     SetControl(completion.Data(), FILE_TRANSFER_ISEND_COMPLETION);
+    completion.Data().m_targetFileName = m_lastOutcome.text;
     ZYLMsgBBAPI::SendRequest(m_communicatorId, application, completion);
     return 0;
 }
@@ -328,11 +489,20 @@ int ZYLMsgFileTransfer::Receive(const char* sourceApplication, const char* sourc
         sourceApplication, targetApplication, sourceFileName, targetFileName, sourceBaseDir, targetBaseDir,
         sourceJobDir, targetJobDir);
     Flush(1);
+    ReleaseSentFiles(sourceApplication);
     OpenRequestedFile(sourceApplication, FormPath(targetBaseDir, targetJobDir, targetFileName).GetUTF8(),
                       false);
     Log(1, "opened file %s\n", targetFileName);
     Flush(1);
     return 0;
+}
+
+void ZYLMsgFileTransfer::ReleaseSentFiles(const char* sourceApplication) const {
+    for (Wait* wait = m_innermostWait; wait != nullptr; wait = wait->m_outer) {
+        if (wait->m_isRunning && wait->m_sentFile != nullptr && wait->m_sender != Text(sourceApplication)) {
+            wait->m_sentFile->Release();
+        }
+    }
 }
 
 int ZYLMsgFileTransfer::ReceiveChunk(const char* sourceApplication, int chunkId, int chunkSize,
@@ -345,6 +515,7 @@ int ZYLMsgFileTransfer::ReceiveChunk(const char* sourceApplication, int chunkId,
     if (itr == m_receiveFileChunkIdMap.end()) {
         Log(4, "**ERROR**, cannot write this chunk since we havent initialized the file for app: %s\n",
             sourceApplication);
+        ExplainNoOpenFile("chunk", sourceApplication);
     }
     ZYL_ASSERT(itr != m_receiveFileChunkIdMap.end() &&
                "**ERROR**, cannot write this chunk since we havent initialized the file for app");
@@ -372,22 +543,51 @@ int ZYLMsgFileTransfer::WriteChunk(const char* sourceApplication, int chunkSize,
     const int writeError = errno;
     Log(4, "::WriteChunk bytesWritten=%d\n", bytesWritten);
     Flush(4);
+    Reception& reception = m_receptionMap[itr->first];
+    reception.m_outcome.bytes += std::max(bytesWritten, 0);
     if (bytesWritten != chunkSize) {
-        ReportFailedWrite(Text(sourceApplication), writeError);
+        ReportFailedWrite(reception, writeError);
     }
     return 0;
 }
 
-void ZYLMsgFileTransfer::ReportFailedWrite(const ZYLString& sourceApplication, int writeError) {
-    const auto itr = m_unreportedFileMap.find(sourceApplication);
-    if (itr == m_unreportedFileMap.end()) {
+void ZYLMsgFileTransfer::ReportFailedWrite(Reception& reception, int writeError) {
+    if (reception.m_outcome.ok) {
+        SetFailure(reception.m_outcome, "cannot write all of file " + Printable(reception.m_path.GetUTF8()) +
+                                            ": " + strerror(writeError));
+        WriteAlarm(reception.m_outcome);
+    }
+    if (!reception.m_isFailureLogged) {
+        reception.m_isFailureLogged = true;
+        LogFailure(reception.m_outcome.text.GetUTF8());
+    }
+}
+
+void ZYLMsgFileTransfer::NoteSourceFailure(const char* sourceApplication, const char* failure) {
+    const auto itr = m_receptionMap.find(Text(sourceApplication));
+    if (*failure == '\0' || itr == m_receptionMap.end() || !itr->second.m_outcome.ok) {
         return;
     }
-    const UnreportedFile& file = itr->second;
-    Log(1, "ZYLMsgFileTransfer: cannot write all of file %s: %s\n", file.m_path.GetUTF8(),
-        strerror(file.m_openError != 0 ? file.m_openError : writeError));
-    Flush(1);
-    m_unreportedFileMap.erase(sourceApplication);
+    Reception& reception = itr->second;
+    SetFailure(reception.m_outcome, "file " + Printable(reception.m_path.GetUTF8()) + " is not whole: " +
+                                        Printable(sourceApplication) + " reports: " + Printable(failure));
+    Log(4, "ZYLMsgFileTransfer: %s\n", reception.m_outcome.text.GetUTF8());
+    Flush(4);
+}
+
+// For the fatal end that follows, whatever the verbosity.
+void ZYLMsgFileTransfer::ExplainNoOpenFile(const char* what, const char* sourceApplication) const {
+    std::string open;
+    for (auto itr = m_receiveFileMap.begin(); itr != m_receiveFileMap.end(); ++itr) {
+        open += (open.empty() ? "'" : ", '") + std::string(itr->first.GetUTF8()) + "'";
+    }
+    fprintf(stderr,
+            "ZYLMsgFileTransfer: a %s came from '%s', but no file from it is open here (open: %s). The "
+            "sender's identifier (ZYLMsgBBCallbackManager::SetMessageID) must be the application name under "
+            "which it sends the file; or one of the two was started again in the middle of it.\n",
+            what, Printable(sourceApplication).c_str(),
+            open.empty() ? "none" : Printable(open.c_str()).c_str());
+    fflush(stderr);
 }
 
 int ZYLMsgFileTransfer::ReceiveISendCompletion(const char* sourceApplication) {
@@ -397,16 +597,30 @@ int ZYLMsgFileTransfer::ReceiveISendCompletion(const char* sourceApplication) {
     Log(1, "::ReceiveISendCompletion sourceApplication=%s\n", sourceApplication);
     if (itr == m_receiveFileMap.end()) {
         Log(1, "cannot find file for sourceApplication\n");
+        ExplainNoOpenFile("completion", sourceApplication);
     }
     Flush(1);
     ZYL_ASSERT(itr != m_receiveFileMap.end());
-    CloseFile(itr->second);
-    m_receiveFileMap.erase(application);
-    m_receiveFileChunkIdMap.erase(application);
-    m_unreportedFileMap.erase(application);
+    EndReception(application);
+    m_fileId = -1;
     m_endingCondition = 0;
     m_contentMsg->Data().m_chunkId = 0;
     return 0;
+}
+
+void ZYLMsgFileTransfer::EndReception(const ZYLString& sourceApplication) {
+    const int fileId = m_receiveFileMap[sourceApplication];
+    Reception& reception = m_receptionMap[sourceApplication];
+    if (fileId >= 0 && _close(fileId) != 0) {
+        ReportFailedWrite(reception, errno);
+    }
+    m_lastOutcome = reception.m_outcome;
+    m_receiveFileMap.erase(sourceApplication);
+    m_receiveFileChunkIdMap.erase(sourceApplication);
+    m_receptionMap.erase(sourceApplication);
+    if (Wait* wait = OldestWait(Awaited::kFile, &sourceApplication)) {
+        wait->End(m_lastOutcome);
+    }
 }
 
 int ZYLMsgFileTransfer::ReceiveSendCompletion(const char* sourceApplication) {
@@ -420,6 +634,7 @@ int ZYLMsgFileTransfer::SendReceiveCompletion(const char* applicationId) {
     Flush(1);
     ZYLMsgFileTransferType completion;
     SetControl(completion.Data(), FILE_TRANSFER_RECEIVE_COMPLETION);
+    completion.Data().m_targetFileName = m_lastOutcome.text;
     ZYLMsgBBAPI::SendRequest(m_communicatorId, applicationId, completion);
     return 0;
 }
@@ -427,6 +642,76 @@ int ZYLMsgFileTransfer::SendReceiveCompletion(const char* applicationId) {
 int ZYLMsgFileTransfer::ReceiveReceiveCompletion() {
     m_endingCondition = 0;
     return 0;
+}
+
+void ZYLMsgFileTransfer::NoteConfirmation(const char* targetApplication, const char* failure) {
+    const ZYLString application = Text(targetApplication);
+    Wait* wait = OldestWait(Awaited::kConfirmation, &application);
+    auto late = m_lateConfirmationMap.find(application);
+    if (wait == nullptr && late == m_lateConfirmationMap.end()) {
+        // The identifier of a target need not be its name.
+        wait = OldestWait(Awaited::kConfirmation, nullptr);
+        late = m_lateConfirmationMap.begin();
+    }
+    if (late != m_lateConfirmationMap.end()) {
+        if (--late->second == 0) {
+            m_lateConfirmationMap.erase(ZYLString(late->first));
+        }
+        return;
+    }
+    if (wait == nullptr) {
+        return;
+    }
+    ZYLMsgFileTransferOutcome outcome;
+    if (*failure != '\0') {
+        SetFailure(outcome, Printable(targetApplication) + " reports: " + Printable(failure));
+        Log(4, "ZYLMsgFileTransfer: %s\n", outcome.text.GetUTF8());
+        Flush(4);
+    }
+    wait->End(outcome);
+}
+
+int ZYLMsgFileTransfer::ApplicationLost(const char* application) {
+    const ZYLString name = Text(application);
+    const std::string lost = "application " + Printable(application) + " was lost";
+    const auto itr = m_receptionMap.find(name);
+    if (itr != m_receptionMap.end()) {
+        Reception& reception = itr->second;
+        SetFailure(reception.m_outcome,
+                   "file " + Printable(reception.m_path.GetUTF8()) + " is incomplete: " + lost + " after " +
+                       std::to_string(reception.m_outcome.bytes) + " bytes were written");
+        WriteAlarm(reception.m_outcome);
+        LogFailure(reception.m_outcome.text.GetUTF8());
+        EndReception(name);
+    }
+    m_lateConfirmationMap.erase(name);
+    while (Wait* wait = OldestWait(Awaited::kConfirmation, &name)) {
+        wait->End({false, Text((lost + " before it confirmed the copy").c_str()), 0});
+    }
+    // An outer wait ends with the inner one.
+    if (m_innermostWait != nullptr && m_innermostWait->m_isOver) {
+        m_endingCondition = 0;
+    }
+    return 0;
+}
+
+ZYLMsgFileTransfer::Wait* ZYLMsgFileTransfer::OldestWait(Awaited awaited,
+                                                         const ZYLString* application) const {
+    Wait* oldest = nullptr;
+    for (Wait* wait = m_innermostWait; wait != nullptr; wait = wait->m_outer) {
+        if (!wait->m_isOver && wait->m_awaited == awaited &&
+            (application == nullptr || wait->m_application == *application)) {
+            oldest = wait;
+        }
+    }
+    return oldest;
+}
+
+void ZYLMsgFileTransfer::LogFailure(const char* text) const {
+    if (m_logStream != stderr) {
+        Log(1, "ZYLMsgFileTransfer: %s\n", text);
+        Flush(1);
+    }
 }
 
 void ZYLMsgFileTransfer::Log(int level, const char* format, ...) const {
