@@ -113,6 +113,7 @@ TEST_F(FileFaults, AFullDiskIsReportedOnceForEachFileAndSmallFilesStillArrive) {
     Process source([&] {
         Application me("source");
         Send(me, "large", "large");
+        Tell(me.files.LastOutcome().text.GetUTF8());
         Application::Say("target", "done");
         me.ListenUntilDone();
         Send(me, "small", "small");
@@ -121,7 +122,9 @@ TEST_F(FileFaults, AFullDiskIsReportedOnceForEachFileAndSmallFilesStillArrive) {
     });
     EXPECT_EQ(source.Wait(), "status 0") << source.Output();
     EXPECT_EQ(target.Wait(), "status 0") << target.Output();
-    EXPECT_EQ(Occurrences("cannot write all of file " + m_to + "/large: ", target.Output()), 1U);
+    const std::string failure = "cannot write all of file " + m_to + "/large: ";
+    EXPECT_EQ(Occurrences(failure, target.Output()), 1U);
+    EXPECT_THAT(source.Output(), HasSubstr("target reports: " + failure));
     EXPECT_THAT(target.Output(), HasSubstr("\na prefix\n"));
     EXPECT_THAT(target.Output(), HasSubstr("\nwhole\n"));
 }
