@@ -37,18 +37,18 @@ class ZYLMsgFileTransferType;
 /// bytes, a completion for no file) are fatal errors; a line on standard error says what to look for when a
 /// chunk or a completion comes from an application that has no file open.
 ///
-/// A file is held while SendFile or ISendFile sends it, or a ReceiveFile of another application has it sent:
-/// no engine that works under the same file system opens it as a target meanwhile, by whatever name, so that
-/// a file that is sent onto itself keeps its bytes. SendFile holds it until it returns, but lets it go for a
-/// file that another application sends here once all of it is sent: two applications may exchange a file.
-/// After ISendFile the receiver may write a short file, of which all is on the way, with its own bytes again.
-/// Nothing is held where the file system has no locks, and nothing keeps other programs from the file.
+/// A source file is held while it is sent: meanwhile no engine that reaches it, by whatever name, opens it as
+/// a target, so that a file that is sent onto itself keeps its bytes. SendFile holds it until it returns;
+/// once all of it is sent, a file that another application sends to this engine may replace it all the same,
+/// so that two applications can exchange a file. After ISendFile the receiver may still write a short file,
+/// all of which is on its way, with its own bytes. Nothing is held where the file system has no locks, and
+/// other programs are not kept from the file.
 ///
 /// Diagnostics go to the log stream: the course of a transfer and the first failed write of each file at
-/// level 1, each chunk and each file opened at level 4. A verbosity of n writes the lines of the levels up to
-/// n. The first failure of each file that this application opens, reads or writes, and a file that is
-/// incomplete because its source was lost, are a line on standard error at once, whatever the verbosity; a
-/// log stream that is `stderr` does not get that line twice.
+/// level 1, each chunk, each file opened and what the other side reports at level 4. A verbosity of n writes
+/// the lines of the levels up to n. The first failure of each file that this application opens, reads or
+/// writes, and a file that is incomplete because its source was lost, are a line on standard error at once,
+/// whatever the verbosity; a log stream that is `stderr` does not get that line twice.
 class ZYLMSGMODULES_EXPORT ZYLMsgFileTransfer {
   public:
     /// `logStream` is not owned and must outlive the engine. Without one, lines go to standard error.

@@ -5,7 +5,7 @@
 #include "ZYLString.h"
 
 /// The steps of the file-transfer protocol: the values of ZYLMsgFileTransferData::m_dataType. A receiver
-/// ignores any other value.
+/// ignores any other value. A completion of a transfer that failed has the reason in m_targetFileName.
 enum DataTypeEnm : int {
     /// To the source: send me the file of the eight strings.
     FILE_TRANSFER_SEND_REQUEST = 1,

@@ -242,7 +242,7 @@ TEST_F(FileTransfer, AFileSentOntoItselfKeepsItsBytes) {
     Write(In(), Pattern(200'000));
     fs::create_symlink(In(), Out());
     Run(kSendFile);
-    const std::string held = ": it is being sent at this moment, and a file cannot be copied onto itself";
+    const std::string held = ": it is being sent at this moment, and would be emptied before it is read";
     EXPECT_EQ(Outcome("S"), "T reports: cannot open file /T/job/out" + held + " after 200000");
     Run(kISendFile);  // the short file is on its way already
     EXPECT_EQ(Outcome("S"), "ok after 200000");
@@ -370,7 +370,9 @@ TEST_F(FileTransfer, BrokenProtocolEndsTheReceiver) {
     for (const auto& [breach, line, fatal] : cases) {
         EXPECT_DEATH(breach(), Death(line, fatal));
     }
+    close(engine.m_receiveFileMap.begin()->second);
     engine.ReceiveISendCompletion("S");
+    EXPECT_THAT(engine.LastOutcome().text.GetUTF8(), HasSubstr("/out: Bad file descriptor"));
 }
 
 TEST_F(FileTransfer, LostContentMessageIsFatalWhereverItIsNeeded) {

@@ -39,9 +39,10 @@ ZYLString Text(const char* utf8) {
     return ZYLString::BuildFromUTF8(utf8);
 }
 
-// A text from outside, bounded and on one line.
+// A text from outside, bounded and on one line; null counts as "".
 std::string Printable(const char* text) {
     std::string result;
+    text = text == nullptr ? "" : text;
     for (; *text != '\0' && result.size() < kLongestText; ++text) {
         const auto byte = static_cast<unsigned char>(*text);
         if (byte >= 0x20 && byte != 0x7F) {
@@ -55,10 +56,11 @@ std::string Printable(const char* text) {
     return *text == '\0' ? result : result + "...";
 }
 
-const char* OpenReason(int openError) {
-    return openError == EBUSY   ? "it is being sent at this moment, and a file cannot be copied onto itself"
-           : openError == EXDEV ? "it is not in an allowed directory"
-                                : strerror(openError);
+std::string OpenFailure(const std::string& start, const char* fileName, const char* end, int openError) {
+    return start + " file " + Printable(fileName) + end + ": " +
+           (openError == EBUSY   ? "it is being sent at this moment, and would be emptied before it is read"
+            : openError == EXDEV ? "it is not in an allowed directory"
+                                 : strerror(openError));
 }
 
 void SetFailure(ZYLMsgFileTransferOutcome& outcome, const std::string& text) {
@@ -141,14 +143,10 @@ struct ZYLMsgFileTransfer::Wait {
           m_outer(engine.m_innermostWait),
           m_awaited(awaited),
           m_application(Text(application)) {
+        SetFailure(m_outcome,
+                   "the wait ended with another transfer, before application " + Printable(application) +
+                       (awaited == Awaited::kFile ? " had sent all of the file" : " had confirmed the copy"));
         engine.m_innermostWait = this;
-        const std::string name = "application " + Printable(application);
-        m_outcome = {
-            false,
-            Text(("the wait ended with another transfer, before " + name +
-                  (awaited == Awaited::kFile ? " had sent all of the file" : " had confirmed the copy"))
-                     .c_str()),
-            0};
     }
     ~Wait() { m_engine.m_innermostWait = m_outer; }
     Wait(const Wait&) = delete;
@@ -291,6 +289,7 @@ int ZYLMsgFileTransfer::ReceiveFile(const char* sourceApplication, const char* s
 
 void ZYLMsgFileTransfer::OpenOwnTarget(const char* sourceApplication, const ZYLString& source,
                                        const char* targetApplication, const ZYLString& target) {
+    ReleaseSentFiles(sourceApplication);
     const bool isSourceHere = IsInThisProcess(sourceApplication, targetApplication);
     const HeldFile held(isSourceHere ? ZYLBasFileOps::Open(source.GetUTF8(), kReadBinary, 0) : -1);
     OpenFile(sourceApplication, target.GetUTF8(), false);
@@ -341,9 +340,10 @@ int ZYLMsgFileTransfer::SendContent(Opener open, const char* sourceApplication, 
     for (ReadChunk(); m_contentMsg->Data().m_chunkSize > 0; ReadChunk()) {
         SendChunk(targetApplication);
     }
+    const int readError = errno;
     if (m_fileId >= 0 && m_contentMsg->Data().m_chunkSize < 0) {
-        const std::string reason = strerror(errno);
-        SetFailure(m_lastOutcome, "cannot read all of file " + Printable(path.GetUTF8()) + ": " + reason);
+        SetFailure(m_lastOutcome,
+                   "cannot read all of file " + Printable(path.GetUTF8()) + ": " + strerror(readError));
         WriteAlarm(m_lastOutcome);
     }
     CloseFile(m_fileId);
@@ -354,7 +354,7 @@ int ZYLMsgFileTransfer::SendContent(Opener open, const char* sourceApplication, 
 int ZYLMsgFileTransfer::OpenFile(const char* applicationId, const char* fileName, bool isSender) {
     const int fileId = ZYLBasFileOps::Open(fileName, FlagsFor(isSender), kOwnerReadsAndWritesGroupReads);
     return KeepFile(applicationId, fileName, isSender, fileId,
-                    fileId >= 0 ? "" : "cannot open file " + Printable(fileName) + ": " + OpenReason(errno));
+                    fileId >= 0 ? "" : OpenFailure("cannot open", fileName, "", errno));
 }
 
 int ZYLMsgFileTransfer::OpenRequestedFile(const char* applicationId, const char* fileName, bool isSender) {
@@ -365,8 +365,8 @@ int ZYLMsgFileTransfer::OpenRequestedFile(const char* applicationId, const char*
     if (fileId >= 0) {
         return KeepFile(applicationId, fileName, isSender, fileId, "");
     }
-    const std::string failure = std::string("refused to ") + (isSender ? "read" : "write") + " file " +
-                                Printable(fileName) + " as another application asks: " + OpenReason(errno);
+    const std::string failure = OpenFailure(isSender ? "refused to read" : "refused to write", fileName,
+                                            " as another application asks", errno);
     KeepFile(applicationId, fileName, isSender, fileId, failure);
     LogFailure(failure.c_str());
     if (!isSender) {
@@ -688,7 +688,7 @@ int ZYLMsgFileTransfer::ApplicationLost(const char* application) {
     while (Wait* wait = OldestWait(Awaited::kConfirmation, &name)) {
         wait->End({false, Text((lost + " before it confirmed the copy").c_str()), 0});
     }
-    // An outer wait ends with the inner one.
+    // Of an outer wait the condition is met when the inner one has ended.
     if (m_innermostWait != nullptr && m_innermostWait->m_isOver) {
         m_endingCondition = 0;
     }
