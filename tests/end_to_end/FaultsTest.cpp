@@ -18,7 +18,6 @@
 #include "ZYLMsgBBAPI.h"
 
 using ::testing::HasSubstr;
-using ::testing::Not;
 
 namespace {
 
@@ -127,32 +126,6 @@ TEST_F(FileFaults, AFullDiskIsReportedOnceForEachFileAndSmallFilesStillArrive) {
     EXPECT_THAT(source.Output(), HasSubstr("target reports: " + failure));
     EXPECT_THAT(target.Output(), HasSubstr("\na prefix\n"));
     EXPECT_THAT(target.Output(), HasSubstr("\nwhole\n"));
-}
-
-TEST_F(FileFaults, ATargetThatCannotBeMadeIsNamedAndTheNextFileIsWhole) {
-    std::filesystem::create_directory(m_to + "/directory");
-    const std::pair<std::string, std::string> targets[] = {{"missing/file", "No such file or directory"},
-                                                           {"directory", "Is a directory"}};
-    Process target([] {
-        Application("target", nullptr, nullptr, 1).ListenUntilDone();
-        return 0;
-    });
-    Process source([&] {
-        Application me("source");
-        for (const auto& [name, reason] : targets) {
-            Send(me, "good", name);
-            Send(me, "good", "next");
-        }
-        Application::Say("target", "done");
-        return 0;
-    });
-    EXPECT_EQ(source.Wait(), "status 0") << source.Output();
-    EXPECT_EQ(target.Wait(), "status 0") << target.Output();
-    for (const auto& [name, reason] : targets) {
-        const std::string line = "cannot open file " + m_to + "/" + name + ": " + reason;
-        EXPECT_EQ(Occurrences(line, target.Output()), 1U) << line;
-    }
-    EXPECT_SAME_FILE(m_from + "/good", m_to + "/next");
 }
 
 TEST_F(FileFaults, ASourceThatGrowsAndShrinksWhileItIsSentGivesAPrefixOfIt) {

@@ -86,6 +86,7 @@ class KilledPeer : public Soak {
                 me.files.ReceiveFile("receiver", m_from.c_str(), "", file.c_str(), "sender", m_to.c_str(), "",
                                      copy.c_str());
             }
+            m_tally.errors += me.files.LastOutcome().ok ? 0 : 1;
             Tell("whole " + copy);
         }
         Application::Say("receiver", "done");

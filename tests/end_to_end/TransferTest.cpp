@@ -75,47 +75,6 @@ TEST_P(Transfer, CopiesFilesOfEverySizeByteForByte) {
 INSTANTIATE_TEST_SUITE_P(EachFlow, Transfer, ::testing::ValuesIn(kFlows),
                          [](const auto& flow) { return flow.param.name; });
 
-TEST_F(EndToEnd, OneTargetReceivesFromTwoSourcesAtOnce) {
-    const std::string sources[] = {"left", "right"};
-    for (const std::string& source : sources) {
-        for (const char* file : {"/1", "/2", "/3"}) {
-            MakeFile(m_directory / source + file, (5 << 20) + 1);
-        }
-        std::filesystem::create_directory(m_directory / ("from " + source));
-    }
-    Process target([&] {
-        Application me("target");
-        me.ListenUntilDone(2);
-        for (const std::string& source : sources) {
-            Application::Say(source, "done");
-        }
-        me.ListenUntilDone(4);
-        return 0;
-    });
-    const auto send = [&](const std::string& source) {
-        Application me(source);
-        Application::Say("target", "done");
-        me.ListenUntilDone();  // both are there
-        const std::string from = m_directory / source;
-        const std::string to = m_directory / ("from " + source);
-        me.files.ISendFile(source.c_str(), from.c_str(), "", "1", "target", to.c_str(), "", "1");
-        me.files.SendFile(source.c_str(), from.c_str(), "", "2", "target", to.c_str(), "", "2");
-        me.files.ISendFile(source.c_str(), from.c_str(), "", "3", "target", to.c_str(), "", "3");
-        Application::Say("target", "done");
-        return 0;
-    };
-    Process left([&] { return send("left"); });
-    Process right([&] { return send("right"); });
-    EXPECT_EQ(left.Wait(), "status 0") << left.Output();
-    EXPECT_EQ(right.Wait(), "status 0") << right.Output();
-    EXPECT_EQ(target.Wait(), "status 0") << target.Output();
-    for (const std::string& source : sources) {
-        for (const char* file : {"/1", "/2", "/3"}) {
-            EXPECT_SAME_FILE(m_directory / source + file, m_directory / ("from " + source) + file);
-        }
-    }
-}
-
 TEST_F(EndToEnd, AFileSentOntoItselfKeepsItsBytes) {
     const std::string directory = m_directory.Path();
     const char* const here = directory.c_str();
