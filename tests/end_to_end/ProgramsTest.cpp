@@ -2,12 +2,19 @@
 
 #include <gmock/gmock.h>
 #include <signal.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <regex>
 
 #include "Application.h"
+#include "MessageLine.h"
 #include "Process.h"
+#include "ZYLFeaBackbone.h"
 
+using ::testing::AllOf;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -97,29 +104,98 @@ std::vector<std::string> Zylmsg(const std::vector<std::string>& arguments) {
     return command;
 }
 
+/// The lines without the time that each begins with.
+std::string WithoutTimes(const std::string& lines) {
+    return std::regex_replace(lines, std::regex("(^|\n)\\d\\d:\\d\\d:\\d\\d\\.\\d\\d\\d "), "$1");
+}
+
 TEST_F(EndToEnd, ZylmsgSendsStringsAndKillsThatZylmsgPrints) {
-    Process listener({Program("zylmsg"), "--domain", "job", "listen", "me", "--count", "3"});
+    Process listener({Program("zylmsg"), "listen", "me", "--domain", "job", "--count", "3"});
     const struct {
         std::vector<std::string> arguments;
-        const char* lastLine;
+        const char* line;
     } operations[] = {
-        {{"send", "me", "Hi!"}, "data[2]: !"},
-        {{"kill", "me"}, ">SOFT_KILL</Kill>"},
-        {{"kill", "--hard", "me"}, ">HARD_KILL</Kill>"},
+        {{"send", "me", "Hi!\n"}, "ZYLMsgStringType (4 bytes): \"Hi!\\n\""},
+        {{"kill", "me"}, "ZYLMsgProcessControlType (80 bytes): SOFT_KILL"},
+        {{"kill", "--hard", "me"}, "ZYLMsgProcessControlType (80 bytes): HARD_KILL"},
     };
-    for (const auto& [arguments, lastLine] : operations) {
+    std::string lines;
+    for (const auto& [arguments, line] : operations) {
         Process operation(Zylmsg(arguments));
         EXPECT_EQ(operation.Wait(), "status 0") << operation.Output();
         EXPECT_EQ(operation.Output(), "");
-        listener.AwaitLine(lastLine);  // nothing orders the messages of different processes
+        listener.AwaitLine(line);  // nothing orders the messages of different processes
+        lines += std::string("operator ") + line + '\n';
     }
     EXPECT_EQ(listener.Wait(), "status 0");
-    const std::string head = "ZYLMsgPrintingHandler::HandleMessage -- id operator\nMessage Type: ";
-    const std::string kill = head +
-                             "ZYLMsgProcessControlType\n   Content: <?xml version=\"1.0\" "
-                             "encoding=\"utf-8\"?><Kill type=\"symconst\">";
-    EXPECT_EQ(listener.Output(), head + "ZYLMsgStringType\n   size: 3\n   data[0]: H\n   data[2]: !\n" +
-                                     kill + "SOFT_KILL</Kill>\n" + kill + "HARD_KILL</Kill>\n");
+    EXPECT_EQ(WithoutTimes(listener.Output()), lines);
+}
+
+/// A message as the backbone carries it; its callbacks carry no object along.
+struct Raw {
+    const char* type;
+    std::string bytes;
+    const char* line;
+};
+const Raw* g_raw = nullptr;
+
+void SendRaw(const Raw& message, const char* target) {
+    g_raw = &message;
+    SendRequest(
+        Domain(), target,
+        [](void* buffer, int size) {
+            g_raw->bytes.copy(static_cast<char*>(buffer), static_cast<std::size_t>(size));
+        },
+        [] { return static_cast<int>(g_raw->bytes.size()); }, [] { return g_raw->type; });
+}
+
+TEST_F(EndToEnd, ZylmsgListsWhatNobodyKnowsAndWhatMakesNoSense) {
+    using namespace std::string_literals;
+    const std::string id = "\1\0\0\0x"s;
+    const std::string longest(kShownBytes, 'a');
+    const std::string cut = "x ZYLMsgStringType (401 bytes): \"" + longest + "\"...";
+    const Raw messages[] = {
+        {"Strain", id + "\0\x7f\xff 0123456789abcdef"s,
+         "x Strain (20 bytes): first bytes 00 7f ff 20 30 31 32 33 34 35 36 37 38 39 61 62 ..."},
+        {"Bell\a", id, "x Bell\\x07 (0 bytes): no bytes"},
+        {"ZYLMsgStringType", "", "? ZYLMsgStringType (0 bytes): no proper envelope, no bytes"},
+        {"ZYLMsgStringType", "\1\0\0"s,
+         "? ZYLMsgStringType (3 bytes): no proper envelope, first bytes 01 00 00"},
+        {"ZYLMsgStringType", "\xff\xff\xff\xffx",
+         "? ZYLMsgStringType (5 bytes): no proper envelope, first bytes ff ff ff ff 78"},
+        {"ZYLMsgStringType", "\2\0\0\0x"s,
+         "? ZYLMsgStringType (5 bytes): no proper envelope, first bytes 02 00 00 00 78"},
+        {"ZYLMsgStringType",
+         id + "\\\t\x1b[2J \u00e4\u20ac\U0001f600 \xc2\x9b \xe0\x80\x80 \xf5\x80 \xe2\x82",
+         "x ZYLMsgStringType (29 bytes): \"\\\\\\t\\x1b[2J \u00e4\u20ac\U0001f600 \\xc2\\x9b \\xe0\\x80\\x80 "
+         "\\xf5\\x80 "
+         "\\xe2\\x82\""},
+        {"ZYLMsgStringType", id + longest + "b", cut.c_str()},
+        {"ZYLMsgAnalysisMessageType", id + "\4\0\0\0<a/>"s, "x ZYLMsgAnalysisMessageType (8 bytes): <a/>"},
+        {"ZYLMsgAnalysisMessageType", id + "\5\0\0\0<a/>"s,
+         "x ZYLMsgAnalysisMessageType (8 bytes): first bytes 05 00 00 00 3c 61 2f 3e"},
+        {"ZYLMsgProcessControlType", id + "\4\0\0\0<a/>"s, "x ZYLMsgProcessControlType (8 bytes): <a/>"},
+        {"ZYLMsgProcessControlType", id + "\1\0"s, "x ZYLMsgProcessControlType (2 bytes): first bytes 01 00"},
+        {"ZYLMsgFileTransferType", id + "\3\0\0\0"s + std::string(32, '\0') + "\7\0\0\0\2\0\0\0ab"s,
+         "x ZYLMsgFileTransferType (46 bytes): chunk 7 of 2 bytes"},
+        {"ZYLMsgFileTransferType", id + "\6\0\0\0\xff"s,
+         "x ZYLMsgFileTransferType (5 bytes): first bytes 06 00 00 00 ff"},
+    };
+    Process sender([&] {
+        for (const Raw& message : messages) {
+            SendRaw(message, "me");
+        }
+        return 0;
+    });
+    Process listener(
+        {Program("zylmsg"), "--domain=job", "listen", "me", "--count", std::to_string(std::size(messages))});
+    EXPECT_EQ(sender.Wait(), "status 0");
+    EXPECT_EQ(listener.Wait(), "status 0");
+    std::string lines;
+    for (const Raw& message : messages) {
+        lines += std::string(message.line) + '\n';
+    }
+    EXPECT_EQ(WithoutTimes(listener.Output()), lines);
 }
 
 TEST_F(EndToEnd, ZylmsgPutsAFileAndWaitsForTheConfirmation) {
@@ -142,7 +218,7 @@ TEST_F(EndToEnd, ZylmsgPutEndsWhenTheTargetIsKilledBeforeItConfirms) {
     MakeFile(m_directory / "data", 10);
     Process target({Program("zylmsg"), "--domain", "job", "listen", "target"});
     Process put(Zylmsg({"put", m_directory / "data", "target"}));
-    target.AwaitLine("id operator");
+    target.AwaitLine(" operator ZYLMsgFileTransferType");
     target.Kill(SIGKILL);
     EXPECT_EQ(put.Wait(), "status 3");
     EXPECT_THAT(put.Output(), HasSubstr("gone before it confirmed the file"));
@@ -151,25 +227,67 @@ TEST_F(EndToEnd, ZylmsgPutEndsWhenTheTargetIsKilledBeforeItConfirms) {
 TEST_F(EndToEnd, ZylmsgTellsByItsStatusWhatFailed) {
     setenv("ZYL_BACKBONE_CONNECT_TIMEOUT", "0.1", 1);
     MakeFile(m_directory / "data", 10);
+    std::string closed = m_directory / "closed";
+    MakeFile(closed, 10);
+    std::filesystem::permissions(closed, std::filesystem::perms::none);
+    if (access(closed.c_str(), R_OK) == 0) {
+        closed = "/sys/bus/cpu/drivers_probe";  // root may read everything but what the kernel only takes
+    }
     const struct {
         std::vector<std::string> arguments;
         const char* status;
         const char* text;
     } cases[] = {
         {{}, "status 2", "subcommand is required"},
+        {{"lisen", "me"}, "status 2", "zylmsg: no such subcommand 'lisen'; did you mean 'listen'?\n"},
+        {{"frobnicate"}, "status 2", "zylmsg: no such subcommand 'frobnicate'\n"},
+        {{"listen", "me", "--cuont", "1"}, "status 2", "no such option '--cuont'; did you mean '--count'?\n"},
         {{"send", "nobody"}, "status 2", "text is required"},
         {{"listen", "me", "--count", "0"}, "status 2", "--count"},
         {{"--help"}, "status 0", "Subcommands:"},
+        {{"--version"}, "status 0", "zylmsg 1."},
         {{"send", "nobody", "text"}, "status 3", "is dropped: it did not come in time"},
         {{"kill", "nobody"}, "status 3", "is dropped: it did not come in time"},
         {{"put", m_directory / "data", "nobody"}, "status 3", "nobody has not come"},
         {{"put", m_directory / "missing", "nobody"}, "status 4", "No such file"},
-        {{"put", m_directory.Path(), "nobody"}, "status 4", "no readable regular file"},
+        {{"put", m_directory.Path(), "nobody"}, "status 4", "no regular file"},
+        {{"put", closed, "nobody"},
+         "status 4",
+         std::filesystem::exists(closed) ? "Permission denied" : "No such"},
     };
     for (const auto& [arguments, status, text] : cases) {
         Process zylmsg(Zylmsg(arguments));
         EXPECT_EQ(zylmsg.Wait(), status) << zylmsg.Output();
         EXPECT_THAT(zylmsg.Output(), HasSubstr(text));
+    }
+}
+
+TEST_F(EndToEnd, ZylmsgEndsWithOneLineWhereItCannotWork) {
+    Process holder({Program("zylmsg"), "--domain=job", "listen", "taken"});
+    EXPECT_EQ(Process(Zylmsg({"send", "taken", "Are you there?"})).Wait(), "status 0");
+    MakeFile(m_directory / "file", 10);
+    std::filesystem::create_directory(m_directory / "open");
+    std::filesystem::permissions(m_directory / "open", std::filesystem::perms::all);
+    const struct {
+        std::string setting;
+        const char* text;
+    } cases[] = {
+        {"ZYL_BACKBONE=local", "'taken'"},
+        {"ZYL_BACKBONE_DIR=" + (m_directory / "file"), "Not a directory"},
+        {"ZYL_BACKBONE_DIR=" + (m_directory / "open"), "others may use it too"},
+        {"ZYL_BACKBONE_DIR=here", "it must be an absolute path"},
+        {"ZYL_BACKBONE_CONNECT_TIMEOUT=soon", "it must be a number of seconds"},
+    };
+    for (const auto& [setting, text] : cases) {
+        for (const std::vector<std::string>& arguments :
+             std::vector<std::vector<std::string>>{{"listen", "taken"}, {"kill", "x", "--as", "taken"}}) {
+            std::vector<std::string> command{"/usr/bin/env", setting, Program("zylmsg"), "--domain=job"};
+            command.insert(command.end(), arguments.begin(), arguments.end());
+            Process zylmsg(command);
+            EXPECT_EQ(zylmsg.Wait(), "status 1");
+            EXPECT_THAT(zylmsg.Output(), AllOf(HasSubstr(text), EndsWith("\n")));
+            EXPECT_EQ(std::count(zylmsg.Output().begin(), zylmsg.Output().end(), '\n'), 1);
+        }
     }
 }
 

@@ -1,0 +1,128 @@
+#include "BodyText.h"
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <optional>
+
+#include "MessageLine.h"
+#include "WireBytes.h"
+#include "ZYLBasXmlDocument.h"
+#include "ZYLMsgFileTransferData.h"
+
+namespace {
+
+/// The type and the meaning of a foreign message are told by its first bytes, if at all.
+constexpr std::size_t kFirstBytes = 16;
+
+std::string FirstBytes(std::string_view body) {
+    if (body.empty()) {
+        return "no bytes";
+    }
+    std::string text = "first bytes";
+    for (const char byte : body.substr(0, kFirstBytes)) {
+        std::array<char, 4> hex{};
+        std::snprintf(hex.data(), hex.size(), " %02x", static_cast<unsigned char>(byte));
+        text += hex.data();
+    }
+    return text + (body.size() > kFirstBytes ? " ..." : "");
+}
+
+/// A kill request's value; of any other document nothing.
+std::optional<std::string> KillValue(std::string_view document) {
+    ZYLBasXmlDocument xml;
+    ZYLBasXmlNode root;
+    if (xml.ReadBytes(document.data(), document.size()) != S_OK || xml.GetDom(root) != S_OK) {
+        return std::nullopt;
+    }
+    ZYLString name;
+    ZYLString value;
+    root.GetTagName(name);
+    root.GetValue(value);
+    return name == "Kill" ? std::optional(Printable(value.GetUTF8())) : std::nullopt;
+}
+
+std::optional<std::string> DocumentText(std::string_view body) {
+    WireBytes bytes(body);
+    const std::optional<std::string_view> document = bytes.String();
+    return document ? std::optional(Printable(*document)) : std::nullopt;
+}
+
+std::optional<std::string> KillText(std::string_view body) {
+    WireBytes bytes(body);
+    const std::optional<std::string_view> document = bytes.String();
+    const std::optional<std::string> value = document ? KillValue(*document) : std::nullopt;
+    return value ? value : DocumentText(body);
+}
+
+std::string StepName(int step) {
+    switch (step) {
+        case FILE_TRANSFER_SEND_REQUEST:
+            return "wants a file";
+        case FILE_TRANSFER_RECEIVE_REQUEST:
+            return "a file follows";
+        case FILE_TRANSFER_CHUNK:
+            return "chunk";
+        case FILE_TRANSFER_SEND_COMPLETION:
+            return "the file is complete, to be confirmed";
+        case FILE_TRANSFER_ISEND_COMPLETION:
+            return "the file is complete";
+        case FILE_TRANSFER_RECEIVE_COMPLETION:
+            return "confirms the file";
+        default:
+            return "unknown step " + std::to_string(step);
+    }
+}
+
+/// One side of a transfer: its application and what of its file's name is given. Nothing when all is empty.
+std::string SideText(const char* side, const std::array<std::string_view, 4>& strings) {
+    std::filesystem::path file;
+    for (const std::string_view part : {strings[1], strings[2], strings[3]}) {
+        if (!part.empty()) {
+            file /= part;
+        }
+    }
+    std::string text = strings[0].empty() ? "" : ' ' + Printable(strings[0]);
+    text += file.empty() ? "" : ' ' + Quoted(file.string());
+    return text.empty() ? text : std::string(", ") + side + text;
+}
+
+std::optional<std::string> FileTransferText(std::string_view body) {
+    WireBytes bytes(body);
+    const std::optional<int> step = bytes.Int();
+    std::array<std::string_view, 8> strings;
+    for (std::string_view& string : strings) {
+        const std::optional<std::string_view> next = bytes.String();
+        if (!next) {
+            return std::nullopt;
+        }
+        string = *next;
+    }
+    const std::optional<int> chunk = bytes.Int();
+    const std::optional<int> size = bytes.Int();
+    if (!step || !chunk || !size) {
+        return std::nullopt;
+    }
+    std::string text = StepName(*step);
+    if (*step == FILE_TRANSFER_CHUNK) {
+        text += ' ' + std::to_string(*chunk) + " of " + std::to_string(*size) + " bytes";
+    }
+    return text + SideText("from", {strings[0], strings[1], strings[2], strings[3]}) +
+           SideText("to", {strings[4], strings[5], strings[6], strings[7]});
+}
+
+}  // namespace
+
+std::string BodyText(std::string_view type, std::string_view body) {
+    std::optional<std::string> text;
+    if (type == "ZYLMsgStringType") {
+        text = Quoted(body);
+    } else if (type == "ZYLMsgAnalysisMessageType") {
+        text = DocumentText(body);
+    } else if (type == "ZYLMsgProcessControlType") {
+        text = KillText(body);
+    } else if (type == "ZYLMsgFileTransferType") {
+        text = FileTransferText(body);
+    }
+    return text.value_or(FirstBytes(body));
+}
