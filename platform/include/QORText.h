@@ -16,9 +16,13 @@ class ZYLPLATFORM_EXPORT QORText {
     /// `text` itself; null counts as the empty text.
     static const char* OrEmpty(const char* text) { return text != nullptr ? text : ""; }
 
-    /// `text` between single quotes, safe to print on one line: control characters as \xNN for each of their
-    /// bytes, and "..." in place of what comes after the first kQuotedLength bytes. Raises std::bad_alloc.
-    static std::string Quoted(std::string_view text);
+    /// `text` safe to print on one line, whatever the terminal: UTF-8 as it is, a backslash as \\, and the
+    /// bytes of control characters and of what is no UTF-8 as \xNN. "..." stands in place of what comes after
+    /// the first `limit` bytes. Raises std::bad_alloc.
+    static std::string Printable(std::string_view text, std::size_t limit = kQuotedLength);
+
+    /// The same between single quotes.
+    static std::string Quoted(std::string_view text, std::size_t limit = kQuotedLength);
 };
 
 #endif

@@ -1,37 +1,62 @@
 #include "QORText.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 
 namespace {
 
-/// The bytes of the control character at the start of `text`; 0 for any other character. Those above ASCII
-/// are U+0080 to U+009F, which terminals obey too.
-std::size_t ControlCharacter(std::string_view text) {
-    const auto byte = [text](std::size_t at) { return static_cast<unsigned char>(text[at]); };
-    if (byte(0) < 0x20 || byte(0) == 0x7f) {
-        return 1;
+bool IsWithin(unsigned byte, unsigned first, unsigned last) {
+    return first <= byte && byte <= last;
+}
+
+/// The number of bytes of the UTF-8 character at the start of `text`, which is not empty, when it can be
+/// shown as it is; 0 when it must be escaped.
+std::size_t ShownCharacter(std::string_view text) {
+    const auto at = [text](std::size_t index) {
+        return index < text.size() ? static_cast<unsigned char>(text[index]) : 0U;
+    };
+    const unsigned lead = at(0);
+    if (lead < 0x80) {
+        return IsWithin(lead, 0x20, 0x7e) && lead != '\\' ? 1 : 0;
     }
-    return byte(0) == 0xc2 && text.size() > 1 && byte(1) >= 0x80 && byte(1) < 0xa0 ? 2 : 0;
+    if (!IsWithin(lead, 0xc2, 0xf4)) {
+        return 0;
+    }
+    // The second byte's range keeps out U+0080 to U+009F, which terminals obey, overlong forms, surrogates
+    // and what lies beyond the last character.
+    const unsigned first = lead == 0xc2 || lead == 0xe0 ? 0xa0 : lead == 0xf0 ? 0x90 : 0x80;
+    const unsigned last = lead == 0xed ? 0x9f : lead == 0xf4 ? 0x8f : 0xbf;
+    const std::size_t size = lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
+    for (std::size_t index = 2; index < size; ++index) {
+        if (!IsWithin(at(index), 0x80, 0xbf)) {
+            return 0;
+        }
+    }
+    return IsWithin(at(1), first, last) ? size : 0;
+}
+
+std::string Escaped(char character) {
+    if (character == '\\') {
+        return "\\\\";
+    }
+    std::array<char, 8> escape{};
+    std::snprintf(escape.data(), escape.size(), "\\x%02x", static_cast<unsigned char>(character));
+    return escape.data();
 }
 
 }  // namespace
 
-std::string QORText::Quoted(std::string_view text) {
-    std::string result = "'";
-    std::size_t escaped = 0;
-    for (std::string_view rest = text.substr(0, kQuotedLength); !rest.empty(); rest.remove_prefix(1)) {
-        if (escaped == 0) {
-            escaped = ControlCharacter(rest);
-        }
-        if (escaped > 0) {
-            --escaped;
-            std::array<char, 8> escape{};
-            std::snprintf(escape.data(), escape.size(), "\\x%02x", static_cast<unsigned char>(rest.front()));
-            result += escape.data();
-        } else {
-            result += rest.front();
-        }
+std::string QORText::Printable(std::string_view text, std::size_t limit) {
+    std::string result;
+    for (std::size_t at = 0; at < std::min(text.size(), limit);) {
+        const std::size_t size = ShownCharacter(text.substr(at));
+        result += size > 0 ? std::string(text.substr(at, size)) : Escaped(text[at]);
+        at += std::max<std::size_t>(size, 1);
     }
-    return result + (text.size() > kQuotedLength ? "...'" : "'");
+    return text.size() > limit ? result + "..." : result;
+}
+
+std::string QORText::Quoted(std::string_view text, std::size_t limit) {
+    return '\'' + Printable(text, limit) + '\'';
 }
