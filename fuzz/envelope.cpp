@@ -1,6 +1,10 @@
-// A whole received buffer of any registered type, on its way through the callback manager.
+// A whole received buffer of any registered type: shown as a line, and on its way through the callback
+// manager.
+#include <algorithm>
+#include <cctype>
 #include <cstring>
 
+#include "EnvelopeLine.h"
 #include "Messages.h"
 #include "ZYLMsgBBCallbackManager.h"
 #include "ZYLMsgBBMessageHandler.h"
@@ -37,6 +41,10 @@ void RunInput(std::string_view input) {
     }
     const std::unique_ptr<ZYLMsgBBMessage> named = NewMessage(input.front());
     input.remove_prefix(1);
+    const std::string line = EnvelopeLine(named->Type(), input);
+    Require(
+        std::none_of(line.begin(), line.end(), [](unsigned char byte) { return std::iscntrl(byte) != 0; }),
+        "a line is one line and gives no orders");
     Handler::s_received = input.size();
     ZYLMsgBBCallbackManager::HandleMessage(named->Type(), input.data(), static_cast<int>(input.size()));
 }

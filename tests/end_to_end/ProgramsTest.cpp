@@ -9,7 +9,6 @@
 #include <regex>
 
 #include "Application.h"
-#include "MessageLine.h"
 #include "Process.h"
 #include "ZYLFeaBackbone.h"
 
@@ -115,7 +114,7 @@ TEST_F(EndToEnd, ZylmsgSendsStringsAndKillsThatZylmsgPrints) {
         std::vector<std::string> arguments;
         const char* line;
     } operations[] = {
-        {{"send", "me", "Hi!\n"}, "ZYLMsgStringType (4 bytes): \"Hi!\\n\""},
+        {{"send", "me", "Hi!\n"}, "ZYLMsgStringType (4 bytes): 'Hi!\\x0a'"},
         {{"kill", "me"}, "ZYLMsgProcessControlType (80 bytes): SOFT_KILL"},
         {{"kill", "--hard", "me"}, "ZYLMsgProcessControlType (80 bytes): HARD_KILL"},
     };
@@ -152,8 +151,8 @@ void SendRaw(const Raw& message, const char* target) {
 TEST_F(EndToEnd, ZylmsgListsWhatNobodyKnowsAndWhatMakesNoSense) {
     using namespace std::string_literals;
     const std::string id = "\1\0\0\0x"s;
-    const std::string longest(kShownBytes, 'a');
-    const std::string cut = "x ZYLMsgStringType (401 bytes): \"" + longest + "\"...";
+    const std::string longest(400, 'a');
+    const std::string cut = "x ZYLMsgStringType (401 bytes): '" + longest + "...'";
     const Raw messages[] = {
         {"Strain", id + "\0\x7f\xff 0123456789abcdef"s,
          "x Strain (20 bytes): first bytes 00 7f ff 20 30 31 32 33 34 35 36 37 38 39 61 62 ..."},
@@ -167,14 +166,15 @@ TEST_F(EndToEnd, ZylmsgListsWhatNobodyKnowsAndWhatMakesNoSense) {
          "? ZYLMsgStringType (5 bytes): no proper envelope, first bytes 02 00 00 00 78"},
         {"ZYLMsgStringType",
          id + "\\\t\x1b[2J \u00e4\u20ac\U0001f600 \xc2\x9b \xe0\x80\x80 \xf5\x80 \xe2\x82",
-         "x ZYLMsgStringType (29 bytes): \"\\\\\\t\\x1b[2J \u00e4\u20ac\U0001f600 \\xc2\\x9b \\xe0\\x80\\x80 "
+         "x ZYLMsgStringType (29 bytes): '\\\\\\x09\\x1b[2J \u00e4\u20ac\U0001f600 \\xc2\\x9b "
+         "\\xe0\\x80\\x80 "
          "\\xf5\\x80 "
-         "\\xe2\\x82\""},
+         "\\xe2\\x82'"},
         {"ZYLMsgStringType", id + longest + "b", cut.c_str()},
-        {"ZYLMsgAnalysisMessageType", id + "\4\0\0\0<a/>"s, "x ZYLMsgAnalysisMessageType (8 bytes): <a/>"},
+        {"ZYLMsgAnalysisMessageType", id + "\4\0\0\0<a/>"s, "x ZYLMsgAnalysisMessageType (8 bytes): '<a/>'"},
         {"ZYLMsgAnalysisMessageType", id + "\5\0\0\0<a/>"s,
          "x ZYLMsgAnalysisMessageType (8 bytes): first bytes 05 00 00 00 3c 61 2f 3e"},
-        {"ZYLMsgProcessControlType", id + "\4\0\0\0<a/>"s, "x ZYLMsgProcessControlType (8 bytes): <a/>"},
+        {"ZYLMsgProcessControlType", id + "\4\0\0\0<a/>"s, "x ZYLMsgProcessControlType (8 bytes): '<a/>'"},
         {"ZYLMsgProcessControlType", id + "\1\0"s, "x ZYLMsgProcessControlType (2 bytes): first bytes 01 00"},
         {"ZYLMsgFileTransferType", id + "\3\0\0\0"s + std::string(32, '\0') + "\7\0\0\0\2\0\0\0ab"s,
          "x ZYLMsgFileTransferType (46 bytes): chunk 7 of 2 bytes"},
@@ -208,20 +208,25 @@ TEST_F(EndToEnd, ZylmsgPutsAFileAndWaitsForTheConfirmation) {
     });
     Process put(Zylmsg({"put", m_directory / "here/data", "target", there}));
     EXPECT_EQ(put.Wait(), "status 0") << put.Output();
+    EXPECT_EQ(put.Output(), "target has data, 70000 bytes\n");
     EXPECT_SAME_FILE(m_directory / "here/data", there + "/data");
+    Process failing(Zylmsg({"put", m_directory / "here/data", "target", there + "/missing"}));
+    EXPECT_EQ(failing.Wait(), "status 5");
+    EXPECT_THAT(failing.Output(),
+                AllOf(HasSubstr("zylmsg: target does not have data: "), HasSubstr("No such file")));
     Process done(Zylmsg({"send", "target", "done"}));
     EXPECT_EQ(target.Wait(), "status 0");
-    EXPECT_EQ(target.Output(), "operator: done\n");
+    EXPECT_THAT(target.Output(), HasSubstr("operator: done\n"));
 }
 
 TEST_F(EndToEnd, ZylmsgPutEndsWhenTheTargetIsKilledBeforeItConfirms) {
     MakeFile(m_directory / "data", 10);
     Process target({Program("zylmsg"), "--domain", "job", "listen", "target"});
     Process put(Zylmsg({"put", m_directory / "data", "target"}));
-    target.AwaitLine(" operator ZYLMsgFileTransferType");
+    target.AwaitLine("the file is complete, to be confirmed, from operator");
     target.Kill(SIGKILL);
     EXPECT_EQ(put.Wait(), "status 3");
-    EXPECT_THAT(put.Output(), HasSubstr("gone before it confirmed the file"));
+    EXPECT_THAT(put.Output(), HasSubstr("zylmsg: target does not have data: "));
 }
 
 TEST_F(EndToEnd, ZylmsgTellsByItsStatusWhatFailed) {
@@ -248,7 +253,7 @@ TEST_F(EndToEnd, ZylmsgTellsByItsStatusWhatFailed) {
         {{"--version"}, "status 0", "zylmsg 1."},
         {{"send", "nobody", "text"}, "status 3", "is dropped: it did not come in time"},
         {{"kill", "nobody"}, "status 3", "is dropped: it did not come in time"},
-        {{"put", m_directory / "data", "nobody"}, "status 3", "nobody has not come"},
+        {{"put", m_directory / "data", "nobody"}, "status 3", "zylmsg: nobody does not have data: "},
         {{"put", m_directory / "missing", "nobody"}, "status 4", "No such file"},
         {{"put", m_directory.Path(), "nobody"}, "status 4", "no regular file"},
         {{"put", closed, "nobody"},

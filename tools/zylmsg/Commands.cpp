@@ -12,6 +12,7 @@
 #include "ZYLMsgBBDisconnectHandler.h"
 #include "ZYLMsgFileTransfer.h"
 #include "ZYLMsgFileTransferHandler.h"
+#include "ZYLMsgFileTransferOutcome.h"
 #include "ZYLMsgFileTransferType.h"
 #include "ZYLMsgProcessControlType.h"
 #include "ZYLMsgProcessControlTypeFactory.h"
@@ -29,20 +30,23 @@ class TargetWatch : public ZYLMsgBBDisconnectHandler {
         if (m_target != app) {
             return;
         }
+        m_isLost = true;
         m_isDropped = m_isDropped || pid == 0;  // a peer that was there is reported with its process number
-        if (m_awaitsConfirmation) {
-            std::fprintf(stderr, "zylmsg: %s has not come, or has gone before it confirmed the file\n", app);
-            std::exit(kTargetLost);
+        if (m_transfer != nullptr) {
+            m_transfer->ApplicationLost(app);
         }
     }
 
-    void AwaitConfirmation() { m_awaitsConfirmation = true; }
+    /// The transfer must live as long as reports may come.
+    void EndWaitsOf(ZYLMsgFileTransfer& transfer) { m_transfer = &transfer; }
+    bool IsLost() const { return m_isLost; }
     /// It was not met, so a message to it is dropped.
     bool IsDropped() const { return m_isDropped; }
 
   private:
     std::string m_target;
-    bool m_awaitsConfirmation = false;
+    ZYLMsgFileTransfer* m_transfer = nullptr;
+    mutable bool m_isLost = false;
     mutable bool m_isDropped = false;
 };
 
@@ -119,12 +123,19 @@ int Put(const Identity& identity, const std::string& file, const std::string& ta
     TargetWatch watch(target);
     const int communicator = Join(identity, watch);
     ZYLMsgFileTransfer transfer(communicator, nullptr, 0);
-    watch.AwaitConfirmation();
+    watch.EndWaitsOf(transfer);
     ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(new ZYLMsgFileTransferType,
                                                       new ZYLMsgFileTransferHandler(&transfer));
     ZYLMsgBBAPI::EnableReceiveHandling(communicator, identity.name.c_str());
     const std::string name = std::filesystem::path(file).filename().string();
     transfer.SendFile(identity.name.c_str(), "", "", file.c_str(), target.c_str(), directory.c_str(), "",
                       name.c_str());
+    const ZYLMsgFileTransferOutcome& outcome = transfer.LastOutcome();
+    if (!outcome.ok) {
+        std::fprintf(stderr, "zylmsg: %s does not have %s: %s\n", target.c_str(), name.c_str(),
+                     outcome.text.GetUTF8());
+        return watch.IsLost() ? kTargetLost : kFileNotKept;
+    }
+    std::printf("%s has %s, %lld bytes\n", target.c_str(), name.c_str(), outcome.bytes);
     return kDone;
 }

@@ -1,9 +1,7 @@
 #include <cstdio>
 
-#include "BodyText.h"
 #include "Commands.h"
-#include "MessageLine.h"
-#include "WireBytes.h"
+#include "EnvelopeLine.h"
 #include "ZYLFeaBackbone.h"
 
 namespace {
@@ -15,16 +13,9 @@ struct Listening {
 };
 Listening g_listening;
 
-std::string LineOf(std::string_view type, std::string_view envelope) {
-    WireBytes bytes(envelope);
-    const std::optional<std::string_view> sender = bytes.String();
-    return sender ? MessageLine(*sender, type, bytes.Left().size(), BodyText(type, bytes.Left()))
-                  : MessageLine("?", type, envelope.size(), "no proper envelope, " + BodyText("", envelope));
-}
-
 void Receive(const char* type, const void* buffer, int size) {
     const std::string line =
-        LineOf(type, {static_cast<const char*>(buffer), static_cast<std::size_t>(size)}) + '\n';
+        EnvelopeLine(type, {static_cast<const char*>(buffer), static_cast<std::size_t>(size)}) + '\n';
     std::fwrite(line.data(), 1, line.size(), stdout);
     std::fflush(stdout);
     if (--g_listening.left == 0) {

@@ -1,4 +1,4 @@
-#include "BodyText.h"
+#include "EnvelopeLine.h"
 
 #include <array>
 #include <cstdio>
@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "MessageLine.h"
+#include "QORText.h"
 #include "WireBytes.h"
 #include "ZYLBasXmlDocument.h"
 #include "ZYLMsgFileTransferData.h"
@@ -39,13 +40,13 @@ std::optional<std::string> KillValue(std::string_view document) {
     ZYLString value;
     root.GetTagName(name);
     root.GetValue(value);
-    return name == "Kill" ? std::optional(Printable(value.GetUTF8())) : std::nullopt;
+    return name == "Kill" ? std::optional<std::string>(QORText::Printable(value.GetUTF8())) : std::nullopt;
 }
 
 std::optional<std::string> DocumentText(std::string_view body) {
     WireBytes bytes(body);
     const std::optional<std::string_view> document = bytes.String();
-    return document ? std::optional(Printable(*document)) : std::nullopt;
+    return document ? std::optional(Content(*document)) : std::nullopt;
 }
 
 std::optional<std::string> KillText(std::string_view body) {
@@ -82,8 +83,8 @@ std::string SideText(const char* side, const std::array<std::string_view, 4>& st
             file /= part;
         }
     }
-    std::string text = strings[0].empty() ? "" : ' ' + Printable(strings[0]);
-    text += file.empty() ? "" : ' ' + Quoted(file.string());
+    std::string text = strings[0].empty() ? "" : ' ' + QORText::Printable(strings[0]);
+    text += file.empty() ? "" : ' ' + QORText::Quoted(file.string());
     return text.empty() ? text : std::string(", ") + side + text;
 }
 
@@ -111,12 +112,10 @@ std::optional<std::string> FileTransferText(std::string_view body) {
            SideText("to", {strings[4], strings[5], strings[6], strings[7]});
 }
 
-}  // namespace
-
 std::string BodyText(std::string_view type, std::string_view body) {
     std::optional<std::string> text;
     if (type == "ZYLMsgStringType") {
-        text = Quoted(body);
+        text = Content(body);
     } else if (type == "ZYLMsgAnalysisMessageType") {
         text = DocumentText(body);
     } else if (type == "ZYLMsgProcessControlType") {
@@ -125,4 +124,13 @@ std::string BodyText(std::string_view type, std::string_view body) {
         text = FileTransferText(body);
     }
     return text.value_or(FirstBytes(body));
+}
+
+}  // namespace
+
+std::string EnvelopeLine(std::string_view type, std::string_view envelope) {
+    WireBytes bytes(envelope);
+    const std::optional<std::string_view> sender = bytes.String();
+    return sender ? MessageLine(*sender, type, bytes.Left().size(), BodyText(type, bytes.Left()))
+                  : MessageLine("?", type, envelope.size(), "no proper envelope, " + FirstBytes(envelope));
 }

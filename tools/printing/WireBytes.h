@@ -1,5 +1,5 @@
-#ifndef ZYLMSG_WIREBYTES_H
-#define ZYLMSG_WIREBYTES_H
+#ifndef ZYL_TOOLS_WIREBYTES_H
+#define ZYL_TOOLS_WIREBYTES_H
 
 #include <cstddef>
 #include <optional>
