@@ -1,82 +1,138 @@
 // Starts a small analysis: the monitor in DIRECTORY/monitor, where model.dat is expected, the solver in
-// DIRECTORY/solver, and the relay between them. Waits until all have ended. Its own status is 0 when theirs
-// are.
+// DIRECTORY/solver, and the relay between them, all in a domain of their own. Shows what they write, each
+// line with its program's name in front, until all have ended. Its own status is 0 when theirs are.
 
+#include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
-#include <map>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace {
 
+struct Program {
+    std::string name;
+    pid_t pid;
+    int output;        // the read end of a pipe; -1 once the program has ended
+    std::string line;  // what has come of the next one
+};
+
+[[noreturn]] void Fail(const std::string& what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
 /// Starts the program `name`, which lies beside this one, in `directory`.
-pid_t Start(const std::string& name, const std::filesystem::path& directory,
-            const std::vector<std::string>& arguments) {
-    const auto program = std::filesystem::canonical("/proc/self/exe").replace_filename(name).string();
+Program Start(const std::string& name, const std::filesystem::path& directory,
+              const std::vector<std::string>& arguments) {
+    const auto path = std::filesystem::canonical("/proc/self/exe").replace_filename(name).string();
     std::filesystem::create_directories(directory);
-    std::vector<char*> argv{const_cast<char*>(program.c_str())};
+    std::vector<char*> argv{const_cast<char*>(path.c_str())};
     for (const std::string& argument : arguments) {
         argv.push_back(const_cast<char*>(argument.c_str()));
     }
     argv.push_back(nullptr);
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+        Fail("cannot make a pipe");
+    }
     const pid_t pid = fork();
     if (pid < 0) {
-        std::perror("launcher: cannot start a process");
-        std::exit(EXIT_FAILURE);
+        Fail("cannot start a process");
     }
     if (pid == 0) {
+        dup2(ends[1], STDOUT_FILENO);
+        dup2(ends[1], STDERR_FILENO);
         if (chdir(directory.c_str()) == 0) {
-            execv(program.c_str(), argv.data());
+            execv(path.c_str(), argv.data());
         }
-        std::perror(("launcher: cannot start " + program).c_str());
+        std::perror(path.c_str());
         _exit(127);
     }
+    close(ends[1]);
     std::printf("launcher: %s is process %d\n", name.c_str(), pid);
-    return pid;
+    return {name, pid, ends[0], {}};
 }
 
-/// Waits for all. That a solver is killed, the others notice by themselves; any other failure takes them
-/// along, for they may be waiting for an application that has never come.
-int AwaitAll(std::map<pid_t, std::string> running) {
-    int failures = 0;
-    while (!running.empty()) {
-        int status = 0;
-        const auto ended = running.extract(waitpid(-1, &status, 0));
-        if (ended.empty() || status == 0) {
-            continue;
-        }
-        ++failures;
-        const std::string& name = ended.mapped();
-        std::printf("launcher: %s ended with %s %d\n", name.c_str(),
-                    WIFSIGNALED(status) ? "signal" : "status",
-                    WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status));
-        if (name == "solver" && WIFSIGNALED(status)) {
-            continue;
-        }
-        for (const auto& [pid, other] : running) {
-            kill(pid, SIGTERM);
+/// Shows the lines that have come. False at the end of the output.
+bool ShowOutput(Program& program) {
+    std::array<char, 4096> bytes{};
+    const ssize_t count = read(program.output, bytes.data(), bytes.size());
+    program.line.append(bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    if (count <= 0 && !program.line.empty()) {
+        program.line += '\n';
+    }
+    for (std::size_t end = 0; (end = program.line.find('\n')) != std::string::npos;) {
+        std::printf("%s: %s\n", program.name.c_str(), program.line.substr(0, end).c_str());
+        program.line.erase(0, end + 1);
+    }
+    return count > 0;
+}
+
+/// Waits for a program whose output has ended. That a solver is killed, the others notice by themselves; any
+/// other failure takes them along, for they may be waiting for an application that has never come.
+bool HasSucceeded(Program& ended, const std::vector<Program>& programs) {
+    close(ended.output);
+    ended.output = -1;
+    int status = 0;
+    waitpid(ended.pid, &status, 0);
+    if (status == 0) {
+        return true;
+    }
+    std::printf("launcher: %s ended with %s %d\n", ended.name.c_str(),
+                WIFSIGNALED(status) ? "signal" : "status",
+                WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status));
+    for (const Program& program : programs) {
+        if (program.output >= 0 && !(ended.name == "solver" && WIFSIGNALED(status))) {
+            kill(program.pid, SIGTERM);
         }
     }
-    return failures;
+    return false;
+}
+
+/// Shows what all programs write until they have ended. True when all were successful.
+bool AwaitAll(std::vector<Program> programs) {
+    bool allSucceeded = true;
+    for (;;) {
+        std::vector<pollfd> outputs;
+        outputs.reserve(programs.size());
+        for (const Program& program : programs) {
+            outputs.push_back({program.output, POLLIN, 0});  // a negative one is passed over
+        }
+        if (std::all_of(programs.begin(), programs.end(), [](const Program& p) { return p.output < 0; })) {
+            return allSucceeded;
+        }
+        poll(outputs.data(), outputs.size(), -1);
+        for (std::size_t at = 0; at < programs.size(); ++at) {
+            if (outputs[at].revents != 0 && !ShowOutput(programs[at])) {
+                allSucceeded = HasSucceeded(programs[at], programs) && allSucceeded;
+            }
+        }
+    }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) try {
     std::filesystem::path directory;
+    std::string domain = "analysis-" + std::to_string(getpid());
     std::string steps = "10";
     std::string pauseAt = "1000";  // never
     std::string stopAt = "1000";   // never
     CLI::App options("Runs an analysis.");
     options.add_option("directory", directory, "where it works")->required();
+    options.add_option("--domain", domain,
+                       "where its programs meet (default: analysis-<this process's number>)");
     options.add_option("--steps", steps, "number of the solver's steps");
     options.add_option("--pause-at", pauseAt,
                        "at this percentage, the solver waits until a stop is asked for");
@@ -84,11 +140,14 @@ int main(int argc, char** argv) try {
     CLI11_PARSE(options, argc, argv);
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
 
-    std::map<pid_t, std::string> running;
-    running[Start("monitor", directory / "monitor", {"--stop-at=" + stopAt})] = "monitor";
-    running[Start("relay", directory, {})] = "relay";
-    running[Start("solver", directory / "solver", {"--steps=" + steps, "--pause-at=" + pauseAt})] = "solver";
-    return AwaitAll(running) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+    std::printf("launcher: the domain is %s\n", domain.c_str());
+    domain.insert(0, "--domain=");
+    std::vector<Program> programs;
+    programs.push_back(Start("monitor", directory / "monitor", {domain, "--stop-at=" + stopAt}));
+    programs.push_back(Start("relay", directory, {domain}));
+    programs.push_back(
+        Start("solver", directory / "solver", {domain, "--steps=" + steps, "--pause-at=" + pauseAt}));
+    return AwaitAll(std::move(programs)) ? EXIT_SUCCESS : EXIT_FAILURE;
 } catch (const std::exception& error) {
     std::fprintf(stderr, "launcher: %s\n", error.what());
     return EXIT_FAILURE;

@@ -7,80 +7,94 @@
 #include <cstring>
 #include <exception>
 #include <string>
-#include <vector>
 
+#include "MessageLine.h"
+#include "ProgressMessage.h"
 #include "ZYLBasXmlDocument.h"
 #include "ZYLMsgAnalysisMessageType.h"
 #include "ZYLMsgAnalysisState.h"
 #include "ZYLMsgBBAPI.h"
 #include "ZYLMsgBBCallbackManager.h"
+#include "ZYLMsgBBMessageHandler.h"
 #include "ZYLMsgFileTransfer.h"
 #include "ZYLMsgFileTransferHandler.h"
 #include "ZYLMsgFileTransferType.h"
-#include "ZYLMsgPrintingHandler.h"
 #include "ZYLMsgProcessControlTypeFactory.h"
 #include "ZYLMsgSimpleDisconnectHandler.h"
-#include "ZYLMsgStreamUtils.h"
 #include "ZYLMsgStringType.h"
 
 namespace {
 
-/// The document that an analysis message carries: its body is one wire string.
-ZYLString DocumentOf(const ZYLMsgBBMessage& message) {
-    std::vector<char> body(static_cast<std::size_t>(message.RequiredBufferSize()));
-    message.Stream(body.data(), message.RequiredBufferSize());
-    ZYLString document;
-    int offset = 0;
-    ZYLMsgStreamUtils::UnstreamZYLString(document, body.data(), offset);
-    return document;
+/// In a body, a document has its length in front.
+constexpr int kLengthBytes = 4;
+
+void PrintLine(const ZYLMsgBBMessage& message, const char* id, int size, const std::string& content) {
+    std::puts(MessageLine(id, message.Type(), static_cast<std::size_t>(size), content).c_str());
 }
 
-/// Follows the solver through its documents, such as <Progress percent="40" hottest="213"/>.
+class TextHandler : public ZYLMsgBBMessageHandler {
+  public:
+    void HandleMessage(const ZYLMsgBBMessage& message, const char* id) override {
+        const auto& text = static_cast<const ZYLMsgStringType&>(message);
+        PrintLine(text, id, text.Size(), Content({text.Data(), static_cast<std::size_t>(text.Size())}));
+    }
+};
+
+/// Follows the solver's steps, and asks it to stop when it has come far enough.
 class ProgressHandler : public ZYLMsgBBMessageHandler {
   public:
     ProgressHandler(int domain, double stopAt) : m_domain(domain), m_stopAt(stopAt) {}
 
     void HandleMessage(const ZYLMsgBBMessage& message, const char* id) override {
-        ZYLBasXmlDocument document;
-        ZYLBasXmlNode root;
-        if (document.ReadString(DocumentOf(message)) != S_OK || document.GetDom(root) != S_OK) {
-            std::fprintf(stderr, "monitor: %s sent something else than XML\n", id);
-            return;
-        }
-        ZYLBasMap<ZYLString, ZYLString> attributes;
-        root.GetAttList(attributes);
-        root.GetTagName(m_stage);
-        const double percent =
-            std::strtod(attributes[ZYLString::BuildFromUTF8("percent")].GetUTF8(), nullptr);
-        ZYLMsgAnalysisState::SetPercentage(percent);
-        std::printf("monitor: %s: %s %g %%, hottest %s\n", id, m_stage.GetUTF8(), percent,
-                    attributes[ZYLString::BuildFromUTF8("hottest")].GetUTF8());
-        if (percent >= m_stopAt && !m_asked) {
+        const auto& progress = static_cast<const ProgressMessage&>(message);
+        PrintLine(progress, id, progress.RequiredBufferSize(), progress.Text());
+        ZYLMsgAnalysisState::SetPercentage(progress.percent);
+        if (progress.percent >= m_stopAt && !m_asked) {
             m_asked = true;
-            std::printf("monitor: asks %s to stop\n", id);
+            std::printf("asks %s to stop\n", id);
             ZYLMsgBBAPI::SendRequest(m_domain, id, *ZYLMsgProcessControlTypeFactory::CreateSoftKillMsg());
         }
     }
-
-    /// What the solver did last: "Progress", "Finished" or "Stopped".
-    const char* Stage() const { return m_stage.GetUTF8(); }
 
   private:
     int m_domain;
     double m_stopAt;
     bool m_asked = false;
-    ZYLString m_stage;
 };
 
-/// Ends one wait when the solver has gone, and one when the relay has gone.
+/// Learns from a document how the solver ended, such as <Finished percent="100"/>.
+class EndHandler : public ZYLMsgBBMessageHandler {
+  public:
+    void HandleMessage(const ZYLMsgBBMessage& message, const char* id) override {
+        const ZYLString& text = static_cast<const ZYLMsgAnalysisMessageType&>(message).Document();
+        PrintLine(message, id, kLengthBytes + text.GetLengthInByte(), Content(text.GetUTF8()));
+        ZYLBasXmlDocument document;
+        ZYLBasXmlNode root;
+        if (document.ReadString(text) != S_OK || document.GetDom(root) != S_OK) {
+            std::fprintf(stderr, "%s sent something else than XML\n", id);
+            return;
+        }
+        root.GetTagName(m_how);
+    }
+
+    /// "Finished" or "Stopped"; "lost" as long as it has not said so.
+    const char* How() const { return m_how.IsEmpty() ? "lost" : m_how.GetUTF8(); }
+
+  private:
+    ZYLString m_how;
+};
+
+/// Ends one wait when the solver has gone, and one when the relay has gone. A file that has not come whole is
+/// closed.
 class PeerWatch : public ZYLMsgSimpleDisconnectHandler {
   public:
-    PeerWatch() {
+    explicit PeerWatch(ZYLMsgFileTransfer& files) : m_files(files) {
         SetWatchApplication("solver", -1, nullptr);
         SetDisconnectBehavior(e_endLoop);
     }
     void DetectDisconnection(int pid, const char* app, const char* host, const char* user) const override {
         ZYLMsgSimpleDisconnectHandler::DetectDisconnection(pid, app, host, user);
+        m_files.ApplicationLost(app);
         if (std::strcmp(app, "relay") == 0) {
             m_relayCondition = 0;
         }
@@ -88,6 +102,7 @@ class PeerWatch : public ZYLMsgSimpleDisconnectHandler {
     int& RelayCondition() { return m_relayCondition; }
 
   private:
+    ZYLMsgFileTransfer& m_files;
     mutable int m_relayCondition = -1;
 };
 
@@ -95,7 +110,10 @@ class PeerWatch : public ZYLMsgSimpleDisconnectHandler {
 
 int main(int argc, char** argv) try {
     double stopAt = 1000;  // never
+    std::string domainName;
     CLI::App options("Watches a solver.");
+    options.add_option("--domain", domainName, "where it meets the others: one domain for each job")
+        ->required();
     options.add_option("--stop-at", stopAt, "ask the solver to stop at this percentage");
     CLI11_PARSE(options, argc, argv);
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
@@ -103,18 +121,19 @@ int main(int argc, char** argv) try {
     // Deletes the prototypes and handlers when the process ends, in whatever way.
     static const ZYLMsgBBCallbackManager manager;
     int domain = 0;
-    ZYLMsgBBAPI::RegisterCommunicator("analysis", domain);
+    ZYLMsgBBAPI::RegisterCommunicator(domainName.c_str(), domain);
     ZYLMsgBBAPI::DeclareApplicationId(domain, "monitor", true);
     ZYLMsgBBCallbackManager::SetMessageID("monitor");
 
     ZYLMsgFileTransfer files(domain, nullptr, 0);
-    auto* const progress = new ProgressHandler(domain, stopAt);
-    ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(new ZYLMsgAnalysisMessageType, progress);
-    ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(new ZYLMsgStringType,
-                                                      new ZYLMsgPrintingHandler(stdout));
+    auto* const end = new EndHandler;
+    ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(new ZYLMsgStringType, new TextHandler);
+    ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(new ProgressMessage,
+                                                      new ProgressHandler(domain, stopAt));
+    ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(new ZYLMsgAnalysisMessageType, end);
     ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(new ZYLMsgFileTransferType,
                                                       new ZYLMsgFileTransferHandler(&files));
-    PeerWatch watch;
+    PeerWatch watch(files);
     ZYLMsgBBCallbackManager::AssociateDisconnectHandler(&watch);
     ZYLMsgBBAPI::EnableReceiveHandling(domain, "monitor");
     ZYLMsgBBAPI::EnableDisconnectHandling(domain, "monitor");
@@ -122,10 +141,8 @@ int main(int argc, char** argv) try {
     ZYLMsgBBAPI::WaitingLoop(domain, -1, watch.EndingCondition());
     // The relay leaves when it has forwarded the solver's last message.
     ZYLMsgBBAPI::WaitingLoop(domain, -1, watch.RelayCondition());
-    const bool reported = std::strcmp(progress->Stage(), "Progress") != 0 && *progress->Stage() != '\0';
-    std::printf("monitor: the solver has gone at %g %%: %s\n", ZYLMsgAnalysisState::GetPercentage(),
-                reported ? progress->Stage() : "lost");
+    std::printf("the solver has gone at %g %%: %s\n", ZYLMsgAnalysisState::GetPercentage(), end->How());
 } catch (const std::exception& error) {
-    std::fprintf(stderr, "monitor: %s\n", error.what());
+    std::fprintf(stderr, "%s\n", error.what());
     return EXIT_FAILURE;
 }

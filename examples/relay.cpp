@@ -1,6 +1,10 @@
 // The relay of a small analysis: forwards every string message to the monitor, and leaves with the solver.
 
+#include <CLI/CLI.hpp>
 #include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <string>
 
 #include "ZYLMsgBBAPI.h"
 #include "ZYLMsgBBCallbackManager.h"
@@ -8,11 +12,17 @@
 #include "ZYLMsgSimpleDisconnectHandler.h"
 #include "ZYLMsgStringType.h"
 
-int main() {
+int main(int argc, char** argv) try {
+    std::string domainName;
+    CLI::App options("Forwards string messages to the monitor.");
+    options.add_option("--domain", domainName, "where it meets the others: one domain for each job")
+        ->required();
+    CLI11_PARSE(options, argc, argv);
+
     // Deletes the prototypes and handlers when the process ends, in whatever way.
     static const ZYLMsgBBCallbackManager manager;
     int domain = 0;
-    ZYLMsgBBAPI::RegisterCommunicator("analysis", domain);
+    ZYLMsgBBAPI::RegisterCommunicator(domainName.c_str(), domain);
     ZYLMsgBBAPI::DeclareApplicationId(domain, "relay", true);
     ZYLMsgBBCallbackManager::SetMessageID("relay");
     ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(
@@ -26,4 +36,7 @@ int main() {
     ZYLMsgBBAPI::EnableReceiveHandling(domain, "relay");
     ZYLMsgBBAPI::EnableDisconnectHandling(domain, "relay");
     ZYLMsgBBAPI::WaitingLoop(domain, -1, solver.EndingCondition());
+} catch (const std::exception& error) {
+    std::fprintf(stderr, "%s\n", error.what());
+    return EXIT_FAILURE;
 }

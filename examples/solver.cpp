@@ -4,25 +4,30 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <numeric>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "MessageLine.h"
+#include "ProgressMessage.h"
 #include "ZYLMsgAnalysisMessageType.h"
 #include "ZYLMsgAnalysisState.h"
 #include "ZYLMsgBBAPI.h"
 #include "ZYLMsgBBCallbackManager.h"
+#include "ZYLMsgBBDisconnectHandler.h"
 #include "ZYLMsgFileTransfer.h"
 #include "ZYLMsgFileTransferHandler.h"
 #include "ZYLMsgFileTransferType.h"
 #include "ZYLMsgProcessControlType.h"
-#include "ZYLMsgSimpleDisconnectHandler.h"
 #include "ZYLMsgStringType.h"
 
 namespace {
@@ -40,14 +45,26 @@ Field Load(const char* file) {
 void Save(const Field& field, const char* file) {
     std::ofstream stream(file, std::ios::binary);
     stream.write(reinterpret_cast<const char*>(field.data()), static_cast<std::streamsize>(field.size()));
+    if (!stream.flush()) {
+        throw std::runtime_error(std::string("cannot write ") + file);
+    }
 }
 
-void Spread(Field& field) {
+/// One step. Returns its residual: the root mean square of all changes.
+double Spread(Field& field) {
     const Field before = field;
+    double squares = 0;
     for (std::size_t node = 1; node + 1 < field.size(); ++node) {
         field[node] =
             static_cast<unsigned char>((before[node - 1] + 2 * before[node] + before[node + 1] + 2) / 4);
+        const int change = field[node] - before[node];
+        squares += change * change;
     }
+    return field.empty() ? 0 : std::sqrt(squares / static_cast<double>(field.size()));
+}
+
+double Hottest(const Field& field) {
+    return field.empty() ? 0 : *std::max_element(field.begin(), field.end());
 }
 
 /// Stops the analysis when the monitor asks for it.
@@ -57,7 +74,10 @@ class StopHandler : public ZYLMsgBBMessageHandler {
     void HandleMessage(const ZYLMsgBBMessage& message, const char* id) override {
         const auto& request = static_cast<const ZYLMsgProcessControlType&>(message);
         const ZYLString kill = request.GetVal(ZYLString::BuildFromUTF8("Kill"));
-        std::printf("solver: %s from %s\n", kill.GetUTF8(), id);
+        std::printf("%s\n",
+                    MessageLine(id, request.Type(), static_cast<std::size_t>(request.RequiredBufferSize()),
+                                kill.GetUTF8())
+                        .c_str());
         if (kill == "HARD_KILL") {
             std::exit(EXIT_FAILURE);
         }
@@ -68,38 +88,71 @@ class StopHandler : public ZYLMsgBBMessageHandler {
     int& m_stopCondition;
 };
 
+/// Without the monitor nobody wants the results: ends the transfer that waits for it, and the steps.
+class MonitorWatch : public ZYLMsgBBDisconnectHandler {
+  public:
+    MonitorWatch(ZYLMsgFileTransfer& files, int& stopCondition)
+        : m_files(files), m_stopCondition(stopCondition) {}
+    void DetectDisconnection(int /*pid*/, const char* app, const char* /*host*/,
+                             const char* /*user*/) const override {
+        m_files.ApplicationLost(app);
+        if (std::strcmp(app, "monitor") == 0) {
+            m_isLost = true;
+            m_stopCondition = 0;
+        }
+    }
+    bool IsLost() const { return m_isLost; }
+
+  private:
+    ZYLMsgFileTransfer& m_files;
+    int& m_stopCondition;
+    mutable bool m_isLost = false;
+};
+
 void Say(int domain, const char* target, const std::string& text) {
     ZYLMsgStringType message;
     message.SetData(text.data(), static_cast<int>(text.size()));
     ZYLMsgBBAPI::SendRequest(domain, target, message);
 }
 
-void Report(int domain, const std::string& stage, const Field& field) {
-    const auto hottest = std::max_element(field.begin(), field.end());
-    const std::string document = "<" + stage + " percent=\"" +
-                                 std::to_string(ZYLMsgAnalysisState::GetPercentage()) + "\" hottest=\"" +
-                                 std::to_string(hottest != field.end() ? int{*hottest} : 0) + "\"/>";
+void ReportProgress(int domain, int step, double residual, const Field& field) {
+    ProgressMessage progress;
+    progress.step = step;
+    progress.percent = ZYLMsgAnalysisState::GetPercentage();
+    progress.residual = residual;
+    progress.hottest = Hottest(field);
+    ZYLMsgBBAPI::SendRequest(domain, "monitor", progress);
+}
+
+/// Says how it ended, "Finished" or "Stopped", in a document.
+void ReportEnd(int domain, const std::string& how) {
+    const std::string document =
+        "<" + how + " percent=\"" + std::to_string(ZYLMsgAnalysisState::GetPercentage()) + "\"/>";
     ZYLMsgBBAPI::SendRequest(domain, "monitor",
                              ZYLMsgAnalysisMessageType(ZYLString::BuildFromUTF8(document.c_str())));
 }
 
-/// Runs one transfer and prints what it took.
+/// Runs one transfer and prints what it took; one that fails ends the solver.
 template <class Transfer>
-void Timed(const char* what, const char* file, Transfer transfer) {
+void Timed(const char* what, const char* file, const ZYLMsgFileTransfer& files, Transfer transfer) {
     const auto start = std::chrono::steady_clock::now();
     transfer();
     const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
-    const auto size = static_cast<double>(std::filesystem::file_size(file));
-    std::printf("solver: %-25s %-12s %9.0f bytes %7.3f s %7.1f MB/s\n", what, file, size, time.count(),
+    const ZYLMsgFileTransferOutcome& outcome = files.LastOutcome();
+    if (!outcome.ok) {
+        throw std::runtime_error(outcome.text.GetUTF8());
+    }
+    const auto size = static_cast<double>(outcome.bytes);
+    std::printf("%-25s %-12s %9.0f bytes %7.3f s %7.1f MB/s\n", what, file, size, time.count(),
                 size / 1e6 / time.count());
 }
 
 /// Spreads the heat `steps` times; at `pauseAt` percent it goes on only to stop. False when it was stopped.
 bool Compute(int domain, Field& field, int steps, double pauseAt, int& stopCondition) {
     for (int step = 1; step <= steps && stopCondition != 0; ++step) {
-        Spread(field);
+        const double residual = Spread(field);
         ZYLMsgAnalysisState::SetPercentage(100.0 * step / steps);
-        Report(domain, "Progress", field);
+        ReportProgress(domain, step, residual, field);
         const bool pauses = ZYLMsgAnalysisState::GetPercentage() >= pauseAt;
         ZYLMsgBBAPI::WaitingLoop(domain, pauses ? -1 : 0, stopCondition);
     }
@@ -112,10 +165,10 @@ void SendResults(ZYLMsgFileTransfer& files, const Field& field) {
     Save(field, "restart.dat");
     Save(flux, "result.dat");
     Save({}, "warnings.log");
-    Timed("sent, not confirmed", "restart.dat",
+    Timed("sent, not confirmed", "restart.dat", files,
           [&] { files.ISendFile("solver", "", "", "restart.dat", "monitor", "", "", "restart.dat"); });
     for (const char* file : {"result.dat", "warnings.log"}) {
-        Timed("sent and confirmed", file,
+        Timed("sent and confirmed", file, files,
               [&] { files.SendFile("solver", "", "", file, "monitor", "", "", file); });
     }
 }
@@ -125,7 +178,10 @@ void SendResults(ZYLMsgFileTransfer& files, const Field& field) {
 int main(int argc, char** argv) try {
     int steps = 10;
     double pauseAt = 1000;  // never
+    std::string domainName;
     CLI::App options("Computes how heat spreads along a rod.");
+    options.add_option("--domain", domainName, "where it meets the others: one domain for each job")
+        ->required();
     options.add_option("--steps", steps, "number of steps");
     options.add_option("--pause-at", pauseAt, "at this percentage, wait until a stop is asked for");
     CLI11_PARSE(options, argc, argv);
@@ -135,7 +191,7 @@ int main(int argc, char** argv) try {
     static const ZYLMsgBBCallbackManager manager;
     int domain = 0;
     int stopCondition = -1;
-    ZYLMsgBBAPI::RegisterCommunicator("analysis", domain);
+    ZYLMsgBBAPI::RegisterCommunicator(domainName.c_str(), domain);
     ZYLMsgBBAPI::DeclareApplicationId(domain, "solver", true);
     ZYLMsgBBCallbackManager::SetMessageID("solver");
     ZYLMsgFileTransfer files(domain, nullptr, 0);
@@ -143,24 +199,25 @@ int main(int argc, char** argv) try {
                                                       new ZYLMsgFileTransferHandler(&files));
     ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(new ZYLMsgProcessControlType,
                                                       new StopHandler(stopCondition));
-    // Without the monitor nobody wants the results: a transfer would wait for it for ever.
-    ZYLMsgSimpleDisconnectHandler monitor;
-    monitor.SetWatchApplication("monitor", -1, nullptr);
+    const MonitorWatch monitor(files, stopCondition);
     ZYLMsgBBCallbackManager::AssociateDisconnectHandler(&monitor);
     ZYLMsgBBAPI::EnableReceiveHandling(domain, "solver");
     ZYLMsgBBAPI::EnableDisconnectHandling(domain, "solver");
 
     Say(domain, "monitor", "The solver says this itself.");
     Say(domain, "relay", "The solver says this through the relay.");
-    Timed("requested", "model.dat",
+    Timed("requested", "model.dat", files,
           [&] { files.ReceiveFile("monitor", "", "", "model.dat", "solver", "", "", "model.dat"); });
     Field field = Load("model.dat");
     const bool finished = Compute(domain, field, steps, pauseAt, stopCondition);
+    if (monitor.IsLost()) {
+        throw std::runtime_error("the monitor has gone");
+    }
     SendResults(files, field);
-    Report(domain, finished ? "Finished" : "Stopped", field);
-    std::printf("solver: %s at %g %%\n", finished ? "finished" : "stopped cleanly",
+    ReportEnd(domain, finished ? "Finished" : "Stopped");
+    std::printf("%s at %g %%\n", finished ? "finished" : "stopped cleanly",
                 ZYLMsgAnalysisState::GetPercentage());
 } catch (const std::exception& error) {
-    std::fprintf(stderr, "solver: %s\n", error.what());
+    std::fprintf(stderr, "%s\n", error.what());
     return EXIT_FAILURE;
 }

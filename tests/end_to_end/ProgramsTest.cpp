@@ -26,9 +26,7 @@ std::string Program(const std::string& name) {
 TEST_F(EndToEnd, TheHelloExamplesMeet) {
     Process sender({Program("hello_sender")});
     Process receiver({Program("hello_receiver")});
-    receiver.AwaitLine("id sender");
-    receiver.AwaitLine("   size: 6");
-    receiver.AwaitLine("   data[5]: !");
+    receiver.AwaitLine("sender says: Hello!");
     EXPECT_EQ(sender.Wait(), "status 0") << sender.Output();
 }
 
@@ -65,33 +63,49 @@ TEST_F(Analysis, RunsToItsEnd) {
     Process launcher(Launch());
     EXPECT_EQ(launcher.Wait(), "status 0");
     for (const char* line :
-         {"HandleMessage -- id solver\n", "HandleMessage -- id relay\n", "monitor: solver: Progress 50 %",
-          "monitor: solver: Finished 100 %", "solver: finished at 100 %\n",
+         {" solver ZYLMsgStringType (28 bytes): 'The solver says this itself.'\n",
+          " relay ZYLMsgStringType (39 bytes): 'The solver says this through the relay.'\n",
+          " solver ProgressMessage (28 bytes): 50 %, step 5, residual ",
+          "'<Finished percent=\"100.000000\"/>'\n", "solver: finished at 100 %\n",
           "monitor: the solver has gone at 100 %: Finished\n"}) {
         EXPECT_THAT(launcher.Output(), HasSubstr(line));
     }
     ExpectAllFilesCopied();
 }
 
+TEST_F(Analysis, MeetsNoOther) {
+    const std::string other = m_directory / "other";
+    MakeFile(other + "/monitor/model.dat", 100'000);
+    Process first(Launch({"--pause-at=50", "--stop-at=50"}));
+    Process second({Program("launcher"), other, "--pause-at=50", "--stop-at=50"});
+    EXPECT_EQ(first.Wait(), "status 0") << first.Output();
+    EXPECT_EQ(second.Wait(), "status 0") << second.Output();
+    ExpectAllFilesCopied();
+    EXPECT_SAME_FILE(other + "/monitor/result.dat", other + "/solver/result.dat");
+    EXPECT_EQ(FileBytes(other + "/monitor/result.dat").size(), 100'000U);
+}
+
 TEST_F(Analysis, StopsCleanlyWhenTheMonitorAsksForIt) {
     Process launcher(Launch({"--stop-at=40", "--pause-at=50"}));
     EXPECT_EQ(launcher.Wait(), "status 0");
-    for (const char* line : {"monitor: asks solver to stop\n", "solver: SOFT_KILL from monitor\n",
-                             "solver: stopped cleanly at ", "%: Stopped\n"}) {
+    for (const char* line :
+         {"monitor: asks solver to stop\n", " monitor ZYLMsgProcessControlType (80 bytes): SOFT_KILL\n",
+          "solver: stopped cleanly at ", "%: Stopped\n"}) {
         EXPECT_THAT(launcher.Output(), HasSubstr(line));
     }
-    EXPECT_THAT(launcher.Output(), Not(HasSubstr("Progress 60 %")));
+    EXPECT_THAT(launcher.Output(), Not(HasSubstr(": 60 %,")));
     ExpectAllFilesCopied();
 }
 
 TEST_F(Analysis, EndsForTheMonitorWhenTheSolverIsKilled) {
     Process launcher(Launch({"--pause-at=50"}));
     const std::string line = launcher.AwaitLine("launcher: solver is process ");
-    launcher.AwaitLine("monitor: solver: Progress 50 %");
+    launcher.AwaitLine(" solver ProgressMessage (28 bytes): 50 %,");
     kill(std::stoi(line.substr(line.rfind(' '))), SIGKILL);
     EXPECT_EQ(launcher.Wait(), "status 1");
-    for (const char* text : {"launcher: solver ended with signal 9\n", "Exit Handler -- confirm exit\n",
-                             "monitor: the solver has gone at 50 %: lost\n"}) {
+    for (const char* text :
+         {"launcher: solver ended with signal 9\n", "monitor: Exit Handler -- confirm exit\n",
+          "monitor: the solver has gone at 50 %: lost\n"}) {
         EXPECT_THAT(launcher.Output(), HasSubstr(text));
     }
 }
