@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#include "QORText.h"
 #include "ZYLBasFileOps.h"
 #include "ZYLBasUtlFilePath.h"
 #include "ZYLCRuntime.h"
@@ -41,19 +42,7 @@ ZYLString Text(const char* utf8) {
 
 // A text from outside, bounded and on one line; null counts as "".
 std::string Printable(const char* text) {
-    std::string result;
-    text = text == nullptr ? "" : text;
-    for (; *text != '\0' && result.size() < kLongestText; ++text) {
-        const auto byte = static_cast<unsigned char>(*text);
-        if (byte >= 0x20 && byte != 0x7F) {
-            result += *text;
-        } else {
-            char escape[8];
-            snprintf(escape, sizeof escape, "\\x%02x", byte);
-            result += escape;
-        }
-    }
-    return *text == '\0' ? result : result + "...";
+    return QORText::Printable(QORText::OrEmpty(text), kLongestText);
 }
 
 std::string OpenFailure(const std::string& start, const char* fileName, const char* end, int openError) {
