@@ -10,6 +10,7 @@
 
 #include "MessageLine.h"
 #include "ProgressMessage.h"
+#include "QORText.h"
 #include "ZYLBasXmlDocument.h"
 #include "ZYLMsgAnalysisMessageType.h"
 #include "ZYLMsgAnalysisState.h"
@@ -51,7 +52,7 @@ class ProgressHandler : public ZYLMsgBBMessageHandler {
         ZYLMsgAnalysisState::SetPercentage(progress.percent);
         if (progress.percent >= m_stopAt && !m_asked) {
             m_asked = true;
-            std::printf("asks %s to stop\n", id);
+            std::printf("asks %s to stop\n", QORText::Printable(id).c_str());
             ZYLMsgBBAPI::SendRequest(m_domain, id, *ZYLMsgProcessControlTypeFactory::CreateSoftKillMsg());
         }
     }
@@ -71,7 +72,7 @@ class EndHandler : public ZYLMsgBBMessageHandler {
         ZYLBasXmlDocument document;
         ZYLBasXmlNode root;
         if (document.ReadString(text) != S_OK || document.GetDom(root) != S_OK) {
-            std::fprintf(stderr, "%s sent something else than XML\n", id);
+            std::fprintf(stderr, "%s sent something else than XML\n", QORText::Printable(id).c_str());
             return;
         }
         root.GetTagName(m_how);
