@@ -56,11 +56,14 @@ std::string Wire(const std::string& text) {
     return Wire(static_cast<int>(text.size())) + text;
 }
 
-TEST_F(FileTransfer, EachMessageHasExactlyItsBytes) {
+TEST_F(FileTransfer, EachMessageHasExactlyItsBytesAndANewCopyItsMode) {
     Add("S");
     Add("T");
     Write(In(), "abc");
+    const mode_t before = umask(0);
     Run(kSendFile);
+    umask(before);
+    EXPECT_EQ(fs::status(Out()).permissions(), static_cast<fs::perms>(0640));
     Run(kReceiveFile);
     const std::string names = Wire("S") + Wire(m_directory / "S") + Wire("job") + Wire("in") + Wire("T") +
                               Wire(m_directory / "T") + Wire("job") + Wire("out");
@@ -239,6 +242,16 @@ TEST_F(FileTransfer, AFailureIsAnOutcomeOfBothSidesAndOneLineOnStandardError) {
     }
 }
 
+TEST_F(FileTransfer, WordsOfTheOtherSideAreEscapedAndBounded) {
+    const std::string base = m_directory.Path();
+    ZYLMsgFileTransfer& engine = Add("T").m_engine;
+    engine.Receive("S", "", "", "", "T", base.c_str(), "", "out");
+    engine.NoteSourceFailure("S", ("\n\x1B[2J" + std::string(1 << 20, 'x')).c_str());
+    engine.ReceiveISendCompletion("S");
+    EXPECT_THAT(Outcome("T"), HasSubstr("/out is not whole: S reports: \\x0a\\x1b[2Jxxx"));
+    EXPECT_LT(Outcome("T").size(), 6000U);
+}
+
 TEST_F(FileTransfer, AWaitThatAnotherTransferEndsDoesNotLookDone) {
     Application& s = Add("S");
     Application& t = Add("T");
@@ -285,16 +298,6 @@ TEST_F(FileTransfer, ALostApplicationEndsWhatWaitsForItAndMayComeBack) {
             EXPECT_EQ(Outcome("T"), "ok after 3");
         }
     }
-}
-
-TEST_F(FileTransfer, NewCopyIsWritableByItsOwnerAndReadableByItsGroup) {
-    Add("S");
-    Add("T");
-    Write(In(), "abc");
-    const mode_t before = umask(0);
-    Run(kSendFile);
-    umask(before);
-    EXPECT_EQ(fs::status(Out()).permissions(), static_cast<fs::perms>(0640));
 }
 
 TEST_F(FileTransfer, SendDuringASendWarnsAndGoesOnWithoutClosingTheEarlierFile) {
