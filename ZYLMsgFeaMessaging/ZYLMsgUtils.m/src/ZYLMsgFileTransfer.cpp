@@ -47,7 +47,7 @@ std::string Printable(const char* text) {
 
 std::string OpenFailure(const std::string& start, const char* fileName, const char* end, int openError) {
     return start + " file " + Printable(fileName) + end + ": " +
-           (openError == EBUSY   ? "it is being sent at this moment, and would be emptied before it is read"
+           (openError == EBUSY   ? "it is being sent, or locked by another program, and keeps its bytes"
             : openError == EXDEV ? "it is not in an allowed directory"
                                  : strerror(openError));
 }
