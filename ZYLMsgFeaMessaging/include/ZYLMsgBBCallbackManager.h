@@ -74,6 +74,10 @@ class ZYLMSGMODULES_EXPORT ZYLMsgBBCallbackManager {
     /// own.
     static void StreamPendingMessage(void* buffer, int size);
 
+    /// Whether the backbone has had the pending message written since it was made that. After a send, false
+    /// means that the backbone dropped it, as its target was not there.
+    static bool IsPendingMessageStreamed();
+
     /// Sets the identifier that stands in front of every message this process sends: NUL-terminated UTF-8,
     /// null counting as "". It is empty at first.
     static void SetMessageID(const char* id);
@@ -100,6 +104,7 @@ class ZYLMSGMODULES_EXPORT ZYLMsgBBCallbackManager {
     static const ZYLMsgBBMessage* m_messageToSend;
     static const ZYLMsgBBDisconnectHandler* m_disconnectHandler;
     static ZYLString m_messageID;
+    static bool m_isStreamed;
 };
 
 #endif

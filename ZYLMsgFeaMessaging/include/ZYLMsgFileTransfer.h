@@ -64,8 +64,8 @@ class ZYLMSGMODULES_EXPORT ZYLMsgFileTransfer {
     /// LastOutcome tells.
     ///
     /// The wait has no bound. It ends with the target only where a disconnect handler calls ApplicationLost.
-    /// A target that was reported lost before this call, and has not come back, is not reported again: do not
-    /// send to it.
+    /// There is no wait where the target is not there when the end of the file is sent; the reports that have
+    /// come are delivered then.
     ///
     /// The file is read from ZYLMsgPathExplorer::FormPath of the three source strings here, and written to
     /// FormPath of the three target strings there (created with mode 0640, or emptied).
@@ -74,7 +74,7 @@ class ZYLMSGMODULES_EXPORT ZYLMsgFileTransfer {
                  const char* targetJobDir, const char* targetFileName);
 
     /// Sends a file like SendFile, and returns as soon as its last message is sent. LastOutcome then speaks
-    /// of this side alone: the file was read and sent.
+    /// of this side alone: the file was read, and sent to somebody.
     int ISendFile(const char* sourceApplication, const char* sourceBaseDir, const char* sourceJobDir,
                   const char* sourceFileName, const char* targetApplication, const char* targetBaseDir,
                   const char* targetJobDir, const char* targetFileName);

@@ -68,7 +68,8 @@ ZYLFEABACKBONE_EXPORT void AssociateDisconnectHandler(int communicator, const ch
 /// A target that is not there yet is waited for, up to ZYL_BACKBONE_CONNECT_TIMEOUT seconds; a full target is
 /// waited for without bound. While this waits it takes incoming messages in, but calls no other callback. A
 /// message that cannot be delivered is dropped with a line on standard error that names target and type, and
-/// the target is reported as lost where disconnection handling is enabled.
+/// the target is reported as lost where disconnection handling is enabled and that has not been done. Where
+/// the target is known to be gone before there is room for the message, `stream` is not called.
 ZYLFEABACKBONE_EXPORT void SendRequest(int communicator, const char* target,
                                        ZYLFeaBackbone_StreamCallback stream, ZYLFeaBackbone_SizeCallback size,
                                        ZYLFeaBackbone_TypeCallback type);

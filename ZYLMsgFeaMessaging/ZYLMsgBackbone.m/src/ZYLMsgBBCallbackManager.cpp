@@ -23,6 +23,7 @@ cow_Btree<cow_String, ZYLMsgBBMessageHandler*> ZYLMsgBBCallbackManager::m_handle
 const ZYLMsgBBMessage* ZYLMsgBBCallbackManager::m_messageToSend = nullptr;
 const ZYLMsgBBDisconnectHandler* ZYLMsgBBCallbackManager::m_disconnectHandler = nullptr;
 ZYLString ZYLMsgBBCallbackManager::m_messageID;
+bool ZYLMsgBBCallbackManager::m_isStreamed = false;
 
 namespace {
 
@@ -145,6 +146,7 @@ void ZYLMsgBBCallbackManager::HandleMessage(const char* typeName, const void* bu
 
 void ZYLMsgBBCallbackManager::AppendMessageToSend(const ZYLMsgBBMessage* msg) {
     m_messageToSend = msg;
+    m_isStreamed = false;
 }
 
 const char* ZYLMsgBBCallbackManager::TypeOfPendingMessage() {
@@ -176,6 +178,11 @@ void ZYLMsgBBCallbackManager::StreamPendingMessage(void* buffer, int size) {
     char* const body = std::copy_n(m_messageID.GetUTF8(), idLength, out + kLengthWidth);
     ZYL_ASSERT(m_messageToSend != 0);
     m_messageToSend->Stream(body, size - static_cast<int>(head));
+    m_isStreamed = true;
+}
+
+bool ZYLMsgBBCallbackManager::IsPendingMessageStreamed() {
+    return m_isStreamed;
 }
 
 void ZYLMsgBBCallbackManager::SetMessageID(const char* id) {

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "QORText.h"
 #include "ZYLBasFileOps.h"
@@ -45,11 +46,20 @@ std::string Printable(const char* text) {
     return QORText::Printable(QORText::OrEmpty(text), kLongestText);
 }
 
+std::string NotThere(const char* application) {
+    return "application " + Printable(application) + " was not there";
+}
+
 std::string OpenFailure(const std::string& start, const char* fileName, const char* end, int openError) {
     return start + " file " + Printable(fileName) + end + ": " +
            (openError == EBUSY   ? "it is being sent, or locked by another program, and keeps its bytes"
             : openError == EXDEV ? "it is not in an allowed directory"
                                  : strerror(openError));
+}
+
+// Whether the message that was sent last went to somebody.
+bool WasTargetThere() {
+    return ZYLMsgBBCallbackManager::IsPendingMessageStreamed();
 }
 
 void SetFailure(ZYLMsgFileTransferOutcome& outcome, const std::string& text) {
@@ -146,6 +156,15 @@ struct ZYLMsgFileTransfer::Wait {
         m_engine.m_endingCondition = m_isOver ? 0 : -1;
         ZYLMsgBBAPI::WaitingLoop(m_engine.m_communicatorId, -1, m_engine.m_endingCondition);
     }
+    // Instead of a wait that has ended before it began: lets come what has come, such as the report of the
+    // loss.
+    void Look() {
+        const int before = std::exchange(m_engine.m_endingCondition, -1);
+        ZYLMsgBBAPI::WaitingLoop(m_engine.m_communicatorId, 0, m_engine.m_endingCondition);
+        if (m_engine.m_endingCondition == -1) {
+            m_engine.m_endingCondition = before;
+        }
+    }
     void End(const ZYLMsgFileTransferOutcome& outcome) {
         m_isOver = true;
         m_outcome = outcome;
@@ -228,7 +247,12 @@ int ZYLMsgFileTransfer::SendFile(const char* sourceApplication, const char* sour
                          targetBaseDir, targetJobDir, targetFileName);
     SendSendCompletion(sourceApplication, targetApplication);
     const ZYLMsgFileTransferOutcome sent = m_lastOutcome;
-    wait.Run();
+    if (WasTargetThere()) {
+        wait.Run();
+    } else {
+        wait.End({false, Text(NotThere(targetApplication).c_str()), 0});
+        wait.Look();
+    }
     if (!wait.m_isOver) {
         m_lateConfirmationMap[wait.m_application] += 1;
     }
@@ -245,6 +269,9 @@ int ZYLMsgFileTransfer::ISendFile(const char* sourceApplication, const char* sou
     SendNotifyAndContent(sourceApplication, sourceBaseDir, sourceJobDir, sourceFileName, targetApplication,
                          targetBaseDir, targetJobDir, targetFileName);
     SendISendCompletion(targetApplication);
+    if (m_lastOutcome.ok && !WasTargetThere()) {
+        SetFailure(m_lastOutcome, NotThere(targetApplication));
+    }
     return 0;
 }
 
@@ -271,7 +298,13 @@ int ZYLMsgFileTransfer::ReceiveFile(const char* sourceApplication, const char* s
     SetNames(request.Data(), sourceApplication, sourceBaseDir, sourceJobDir, sourceFileName,
              targetApplication, targetBaseDir, targetJobDir, targetFileName);
     ZYLMsgBBAPI::SendRequest(m_communicatorId, sourceApplication, request);
-    wait.Run();
+    if (WasTargetThere()) {
+        wait.Run();
+    } else {
+        SetFailure(m_receptionMap[wait.m_application].m_outcome, NotThere(sourceApplication));
+        EndReception(wait.m_application);
+        wait.Look();
+    }
     m_lastOutcome = wait.m_outcome;
     return 0;
 }
@@ -432,7 +465,9 @@ int ZYLMsgFileTransfer::SendChunk(const char* targetApplication) {
     m_contentMsg->Data().m_chunkId += 1;
     m_contentMsg->Data().m_dataType = FILE_TRANSFER_CHUNK;
     ZYLMsgBBAPI::SendRequest(m_communicatorId, targetApplication, *m_contentMsg);
-    m_lastOutcome.bytes += m_contentMsg->Data().m_chunkSize;
+    if (WasTargetThere()) {
+        m_lastOutcome.bytes += m_contentMsg->Data().m_chunkSize;
+    }
     return 0;
 }
 
