@@ -172,9 +172,8 @@ TEST_F(CallbackManager, RefusesBadRegistrations) {
     EXPECT_FATAL(Manager::AdoptPrototypeAndHandler(nullptr, nullptr), "proto != NULL", kSource);
     Manager::AdoptPrototypeAndHandler(new Probe("A"), new Recorder("a"));
     Probe again("A");
-    EXPECT_FATAL(Manager::AdoptPrototypeAndHandler(&again, nullptr), "!m_protos.IsMember(type)", kSource);
     EXPECT_DEATH(Manager::AdoptPrototypeAndHandler(&again, nullptr),
-                 "ZYLMsgModules: .* 'A' is registered already");
+                 "ZYLMsgModules: .* 'A' is registered already.*\n.*:!m_protos.IsMember\\(type\\)");
     Probe half("B");
     Manager::m_handlers.InsertUnlessMember("B", nullptr);
     EXPECT_FATAL(Manager::AdoptPrototypeAndHandler(&half, nullptr), "!m_handlers.IsMember(type)", kSource);
@@ -293,9 +292,8 @@ TEST_F(CallbackManager, HandsLossesToTheLatestDisconnectHandler) {
             g_events.push_back(std::to_string(pid) + " " + app + " " + host + " " + user);
         }
     } const watcher;
-    EXPECT_FATAL(Manager::Disconnection(1, "a", "h", "u"), "m_disconnectHandler != 0", kSource);
     EXPECT_DEATH(Manager::Disconnection(1, "a", "h", "u"),
-                 "loss of application 'a': .*AssociateDisconnectHandler");
+                 "loss of application 'a': .*AssociateDisconnectHandler.*\n.*:m_disconnectHandler != 0");
     Manager::AssociateDisconnectHandler(nullptr);
     Manager::AssociateDisconnectHandler(&watcher);
     Manager::Disconnection(-7, "app", "host", "user");
