@@ -10,6 +10,7 @@
 
 #include "../foundation/AllocationFaults.h"
 #include "ExpectFatal.h"
+#include "MemoryStream.h"
 #include "MessageBytes.h"
 #include "QORFatalError.h"
 #include "ZYLMsgBBDisconnectHandler.h"
@@ -93,6 +94,21 @@ class CallbackManager : public testing::Test {
         return buffer.Text();
     }
 };
+
+TEST_F(CallbackManager, MessagesAreKnownAndPrintedByTheBytesOfTheirType) {
+    struct {
+        const char *a, *b;
+        bool same;
+    } const cases[] = {{"", "", true}, {"Abc", "Abc", true}, {"Abc", "abc", false}, {"Abc", "Ab", false}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(Probe(c.a).SameType(Probe(c.b)), c.same) << c.a << " and " << c.b;
+    }
+    MemoryStream out;
+    Probe("T").Print(out.Get(), nullptr);
+    EXPECT_EQ(out.Flushed(), "");
+    Probe("").Print(out.Get(), ">> ");
+    EXPECT_EQ(out.Text(), "Message Type: T\n>> Message Type: \n");
+}
 
 TEST_F(CallbackManager, WritesLengthIdentifierAndBody) {
     struct {

@@ -23,14 +23,6 @@ class Modules : public testing::Test {
     void TearDown() override { ASSERT_TRUE(Notify(kAttach)); }
 };
 
-TEST(LoadedModules, AreInitialisedAlready) {
-    int count = 0;
-    ZYLMsgModules_initialize(count);
-    EXPECT_EQ(count, 0);
-    ZYLMsgModules_finalize(count);
-    EXPECT_EQ(count, 0);
-}
-
 TEST_F(Modules, WorkOnTheFirstInitialisationAndTheLastFinalisationOnly) {
     int count = 0;
     ZYLMsgModules_initialize(count);
