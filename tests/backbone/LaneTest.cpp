@@ -16,6 +16,14 @@ namespace {
 using namespace zyl::backbone::local;
 using zyl::backbone::Progress;
 
+std::string Body(std::size_t size) {
+    std::string body(size, '\0');
+    for (std::size_t index = 0; index < size; ++index) {
+        body[index] = static_cast<char>(index * 31 + size);
+    }
+    return body;
+}
+
 class Lane : public ::testing::Test {
   protected:
     bool Send(const std::string& type, const std::string& body) {
@@ -26,6 +34,17 @@ class Lane : public ::testing::Test {
         std::memcpy(room, body.data(), body.size());
         return m_writer.Commit() == Progress::kDone;
     }
+    void HoldOne(LaneReader& reader, std::size_t size) {
+        const std::string type(39, 't');  // with its header the whole of a cache line
+        ASSERT_TRUE(Send(type, Body(size)));
+        const std::optional<LaneMessage> held = reader.Take();
+        for (int number = 0; number < 30; ++number) {
+            ASSERT_TRUE(Send("other", Body(90'000)));
+            ASSERT_TRUE(reader.Take());
+        }
+        EXPECT_EQ(held->type, type);
+        EXPECT_EQ(Text(*held), Body(size));
+    }
     LanePositions& Positions() { return *new (m_foreign.Head()) LanePositions; }
     static std::string Text(const LaneMessage& message) { return {message.body.data(), message.body.size()}; }
 
@@ -34,14 +53,6 @@ class Lane : public ::testing::Test {
     LaneWriter m_writer{Mapping(m_memory, kPageSize, kRingSize)};
     LaneReader m_reader{Mapping(m_memory, kPageSize, kRingSize)};
 };
-
-std::string Body(std::size_t size) {
-    std::string body(size, '\0');
-    for (std::size_t index = 0; index < size; ++index) {
-        body[index] = static_cast<char>(index * 31 + size);
-    }
-    return body;
-}
 
 TEST_F(Lane, BodiesOfEverySizeCrossManyTimesRoundTheRingAndStartAligned) {
     std::size_t total = 0;
@@ -93,24 +104,10 @@ TEST_F(Lane, LongMessageTravelsInPieces) {
     EXPECT_EQ(Text(*message), body);
 }
 
+/// The second message is empty and ends a page, as the large ones all leave the ring at the same place in it.
 TEST_F(Lane, MessageStaysAsItIsWhileLaterOnesFillItsPlace) {
-    ASSERT_TRUE(Send("held", Body(5000)));
-    const std::optional<LaneMessage> held = m_reader.Take();
-    ASSERT_TRUE(held);
-    for (int number = 0; number < 30; ++number) {
-        ASSERT_TRUE(Send("other", Body(90'000)));
-        ASSERT_TRUE(m_reader.Take());
-    }
-    EXPECT_STREQ(held->type, "held");
-    EXPECT_EQ(Text(*held), Body(5000));
-}
-
-TEST_F(Lane, EmptyMessageIsHeldWhereverItLiesInItsPage) {
-    for (std::size_t sent = 0; sent <= 2 * kPageSize; sent += 64) {
-        ASSERT_TRUE(Send(std::string(39, 't'), ""));  // with its header the whole of a cache line
-        const std::optional<LaneMessage> held = m_reader.Take();
-        EXPECT_NO_THROW(m_reader.Take());
-        EXPECT_EQ(Text(*held), "");
+    for (const std::size_t size : {5000, 0, 100}) {
+        HoldOne(m_reader, size);
     }
 }
 
@@ -123,15 +120,8 @@ TEST_F(Lane, MessageStaysAsItIsWhereTheRingCannotBeMappedAgain) {
     setrlimit(RLIMIT_AS, &nothingMore);
     LaneReader reader(std::move(mapping));
     setrlimit(RLIMIT_AS, &before);
-    for (int number = 0; number < 3; ++number) {
-        ASSERT_TRUE(Send("held", Body(5000)));
-        const std::optional<LaneMessage> held = reader.Take();
-        for (int other = 0; other < 30; ++other) {
-            ASSERT_TRUE(Send("other", Body(90'000)));
-            ASSERT_TRUE(reader.Take());
-        }
-        EXPECT_STREQ(held->type, "held");
-        EXPECT_EQ(Text(*held), Body(5000));
+    for (const std::size_t size : {5000, 0, 100}) {
+        HoldOne(reader, size);
     }
 }
 #endif

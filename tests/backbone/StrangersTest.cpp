@@ -16,7 +16,6 @@ namespace {
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 using ::testing::StartsWith;
-using zyl::backbone::local::FrameKind;
 using zyl::backbone::local::Greeting;
 using zyl::backbone::local::GreetingFrame;
 using zyl::backbone::local::kProtocolVersion;
@@ -66,13 +65,8 @@ std::string WrongVersion() {
 
 TEST_F(Stranger, GarbageFromAStrangerClosesItsLinkWithOneLineAndHarmsNothingElse) {
     const std::string greeting = GreetingFrame({});
-    const std::string endless = Header(static_cast<int>(FrameKind::kMessage), 1, 0x80000000U);
     const Garbage kGarbage[] = {
         {"GET / HTTP/1.1\r\n\r\n", "the frame's magic number is 542393671"},
-        {Header(99, 1, 0), "the frame's kind is 99"},
-        {greeting + Header(3, 0, 0), "the frame's type has no terminator"},
-        {greeting + endless, "the frame's body has 2147483648 bytes of at most 2147483647"},
-        {Header(1, 1, 16385), "the frame's body has 16385 bytes of at most 16384"},
         {WrongVersion(), "the peer speaks version "},
         {Header(1, 1, 4) + std::string(5, '\0'), "the peer speaks version 0, this process version "},
         {MessageFrame("t", "rude"), "the first frame is no greeting"},
