@@ -7,6 +7,7 @@
 
 #include "Diagnostics.h"
 #include "Process.h"
+#include "QORText.h"
 #include "Settings.h"
 #include "Switchboard.h"
 #include "local/FileDescriptor.h"
@@ -93,38 +94,34 @@ class Call {
     bool m_outermost;
 };
 
-/// Names come as NUL-terminated text; no text is the empty name.
-const char* Name(const char* text) {
-    return text != nullptr ? text : "";
-}
-
 }  // namespace
 
 }  // namespace zyl::backbone
 
 using zyl::backbone::Call;
-using zyl::backbone::Name;
 
 void RegisterCommunicator(const char* name, int* communicator) {
-    *communicator = Call("RegisterCommunicator")->RegisterCommunicator(Name(name));
+    *communicator = Call("RegisterCommunicator")->RegisterCommunicator(QORText::OrEmpty(name));
 }
 
 void DeclareApplicationId(int communicator, const char* applicationId, bool announce) {
-    Call("DeclareApplicationId")->DeclareApplicationId(communicator, Name(applicationId), announce);
+    Call("DeclareApplicationId")
+        ->DeclareApplicationId(communicator, QORText::OrEmpty(applicationId), announce);
 }
 
 void AssociateHandler(int communicator, const char* application, ZYLFeaBackbone_ReceiveCallback callback) {
-    Call("AssociateHandler")->AssociateHandler(communicator, Name(application), callback);
+    Call("AssociateHandler")->AssociateHandler(communicator, QORText::OrEmpty(application), callback);
 }
 
 void AssociateDisconnectHandler(int communicator, const char* application,
                                 ZYLFeaBackbone_DisconnectCallback callback) {
-    Call("AssociateDisconnectHandler")->AssociateDisconnectHandler(communicator, Name(application), callback);
+    Call("AssociateDisconnectHandler")
+        ->AssociateDisconnectHandler(communicator, QORText::OrEmpty(application), callback);
 }
 
 void SendRequest(int communicator, const char* target, ZYLFeaBackbone_StreamCallback stream,
                  ZYLFeaBackbone_SizeCallback size, ZYLFeaBackbone_TypeCallback type) {
-    Call("SendRequest")->SendRequest(communicator, Name(target), stream, size, type);
+    Call("SendRequest")->SendRequest(communicator, QORText::OrEmpty(target), stream, size, type);
 }
 
 void WaitingLoop(int communicator, int limit, int* endingCondition) {

@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <future>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -18,13 +17,13 @@ constexpr std::chrono::seconds kFlushLimit{2};
 /// A stream that another thread holds, such as a standard input that it reads, is waited for by fflush; so
 /// that is done beside this thread, which goes on in any case.
 void FlushAllStreams() {
-    std::packaged_task<void()> flush([] { std::fflush(nullptr); });
-    const std::future<void> done = flush.get_future();
     try {
+        std::packaged_task<void()> flush([] { std::fflush(nullptr); });
+        const std::future<void> done = flush.get_future();
         std::thread(std::move(flush)).detach();
         done.wait_for(kFlushLimit);
-    } catch (const std::system_error&) {
-        std::fflush(nullptr);  // no thread is to be had
+    } catch (...) {
+        std::fflush(nullptr);  // neither a thread nor memory is to be had
     }
 }
 
