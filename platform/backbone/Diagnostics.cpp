@@ -21,4 +21,8 @@ std::string Quoted(const std::string& name) {
     return QORText::Quoted(name);
 }
 
+std::string QuotedPath(const std::string& path) {
+    return QORText::Quoted(path, path.size());
+}
+
 }  // namespace zyl::backbone

@@ -47,7 +47,7 @@ Settings Settings::FromEnvironment() {
     }
     settings.directory = Variable("ZYL_BACKBONE_DIR");
     if (!settings.directory.empty() && settings.directory.front() != '/') {
-        Fatal("ZYL_BACKBONE_DIR is " + Quoted(settings.directory) + "; it must be an absolute path",
+        Fatal("ZYL_BACKBONE_DIR is " + QuotedPath(settings.directory) + "; it must be an absolute path",
               kSourceFile, __LINE__);
     }
     const std::string lane = Variable("ZYL_BACKBONE_LANE");

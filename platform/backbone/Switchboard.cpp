@@ -31,17 +31,6 @@ constexpr auto kLookInterval = std::chrono::milliseconds(5);
 /// What a message costs besides its body, about.
 constexpr std::size_t kMessageOverhead = 256;
 
-/// So many processes in a row that wait for one another are a circle.
-constexpr int kCircle = 16;
-
-/// So much more may be taken in when a circle was found: finding it took a while, so this is not little.
-constexpr std::size_t kCircleStep = std::size_t{16} * 1024 * 1024;
-
-/// Where a circle cannot be seen, a message of each domain is taken in after so long without progress, and
-/// then at intervals that double up to the longest.
-constexpr std::chrono::milliseconds kFirstPause{20};
-constexpr std::chrono::milliseconds kLongestPause{1000};
-
 /// Messages that are dropped for one target are one line, and then at most one more in such an interval.
 constexpr auto kDropLineInterval = std::chrono::seconds(1);
 
@@ -205,59 +194,6 @@ struct Switchboard::Request {
                   kSourceFile, __LINE__);
         }
     }
-};
-
-/// How a send waits while the budget for what is taken in is spent.
-///
-/// If its target is slow, or stands still, it waits and takes nothing in. But if the target is held up by us
-/// in its turn, by way of others perhaps, nobody would ever get on. So whoever waits like this tells how many
-/// processes in a row do: itself, and those that its target has told of. A row ends at somebody who is not
-/// held up; in a circle the number grows with every look.
-class Switchboard::Restraint {
-  public:
-    Restraint(Transport& transport, const Link* link) : m_transport(transport), m_link(link) {}
-    ~Restraint() { Say(0); }
-    Restraint(const Restraint&) = delete;
-    Restraint& operator=(const Restraint&) = delete;
-
-    /// Some of the message has gone: patience begins anew.
-    void Advanced() {
-        m_pause = kFirstPause;
-        m_until.reset();
-    }
-
-    /// Waits for room for a while. Gives how much may be taken in now, above what was.
-    std::size_t Hold(std::span<Domain* const> domains, Deadline deadline) {
-        m_until = m_until.value_or(Clock::now() + m_pause);
-        const std::optional<int> theirs = m_link != nullptr ? m_link->HeldUp() : 0;
-        Say(std::clamp(theirs.value_or(0), 0, kCircle - 1) + 1);
-        if (theirs && *theirs >= kCircle) {
-            return kCircleStep;
-        }
-        m_transport.Wait(domains,
-                         std::min({deadline.value_or(*m_until), *m_until, Clock::now() + kLookInterval}),
-                         Take::kNothing);
-        if (theirs || Clock::now() < *m_until) {
-            return 0;
-        }
-        m_pause = std::min(2 * m_pause, kLongestPause);
-        m_until.reset();
-        return 1;
-    }
-
-  private:
-    void Say(int processes) {
-        if (m_said != processes) {
-            m_said = processes;
-            m_transport.SayHeldUp(processes);
-        }
-    }
-
-    Transport& m_transport;
-    const Link* m_link;
-    std::chrono::milliseconds m_pause = kFirstPause;
-    Deadline m_until;
-    int m_said = 0;
 };
 
 Switchboard::Switchboard(std::unique_ptr<Transport> transport, const Settings& settings)

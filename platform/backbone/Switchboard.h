@@ -7,15 +7,12 @@
 #include <string_view>
 #include <vector>
 
+#include "Restraint.h"
 #include "Settings.h"
 #include "Transport.h"
 #include "ZYLFeaBackbone.h"
 
 namespace zyl::backbone {
-
-/// What a process takes in while its sends wait costs no more memory than this, a few messages beside: unless
-/// it is one of several that wait for one another in a circle.
-constexpr std::size_t kTakenInBudget = std::size_t{64} * 1024 * 1024;
 
 /// What the seven plain functions do, over any transport: communicators, the applications of this process,
 /// what has arrived and waits, the loops, and the bookkeeping of losses. It knows no system call.
@@ -57,7 +54,6 @@ class Switchboard {
     struct Target;
     struct Membership;
     struct Request;
-    class Restraint;
 
     Membership& MembershipOf(int communicator, const char* function);
     Application& Declared(Membership& member, const std::string& name, bool announce);

@@ -48,7 +48,7 @@ std::string ErrorText() {
 }
 
 [[noreturn]] void Refuse(const std::string& path, const std::string& reason, int line) {
-    Fatal("cannot use the domain directory " + Quoted(path) + ": " + reason +
+    Fatal("cannot use the domain directory " + QuotedPath(path) + ": " + reason +
               "; set ZYL_BACKBONE_DIR to a directory of your own with mode 0700",
           kSourceFile, line);
 }
@@ -301,7 +301,7 @@ std::vector<std::string> DomainDirectory::Files(char kind) const {
     std::vector<std::string> names;
     DIR* directory = opendir(("/proc/self/fd/" + std::to_string(m_descriptor.Get())).c_str());
     if (directory == nullptr) {
-        Report("cannot list the domain directory " + Quoted(m_path) + ": " + ErrorText());
+        Report("cannot list the domain directory " + QuotedPath(m_path) + ": " + ErrorText());
         return names;
     }
     while (const dirent* entry = readdir(directory)) {  // NOLINT(concurrency-mt-unsafe): a stream of its own

@@ -168,7 +168,7 @@ void LocalDomain::Ended(int pid) {
 }
 
 std::string LocalDomain::WhereItLooks() const {
-    return "it looks in " + Quoted(m_directory.Path()) +
+    return "it looks in " + QuotedPath(m_directory.Path()) +
            "; most often such an application was not started, or runs as another user or with another "
            "ZYL_BACKBONE_DIR or XDG_RUNTIME_DIR";
 }

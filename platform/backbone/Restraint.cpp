@@ -1,0 +1,66 @@
+#include "Restraint.h"
+
+#include <algorithm>
+
+namespace zyl::backbone {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+/// So many processes in a row that wait for one another are a circle.
+constexpr int kCircle = 16;
+
+/// How often a process looks how many its target tells of.
+constexpr milliseconds kLookInterval{5};
+
+/// So much more may be taken in when a circle was found: finding it took a while, so this is not little.
+constexpr std::size_t kCircleStep = std::size_t{16} * 1024 * 1024;
+
+/// Where it cannot be seen what the target does, a message of each domain is taken in after so long without
+/// progress, and then at intervals that double up to the longest.
+constexpr milliseconds kFirstPause{20};
+constexpr milliseconds kLongestPause{1000};
+
+}  // namespace
+
+void Restraint::Advanced() {
+    m_pause = {};
+    m_until.reset();
+}
+
+std::size_t Restraint::Hold(std::span<Domain* const> domains, Deadline deadline) {
+    const std::optional<int> theirs = m_link != nullptr ? m_link->HeldUp() : 0;
+    Say(std::clamp(theirs.value_or(0), 0, kCircle - 1) + 1);
+    if (!theirs) {
+        return HoldUnseen(domains, deadline);
+    }
+    if (*theirs >= kCircle) {
+        return kCircleStep;
+    }
+    const Clock::time_point nextLook = Clock::now() + kLookInterval;
+    m_transport.Wait(domains, std::min(deadline.value_or(nextLook), nextLook), Take::kNothing);
+    return 0;
+}
+
+std::size_t Restraint::HoldUnseen(std::span<Domain* const> domains, Deadline deadline) {
+    if (!m_until) {
+        m_pause = std::clamp(2 * m_pause, kFirstPause, kLongestPause);
+        m_until = Clock::now() + m_pause;
+    }
+    m_transport.Wait(domains, std::min(deadline.value_or(*m_until), *m_until), Take::kNothing);
+    if (Clock::now() < *m_until) {
+        return 0;
+    }
+    m_until.reset();
+    return 1;
+}
+
+void Restraint::Say(int processes) {
+    if (m_said != processes) {
+        m_said = processes;
+        m_transport.SayHeldUp(processes);
+    }
+}
+
+}  // namespace zyl::backbone
