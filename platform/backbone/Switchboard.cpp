@@ -148,6 +148,18 @@ struct Switchboard::Membership {
         }
         queue.push_back(std::move(event));
     }
+    bool Watches() const {
+        return std::any_of(applications.begin(), applications.end(),
+                           [](const Application& one) { return one.disconnect != nullptr; });
+    }
+    /// Whether the end of a life of that peer is still to be dispatched. The reports that this object has
+    /// made itself are of no life: their peer has no process number.
+    bool OwesLossOf(const std::string& peer) const {
+        return domain->OwesLossOf(peer) || std::any_of(inbox.begin(), inbox.end(), [&](const Event& event) {
+                   const auto* lost = std::get_if<PeerLost>(&event);
+                   return lost != nullptr && lost->peer->pid != 0 && lost->peer->application == peer;
+               });
+    }
     /// A life is over: sends to that peer fail at once until it is there again, also first ones. A passing
     /// helper that was never sent to is nobody's loss; and a link that is still there tells by itself that
     /// its peer is gone.
@@ -348,7 +360,7 @@ Link* Switchboard::LinkTo(Membership& member, Target& target, const Request& req
         target.lost = true;
     }
     if (target.link == nullptr) {
-        target.link = member.domain->Open(target.name);
+        Open(member, target);
     }
     if (target.link == nullptr && !target.lost) {
         AwaitTarget(member, target, request);
@@ -379,9 +391,21 @@ void Switchboard::AwaitTarget(Membership& member, Target& target, const Request&
         }
         WaitTakingIn(std::min(end, nextLook), restraint);
         if (Clock::now() >= nextLook) {
-            target.link = member.domain->Open(target.name);
+            Open(member, target);
             nextLook = Clock::now() + kLookInterval;
         }
+    }
+}
+
+/// Opens a link to the target, if it is there. A new life of it is not there for a callback, nor for a
+/// process that watches, before they have heard of the end of the last one: an answer, or the rest of a
+/// conversation, is for the life that they know. Who only sends goes on with the new one at once.
+void Switchboard::Open(Membership& member, Target& target) const {
+    target.link = member.domain->Open(target.name);
+    if (target.link != nullptr && (m_depth > 0 || member.Watches()) && member.OwesLossOf(target.name)) {
+        target.link.reset();
+        target.lost = true;
+        target.reported = true;
     }
 }
 

@@ -62,6 +62,7 @@ class Switchboard {
     Target& TargetOf(Membership& member, std::string_view name);
     Link* LinkTo(Membership& member, Target& target, const Request& request);
     void AwaitTarget(Membership& member, Target& target, const Request& request);
+    void Open(Membership& member, Target& target) const;
     bool Transfer(const Target& target, const Request& request);
     void Drop(Membership& member, Target& target, const Request& request, const std::string& reason);
     void WaitTakingIn(Deadline deadline, Restraint& restraint);

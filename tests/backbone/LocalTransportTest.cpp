@@ -203,6 +203,47 @@ TEST_P(LocalLink, ApplicationThatHasComeBackIsSentToThoughItsLastLifeSeemsToLive
                    }});
 }
 
+TEST_P(LocalLink, AnswerToALifeThatIsOverDoesNotGoToTheNextOne) {
+    for (const bool watches : {false, true}) {
+        Signal there;
+        Signal asked;
+        Signal over;
+        Signal back;
+        m_world->Play({[&](Participant& me) {
+                           me.onMessage = [&](const Received& message) {
+                               if (message.body == "question") {
+                                   asked.Give();
+                                   back.Await();
+                               }
+                               me.Send("peer", "t", "answer to " + message.body);
+                           };
+                           me.Receive("host");
+                           if (watches) {
+                               me.Watch("host");
+                           }
+                           there.Give();
+                           me.WaitUntil([&] { return me.received.size() == 2; });
+                           EXPECT_EQ(me.lost.size(), watches ? 1U : 0U);
+                       },
+                       [&](Participant& me) {
+                           there.Await();
+                           me.Receive("peer");
+                           me.Send("host", "t", "question");
+                           asked.Await();
+                           over.Give();
+                           me.Crash();
+                       },
+                       [&](Participant& me) {
+                           over.Await();
+                           me.Receive("peer");
+                           me.Send("host", "t", "greeting");
+                           back.Give();
+                           me.WaitUntil([&] { return !me.received.empty(); });
+                           EXPECT_EQ(me.received[0].body, "answer to greeting");
+                       }});
+    }
+}
+
 TEST_P(LocalLink, LivesUnderOneNameAreHeardOneAfterTheOther) {
     constexpr std::size_t kLives = 40;  // each costs as much as the one before
     Signal there;

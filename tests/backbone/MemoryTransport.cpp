@@ -112,6 +112,13 @@ class MemoryDomain final : public Domain {
         return nullptr;
     }
 
+    bool OwesLossOf(const std::string& name) const override {
+        const Lock lock(m_hub.mutex);
+        return std::any_of(m_box->queue.begin(), m_box->queue.end(), [&](const Event& event) {
+            const auto* lost = std::get_if<PeerLost>(&event);
+            return lost != nullptr && lost->peer->application == name;
+        });
+    }
     std::optional<Event> Next(Take take) override {
         const Lock lock(m_hub.mutex);
         auto& queue = m_box->queue;

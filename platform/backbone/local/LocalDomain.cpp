@@ -97,7 +97,14 @@ std::shared_ptr<Outgoing> LocalDomain::OutgoingTo(const std::string& target) {
     m_lives.Meet(peer.pid, peer.host, peer.user);
     m_lives.Name(peer.pid, target, connected.announced);
     m_outgoing[target] = outgoing;
+    Succeed(target, peer.pid);
     return outgoing;
+}
+
+bool LocalDomain::OwesLossOf(const std::string& name) const {
+    return m_lives.Holders(name).size() > 1 ||
+           std::any_of(m_reports.begin(), m_reports.end(),
+                       [&](const PeerLost& report) { return report.peer->application == name; });
 }
 
 bool LocalDomain::HasNews(Take take) const {

@@ -36,6 +36,7 @@ class LocalDomain final : public Domain {
     void Deliver(int number) override;
     void Watch(int number) override;
     std::unique_ptr<Link> Open(const std::string& target) override;
+    bool OwesLossOf(const std::string& name) const override;
     std::optional<Event> Next(Take take) override;
     std::string WhereItLooks() const override;
 
