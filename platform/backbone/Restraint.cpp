@@ -8,10 +8,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// So many processes in a row that wait for one another are a circle.
-constexpr int kCircle = 16;
-
-/// How often a process looks how many its target tells of.
+/// How often a process looks what its target tells.
 constexpr milliseconds kLookInterval{5};
 
 /// So much more may be taken in when a circle was found: finding it took a while, so this is not little.
@@ -22,6 +19,13 @@ constexpr std::size_t kCircleStep = std::size_t{16} * 1024 * 1024;
 constexpr milliseconds kFirstPause{20};
 constexpr milliseconds kLongestPause{1000};
 
+/// The time, which all processes of a machine share, with the process's number in its place of least value.
+std::uint64_t NewToken(int pid) {
+    constexpr std::uint64_t kPidBits = 0xffff;
+    const auto now = static_cast<std::uint64_t>(Clock::now().time_since_epoch().count());
+    return (now & ~kPidBits) | (static_cast<std::uint64_t>(pid) & kPidBits);
+}
+
 }  // namespace
 
 void Restraint::Advanced() {
@@ -30,12 +34,15 @@ void Restraint::Advanced() {
 }
 
 std::size_t Restraint::Hold(std::span<Domain* const> domains, Deadline deadline) {
-    const std::optional<int> theirs = m_link != nullptr ? m_link->HeldUp() : 0;
-    Say(std::clamp(theirs.value_or(0), 0, kCircle - 1) + 1);
+    if (m_token == 0) {
+        m_token = NewToken(m_transport.Self().pid);
+    }
+    const std::optional<std::uint64_t> theirs = m_link != nullptr ? m_link->HeldUp() : 0;
+    Say(std::max(m_token, theirs.value_or(0)));
     if (!theirs) {
         return HoldUnseen(domains, deadline);
     }
-    if (*theirs >= kCircle) {
+    if (*theirs == m_token) {
         return kCircleStep;
     }
     const Clock::time_point nextLook = Clock::now() + kLookInterval;
@@ -56,10 +63,10 @@ std::size_t Restraint::HoldUnseen(std::span<Domain* const> domains, Deadline dea
     return 1;
 }
 
-void Restraint::Say(int processes) {
-    if (m_said != processes) {
-        m_said = processes;
-        m_transport.SayHeldUp(processes);
+void Restraint::Say(std::uint64_t token) {
+    if (m_said != token) {
+        m_said = token;
+        m_transport.SayHeldUp(token);
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <span>
 
 #include "Transport.h"
@@ -16,9 +17,10 @@ constexpr std::size_t kTakenInBudget = std::size_t{64} * 1024 * 1024;
 /// How a send waits while the budget for what is taken in is spent; an object for each send, on its thread.
 ///
 /// If its target is slow, or stands still, it waits and takes nothing in. But if the target is held up by us
-/// in its turn, by way of others perhaps, nobody would ever get on. So whoever waits like this tells how many
-/// processes in a row do: itself, and those that its target has told of. A row ends at somebody who is not
-/// held up; in a circle the number grows with every look.
+/// in its turn, by way of others perhaps, nobody would ever get on. So whoever waits like this has a token,
+/// and tells its peers the greater one of this and of what its target tells: thus the greatest token goes
+/// round a circle, and who sees its own come back is in one. Tokens grow with time, and so no token of a wait
+/// that is over is ever the greatest.
 class Restraint {
   public:
     /// `link` leads to the target; null while that is not there. Both outlive this object.
@@ -36,13 +38,14 @@ class Restraint {
 
   private:
     std::size_t HoldUnseen(std::span<Domain* const> domains, Deadline deadline);
-    void Say(int processes);
+    void Say(std::uint64_t token);
 
     Transport& m_transport;
     const Link* m_link;
     std::chrono::milliseconds m_pause{};
     Deadline m_until;
-    int m_said = 0;
+    std::uint64_t m_token = 0;
+    std::uint64_t m_said = 0;
 };
 
 }  // namespace zyl::backbone

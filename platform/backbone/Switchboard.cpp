@@ -8,15 +8,13 @@
 #include <utility>
 
 #include "Diagnostics.h"
+#include "QORText.h"
 
 namespace zyl::backbone {
 
 namespace {
 
 constexpr const char* kSourceFile = "platform/backbone/Switchboard";
-
-/// Names travel in file names, greetings and diagnostics; nobody's name is longer.
-constexpr std::size_t kLongestName = 4096;
 
 /// A type name and its terminator are counted in 16 bits on the wire.
 constexpr std::size_t kLongestType = 65534;
@@ -33,6 +31,9 @@ constexpr std::size_t kMessageOverhead = 256;
 
 /// Messages that are dropped for one target are one line, and then at most one more in such an interval.
 constexpr auto kDropLineInterval = std::chrono::seconds(1);
+
+/// Of more names than this it is not noted any more that they were lost before anything was sent to them.
+constexpr std::size_t kMostTargetsNoted = 4096;
 
 /// What had come when the limit of a loop was over is still delivered, but a flood does not hold the loop for
 /// ever.
@@ -60,6 +61,18 @@ std::size_t Weight(const Event& event) {
     const auto* message = std::get_if<Message>(&event);
     return message != nullptr ? static_cast<std::size_t>(message->Size()) + kMessageOverhead : 0;
 }
+
+/// Counts who is inside, for as long as it lives: a callback may throw.
+class Inside {
+  public:
+    explicit Inside(int& count) : m_count(count) { ++m_count; }
+    ~Inside() { --m_count; }
+    Inside(const Inside&) = delete;
+    Inside& operator=(const Inside&) = delete;
+
+  private:
+    int& m_count;
+};
 
 /// A signal handler may change the condition as well.
 int ValueOf(const int* condition) {
@@ -165,7 +178,7 @@ struct Switchboard::Membership {
     /// its peer is gone.
     void NoteLoss(const PeerLost& lost) {
         auto found = targets.find(lost.peer->application);
-        if (found == targets.end() && lost.announced) {
+        if (found == targets.end() && lost.announced && targets.size() < kMostTargetsNoted) {
             found = targets.emplace(lost.peer->application, Target{lost.peer->application}).first;
         }
         if (found == targets.end()) {
@@ -307,7 +320,12 @@ void Switchboard::SendRequest(int communicator, std::string_view name, ZYLFeaBac
                               ZYLFeaBackbone_SizeCallback size, ZYLFeaBackbone_TypeCallback type) {
     Membership& member = MembershipOf(communicator, "SendRequest");
     CheckName(name, "application");
-    const Request request{type(), size(), stream};
+    if (m_writing > 0) {
+        Fatal("SendRequest was called for application " + Quoted(std::string(name)) +
+                  " by a callback that writes another message; send the one after the other",
+              kSourceFile, __LINE__);
+    }
+    const Request request{QORText::OrEmpty(type()), size(), stream};
     CheckOwner();
     const std::size_t typeSize = std::strlen(request.type);
     if (request.size < 0 || typeSize > kLongestType) {
@@ -329,7 +347,10 @@ void Switchboard::SendRequest(int communicator, std::string_view name, ZYLFeaBac
 
 void Switchboard::SendToSelf(Membership& member, const Application& application, const Request& request) {
     auto bytes = std::make_shared<OwnedBytes>(request.type, request.size);
-    request.Fill(bytes->body.get(), application.name);
+    {
+        const Inside writing(m_writing);
+        request.Fill(bytes->body.get(), application.name);
+    }
     member.TakeIn(member.fromSelf,
                   Message(application.number, bytes->type.c_str(), bytes->body.get(), request.size, bytes));
 }
@@ -421,7 +442,10 @@ bool Switchboard::Transfer(const Target& target, const Request& request) {
         WaitTakingIn({}, restraint);
         room = link.Reserve(request.type, request.size);
     }
-    request.Fill(room, target.name);
+    {
+        const Inside writing(m_writing);
+        request.Fill(room, target.name);
+    }
     CheckOwner();
     Progress progress = link.Commit();
     while (progress == Progress::kBlocked || progress == Progress::kAdvanced) {
@@ -541,7 +565,7 @@ bool Switchboard::DispatchOne(Membership& member) {
 }
 
 void Switchboard::Dispatch(Membership& member, const Event& event) {
-    ++m_depth;
+    const Inside dispatching(m_depth);
     if (const auto* message = std::get_if<Message>(&event)) {
         member.applications[static_cast<std::size_t>(message->Application())].receive(
             message->Type(), message->Body(), message->Size());
@@ -549,7 +573,6 @@ void Switchboard::Dispatch(Membership& member, const Event& event) {
         DispatchLoss(member, std::get<PeerLost>(event));
     }
     CheckOwner();
-    --m_depth;
 }
 
 void Switchboard::DispatchLoss(Membership& member, const PeerLost& lost) {

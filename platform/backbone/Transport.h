@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <span>
@@ -19,6 +20,9 @@ namespace zyl::backbone {
 using Clock = std::chrono::steady_clock;
 /// The moment at which a wait ends by itself; none: it does not.
 using Deadline = std::optional<Clock::time_point>;
+
+/// Names travel in file names, greetings and diagnostics; nobody's name is longer.
+constexpr std::size_t kLongestName = 4096;
 
 /// An application as loss reports name it.
 struct Peer {
@@ -97,7 +101,7 @@ class Link {
     virtual void* Reserve(const char* type, int size) = 0;
     virtual Progress Commit() = 0;
     /// What the peer last gave to Transport::SayHeldUp; nothing where that cannot be seen.
-    virtual std::optional<int> HeldUp() const = 0;
+    virtual std::optional<std::uint64_t> HeldUp() const = 0;
 };
 
 /// Which arrived messages are wanted.
@@ -153,9 +157,9 @@ class Transport {
     /// Returns when Next(take) of one of the domains, or a blocked link, may have something new; at the
     /// deadline; or without a reason. Looks at least once, also when the deadline has passed.
     virtual void Wait(std::span<Domain* const> domains, Deadline deadline, Take take) = 0;
-    /// Lets the peers know that a send of this process waits and takes nothing in meanwhile, and how many
-    /// processes in a row wait like that, this one included; 0: none does.
-    virtual void SayHeldUp(int processes) = 0;
+    /// Lets the peers know that a send of this process waits and takes nothing in meanwhile: a number that is
+    /// not 0, see Restraint; 0: none does.
+    virtual void SayHeldUp(std::uint64_t token) = 0;
     /// The machine and user that loss reports name where the peer was never met.
     virtual Peer Self() const = 0;
 };

@@ -94,14 +94,26 @@ class Call {
     bool m_outermost;
 };
 
+/// The argument, which is not null.
+template <class Pointer>
+Pointer Given(Pointer argument, const char* function, const char* what) {
+    if (argument == nullptr) {
+        Fatal(std::string(function) + " was called without " + what, kSourceFile, __LINE__);
+    }
+    return argument;
+}
+
 }  // namespace
 
 }  // namespace zyl::backbone
 
 using zyl::backbone::Call;
+using zyl::backbone::Given;
 
 void RegisterCommunicator(const char* name, int* communicator) {
-    *communicator = Call("RegisterCommunicator")->RegisterCommunicator(QORText::OrEmpty(name));
+    const Call call("RegisterCommunicator");
+    *Given(communicator, "RegisterCommunicator", "a place for the communicator") =
+        call->RegisterCommunicator(QORText::OrEmpty(name));
 }
 
 void DeclareApplicationId(int communicator, const char* applicationId, bool announce) {
@@ -110,24 +122,31 @@ void DeclareApplicationId(int communicator, const char* applicationId, bool anno
 }
 
 void AssociateHandler(int communicator, const char* application, ZYLFeaBackbone_ReceiveCallback callback) {
-    Call("AssociateHandler")->AssociateHandler(communicator, QORText::OrEmpty(application), callback);
+    Call("AssociateHandler")
+        ->AssociateHandler(communicator, QORText::OrEmpty(application),
+                           Given(callback, "AssociateHandler", "a callback"));
 }
 
 void AssociateDisconnectHandler(int communicator, const char* application,
                                 ZYLFeaBackbone_DisconnectCallback callback) {
     Call("AssociateDisconnectHandler")
-        ->AssociateDisconnectHandler(communicator, QORText::OrEmpty(application), callback);
+        ->AssociateDisconnectHandler(communicator, QORText::OrEmpty(application),
+                                     Given(callback, "AssociateDisconnectHandler", "a callback"));
 }
 
 void SendRequest(int communicator, const char* target, ZYLFeaBackbone_StreamCallback stream,
                  ZYLFeaBackbone_SizeCallback size, ZYLFeaBackbone_TypeCallback type) {
-    Call("SendRequest")->SendRequest(communicator, QORText::OrEmpty(target), stream, size, type);
+    Call("SendRequest")
+        ->SendRequest(
+            communicator, QORText::OrEmpty(target), Given(stream, "SendRequest", "a stream callback"),
+            Given(size, "SendRequest", "a size callback"), Given(type, "SendRequest", "a type callback"));
 }
 
 void WaitingLoop(int communicator, int limit, int* endingCondition) {
-    Call("WaitingLoop")->WaitingLoop(communicator, limit, endingCondition);
+    Call("WaitingLoop")
+        ->WaitingLoop(communicator, limit, Given(endingCondition, "WaitingLoop", "an ending condition"));
 }
 
 void BBSysLoopWait(int* endingCondition, int limit) {
-    Call("BBSysLoopWait")->WaitingLoop(endingCondition, limit);
+    Call("BBSysLoopWait")->WaitingLoop(Given(endingCondition, "BBSysLoopWait", "an ending condition"), limit);
 }

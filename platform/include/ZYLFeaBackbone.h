@@ -15,7 +15,8 @@
 ///
 /// Threads: the functions are called on one thread at a time; a call while another thread is inside is a
 /// fatal error. The callbacks run on the calling thread, inside WaitingLoop and BBSysLoopWait only, one at a
-/// time. A callback may send, and may wait (a nested loop).
+/// time. A receive or disconnect callback may send, and may wait (a nested loop); those of a send call
+/// nothing here.
 ///
 /// Ownership: strings are copied; a buffer given to a receive callback is valid during that call only.
 ///
@@ -36,7 +37,7 @@ typedef void (*ZYLFeaBackbone_DisconnectCallback)(int pid, const char* applicati
 typedef void (*ZYLFeaBackbone_StreamCallback)(void* buffer, int size);
 /// Gives the number of bytes of the message that is being sent, 0 to 2^31 - 1.
 typedef int (*ZYLFeaBackbone_SizeCallback)(void);
-/// Gives the type name of the message that is being sent, at most 65535 bytes.
+/// Gives the type name of the message that is being sent, at most 65534 bytes.
 typedef const char* (*ZYLFeaBackbone_TypeCallback)(void);
 
 /// Joins the domain `name` (0 to 4096 bytes, any characters) and stores its communicator in `*communicator`:

@@ -204,7 +204,7 @@ TEST_P(Conformance, TwoThatSendToEachOtherBeforeTheyWaitNeverDeadlock) {
             EXPECT_EQ(received, count);
         };
     };
-    for (const auto& [count, size] : {std::pair<int, std::size_t>{64, 1024 * 1024}, {100'000, 64}}) {
+    for (const auto& [count, size] : {std::pair<int, std::size_t>{64, 1024 * 1024}, {300'000, 64}}) {
         m_world->Play({role("left", "right", true, count, size), role("right", "left", true, count, size)});
         m_world->Play({role("left", "right", false, count, size), role("right", "left", false, count, size)});
     }
@@ -302,6 +302,34 @@ TEST_P(Conformance, EveryAnnouncedPeerIsReportedOnceForEachLifeAndHelpersAreNot)
                        me.Declare("two");
                        declared.Give();
                        released.Await();
+                       me.Crash();
+                   }});
+}
+
+TEST_P(Conformance, LossIsReportedWhileOthersKeepTheWatcherBusy) {
+    Signal watching;
+    Shared known;
+    m_world->Play({[&](Participant& me) {
+                       me.discard = true;
+                       me.Receive("watcher");
+                       me.Watch("watcher");
+                       watching.Give();
+                       watching.Give();
+                       me.WaitUntil([&] { return !me.lost.empty(); });
+                       EXPECT_THAT(me.lost, ElementsAre("peer"));
+                       known.Set(1);
+                       me.WaitUntil([&] { return me.lost.size() == 2; });
+                   },
+                   [&](Participant& me) {
+                       watching.Await();
+                       me.Declare("flood");
+                       while (known.Get() == 0) {
+                           me.Send("watcher", "t", "more");
+                       }
+                   },
+                   [&](Participant& me) {
+                       watching.Await();
+                       me.Declare("peer");
                        me.Crash();
                    }});
 }

@@ -37,7 +37,10 @@ class MemoryLink final : public Link {
         m_bytes->body.resize(m_bytes->size + kGuardSize);
         return m_bytes->body.data();
     }
-    std::optional<int> HeldUp() const override { return std::nullopt; }
+    std::optional<std::uint64_t> HeldUp() const override {
+        const Lock lock(m_hub.mutex);
+        return m_hub.heldUp[m_box->pid];
+    }
     Progress Commit() override {
         const Lock lock(m_hub.mutex);
         if (!m_box->alive) {
@@ -165,7 +168,10 @@ class MemoryTransport final : public Transport {
         }
         m_seen = m_hub.generation;
     }
-    void SayHeldUp(int /*processes*/) override {}
+    void SayHeldUp(std::uint64_t token) override {
+        const Lock lock(m_hub.mutex);
+        m_hub.heldUp[m_pid] = token;
+    }
     Peer Self() const override { return {"", m_pid, "host", "user"}; }
 
   private:

@@ -36,6 +36,7 @@ class MemoryHub {
     std::uint64_t generation = 0;
     std::map<std::string, std::vector<std::shared_ptr<Box>>> domains;
     int lastPid = 0;
+    std::map<int, std::uint64_t> heldUp;  // what each process has last said
 
     /// Call with the mutex held.
     void Stir() {

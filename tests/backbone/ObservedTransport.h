@@ -25,7 +25,7 @@ class ObservedTransport final : public zyl::backbone::Transport {
         m_hook(++m_waits);
         m_inner->Wait(domains, deadline, take);
     }
-    void SayHeldUp(int processes) override { m_inner->SayHeldUp(processes); }
+    void SayHeldUp(std::uint64_t token) override { m_inner->SayHeldUp(token); }
     zyl::backbone::Peer Self() const override { return m_inner->Self(); }
 
   private:

@@ -46,6 +46,9 @@ class Incoming final : public Watched {
 
     /// Sets up the lane that a frame has announced, and answers with `own`. Throws BadFrame.
     void OpenLane(const FrameView& frame, const Doorbell& own);
+    /// Gives the writer `own`, which it has asked for.
+    void AnswerWithBell(const Doorbell& own);
+    bool OwesBell() const { return m_owesBell; }
     /// The lane and its writer's bell, once there is one.
     LaneReader* Lane() const { return m_lane.get(); }
     const std::shared_ptr<PeerDoorbell>& WritersBell() const { return m_writersBell; }
@@ -79,6 +82,8 @@ class Incoming final : public Watched {
     bool m_greeted = false;
     /// Whether it is clear that no lane will come any more: it is there, or messages come without one.
     bool m_settled = false;
+    /// Whether an answer with the bell could not be sent yet.
+    bool m_owesBell = false;
     bool m_drained = false;
     bool m_hangup = false;
     bool m_ended = false;
@@ -95,11 +100,13 @@ class Outgoing final : public Watched {
     bool Alive();
     void* Reserve(const char* type, int size);
     Progress Commit();
-    std::optional<int> HeldUp() const {
+    std::optional<std::uint64_t> HeldUp() const {
         return m_readersBell != nullptr ? std::optional(m_readersBell->HeldUp()) : std::nullopt;
     }
     /// Sends a whole control frame, now or before the next message.
     void SendControl(const std::string& frame);
+    /// Takes the reader's bell from the socket, if it is there.
+    void ReceiveBell();
     /// The peer is known to be gone.
     void SetLost() { m_lost = true; }
 
@@ -112,7 +119,6 @@ class Outgoing final : public Watched {
     void OpenLane();
     void* ReserveInLane(const char* type, int size);
     Progress CommitToLane();
-    void ReceiveBell();
     void Lose();
     void GiveUp(const BadFrame& reason);
     void* ReserveFrame(const char* type, int size);
@@ -149,7 +155,7 @@ class OpenLink final : public Link {
     bool Alive() override { return m_outgoing->Alive(); }
     void* Reserve(const char* type, int size) override { return m_outgoing->Reserve(type, size); }
     Progress Commit() override { return m_outgoing->Commit(); }
-    std::optional<int> HeldUp() const override { return m_outgoing->HeldUp(); }
+    std::optional<std::uint64_t> HeldUp() const override { return m_outgoing->HeldUp(); }
 
   private:
     std::shared_ptr<Outgoing> m_outgoing;

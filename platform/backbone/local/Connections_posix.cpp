@@ -23,6 +23,12 @@ constexpr int kLaneDescriptors = 3;
 constexpr std::size_t kBellDescriptors = 2;
 static_assert(kLaneDescriptors == kMostDescriptors);
 
+/// Whether there is nothing to receive, not even an end.
+bool IsEmpty(int socket) {
+    char byte = 0;
+    return recv(socket, &byte, 1, MSG_DONTWAIT | MSG_PEEK) < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
+}
+
 /// A clock that costs next to nothing and moves every few milliseconds.
 long CoarseTime() {
     timespec now{};
@@ -112,8 +118,17 @@ void Incoming::OpenLane(const FrameView& frame, const Doorbell& own) {
     m_lane = std::make_unique<LaneReader>(std::move(mapping));
     m_descriptors.clear();
     m_settled = true;
+    AnswerWithBell(own);
+}
+
+/// Besides a link that has ended, there may be too many descriptors on their way for one more.
+void Incoming::AnswerWithBell(const Doorbell& own) {
     const std::array<int, kBellDescriptors> answer{own.Bell(), own.PageFile()};
-    SendWithDescriptors(m_socket.Get(), "b", answer);  // a failure shows as the end of the link
+    m_owesBell =
+        SendWithDescriptors(m_socket.Get(), "b", answer) < 0 && errno != EPIPE && errno != ECONNRESET;
+    if (m_owesBell) {
+        m_domain.OweBells();
+    }
 }
 
 Outgoing::Outgoing(LocalDomain& domain, FileDescriptor socket, Peer peer, bool announced)
@@ -166,6 +181,9 @@ bool Outgoing::Alive() {
 void* Outgoing::Reserve(const char* type, int size) {
     if (!m_laneTried) {
         OpenLane();
+        if (m_lane == nullptr) {
+            SendControl(BellFrame());
+        }
     }
     return m_lane != nullptr ? ReserveInLane(type, size) : ReserveFrame(type, size);
 }
@@ -222,10 +240,18 @@ Progress Outgoing::CommitToLane() {
 
 /// The reader answers the lane before it looks into it: while there is no answer, it has still to look.
 void Outgoing::ReceiveBell() {
+    const bool awaited = m_laneTried && m_readersBell == nullptr;
+    if (IsEmpty(m_socket.Get())) {
+        return;
+    }
+    // Without a place for them the kernel would drop the descriptors.
+    if (awaited && !CanOpen(kBellDescriptors)) {
+        m_domain.OweBells();
+        return;
+    }
     std::array<char, 16> bytes{};
     std::vector<FileDescriptor> descriptors;
     const ssize_t count = ReceiveWithDescriptors(m_socket.Get(), bytes, descriptors);
-    const bool awaited = m_lane != nullptr && m_readersBell == nullptr;
     try {
         if (count == 0 || (count < 0 && errno != EAGAIN && errno != EWOULDBLOCK)) {
             Lose();

@@ -58,13 +58,17 @@ class DomainDirectory {
     /// may not be symbolic links; anything else is a fatal error that says which, and what to do. Removes
     /// what processes that were killed have left in it.
     DomainDirectory(const std::string& base, const std::string& domain);
+    /// Removes the directory if nobody holds a name in it.
+    ~DomainDirectory();
+    DomainDirectory(const DomainDirectory&) = delete;
+    DomainDirectory& operator=(const DomainDirectory&) = delete;
 
     const std::string& Path() const { return m_path; }
 
     /// Takes the name and listens for it. Throws NameTaken.
-    Claim Take(const std::string& name, bool announced) const;
+    Claim Take(const std::string& name, bool announced);
     /// Connects to the application, without waiting for it to accept. Not open when it is not there.
-    Connected Connect(const std::string& name) const;
+    Connected Connect(const std::string& name);
     /// The process that holds the name, or left it without giving it back and nobody has tidied up since; 0:
     /// there is none; nothing: that cannot be seen.
     std::optional<int> Holder(const std::string& name) const;
@@ -84,11 +88,16 @@ class DomainDirectory {
     /// For the holder of the lock.
     void Clear(const std::string& safeName) const;
     void Vacate(const std::string& safeName) const;
-    FileDescriptor Lock(const std::string& safeName) const;
+    FileDescriptor Lock(const std::string& safeName);
     FileDescriptor Listen(const std::string& safeName, char kind) const;
     std::optional<std::string> RealName(const std::string& safeName) const;
     void Remove(const std::string& file) const;
 
+    void Open();
+    bool Renew();
+
+    std::string m_base;
+    std::string m_name;
     std::string m_path;
     FileDescriptor m_descriptor;
 };

@@ -53,6 +53,15 @@ std::string ErrorText() {
           kSourceFile, line);
 }
 
+/// The same for what errno tells. Another directory is no help where it is a shortage.
+[[noreturn]] void RefuseForError(const std::string& path, const std::string& reason, int line) {
+    const std::string text = reason + " (" + ErrorText() + ")";
+    if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOSPC || errno == EDQUOT) {
+        Fatal("cannot use the domain directory " + QuotedPath(path) + ": " + text, kSourceFile, line);
+    }
+    Refuse(path, text, line);
+}
+
 std::string BaseDirectory(const std::string& setting) {
     if (!setting.empty()) {
         return setting;
@@ -67,13 +76,17 @@ std::string BaseDirectory(const std::string& setting) {
 
 /// Opens a directory below `parent`, made if it is missing, and checks that it is this user's alone.
 FileDescriptor OpenPrivate(int parent, const std::string& name, const std::string& path) {
-    if (mkdirat(parent, name.c_str(), 0700) != 0 && errno != EEXIST) {
-        Refuse(path, "it cannot be made (" + ErrorText() + ")", __LINE__);
-    }
-    FileDescriptor directory(openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    FileDescriptor directory;
+    do {
+        if (mkdirat(parent, name.c_str(), 0700) != 0 && errno != EEXIST) {
+            RefuseForError(path, "it cannot be made", __LINE__);
+        }
+        directory =
+            FileDescriptor(openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    } while (!directory.IsOpen() && errno == ENOENT);  // the last that left it has just removed it
     struct stat status {};
     if (!directory.IsOpen() || fstat(directory.Get(), &status) != 0) {
-        Refuse(path, "it cannot be opened as a directory (" + ErrorText() + ")", __LINE__);
+        RefuseForError(path, "it cannot be opened as a directory that is no symbolic link", __LINE__);
     }
     if (status.st_uid != geteuid()) {
         Refuse(path, "it belongs to the user with number " + std::to_string(status.st_uid), __LINE__);
@@ -109,6 +122,14 @@ std::optional<std::string> Decode(const std::string& safe) {
         name += static_cast<char>(byte);
     }
     return SafeName(name) == safe ? std::optional(name) : std::nullopt;
+}
+
+/// Whether the safe form of a name is one that is hashed, whatever stands in its lock file: a process that
+/// was killed early leaves none of its name there.
+bool IsHashed(const std::string& safe) {
+    constexpr std::size_t kHashAt = kLongestSafeName - 16;
+    return safe.size() == kLongestSafeName && safe[kHashAt - 1] == '~' &&
+           safe.find_first_not_of("0123456789abcdef", kHashAt) == std::string::npos;
 }
 
 /// `path` without the separators at its end, which would lead through a symbolic link.
@@ -198,22 +219,40 @@ Claim::~Claim() {
     }
 }
 
-DomainDirectory::DomainDirectory(const std::string& base, const std::string& domain) {
-    const std::string basePath = WithoutTrailingSeparators(BaseDirectory(base));
-    const FileDescriptor baseDirectory = OpenPrivate(AT_FDCWD, basePath, basePath);
-    const std::string name = "d." + SafeName(domain);
-    m_path = basePath + "/" + name;
-    m_descriptor = OpenPrivate(baseDirectory.Get(), name, m_path);
+DomainDirectory::DomainDirectory(const std::string& base, const std::string& domain)
+    : m_base(WithoutTrailingSeparators(BaseDirectory(base))), m_name("d." + SafeName(domain)) {
+    m_path = m_base + "/" + m_name;
+    Open();
     RemoveLeftovers();
 }
 
-Claim DomainDirectory::Take(const std::string& name, bool announced) const {
+/// One in which somebody holds a name is not empty, and stays.
+DomainDirectory::~DomainDirectory() {
+    rmdir(m_path.c_str());
+}
+
+void DomainDirectory::Open() {
+    const FileDescriptor base = OpenPrivate(AT_FDCWD, m_base, m_base);
+    m_descriptor = OpenPrivate(base.Get(), m_name, m_path);
+}
+
+/// While this process holds no name in it, another one that leaves may remove the directory.
+bool DomainDirectory::Renew() {
+    struct stat status {};
+    if (fstat(m_descriptor.Get(), &status) != 0 || status.st_nlink > 0) {
+        return false;
+    }
+    Open();
+    return true;
+}
+
+Claim DomainDirectory::Take(const std::string& name, bool announced) {
     const std::string safe = SafeName(name);
     FileDescriptor lock = Lock(safe);
     const std::string content = std::to_string(ProcessId()) + "\n" + name;
     if (ftruncate(lock.Get(), 0) != 0 ||
         pwrite(lock.Get(), content.data(), content.size(), 0) != static_cast<ssize_t>(content.size())) {
-        Refuse(m_path, "a name cannot be written (" + ErrorText() + ")", __LINE__);
+        RefuseForError(m_path, "a name cannot be written", __LINE__);
     }
     Clear(safe);
     FileDescriptor socket = Listen(safe, announced ? 'a' : 'h');
@@ -223,13 +262,18 @@ Claim DomainDirectory::Take(const std::string& name, bool announced) const {
 /// The lock file, locked. A file that was removed between our opening and our locking it locks nothing, and a
 /// holder that is dying lets go in a moment, hence the loop. It counts looks, not time: this process may have
 /// been stopped between two of them.
-FileDescriptor DomainDirectory::Lock(const std::string& safeName) const {
+FileDescriptor DomainDirectory::Lock(const std::string& safeName) {
     const std::string file = "l." + safeName;
     for (int looks = 0;;) {
         FileDescriptor lock(
             openat(m_descriptor.Get(), file.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
         if (!lock.IsOpen()) {
-            Refuse(m_path, "a name cannot be taken (" + ErrorText() + ")", __LINE__);
+            const int reason = errno;
+            if (reason == ENOENT && Renew()) {
+                continue;
+            }
+            errno = reason;
+            RefuseForError(m_path, "a name cannot be taken", __LINE__);
         }
         if (flock(lock.Get(), LOCK_EX | LOCK_NB) == 0) {
             if (IsNamed(lock.Get(), m_descriptor.Get(), file)) {
@@ -253,12 +297,12 @@ FileDescriptor DomainDirectory::Listen(const std::string& safeName, char kind) c
                            renameat(m_descriptor.Get(), hidden.c_str(), m_descriptor.Get(),
                                     (std::string(1, kind) + "." + safeName).c_str()) == 0;
     if (!listening) {
-        Refuse(m_path, "an application cannot listen in it (" + ErrorText() + ")", __LINE__);
+        RefuseForError(m_path, "an application cannot listen in it", __LINE__);
     }
     return listener;
 }
 
-Connected DomainDirectory::Connect(const std::string& name) const {
+Connected DomainDirectory::Connect(const std::string& name) {
     const std::string safe = SafeName(name);
     for (const char* kind : {"a.", "h."}) {
         FileDescriptor connection = NewSocket(0);
@@ -276,6 +320,7 @@ Connected DomainDirectory::Connect(const std::string& name) const {
         fcntl(connection.Get(), F_SETFL, O_NONBLOCK);
         return {std::move(connection), peer.pid, kind[0] == 'a'};
     }
+    Renew();  // who waits for it looks again
     return {};
 }
 
@@ -293,7 +338,7 @@ void DomainDirectory::MarkWatcher(const std::string& name) const {
     const FileDescriptor marker(
         openat(m_descriptor.Get(), file.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!marker.IsOpen()) {
-        Refuse(m_path, "a watcher cannot be marked (" + ErrorText() + ")", __LINE__);
+        RefuseForError(m_path, "a watcher cannot be marked", __LINE__);
     }
 }
 
@@ -336,7 +381,7 @@ void DomainDirectory::RemoveLeftovers() const {
         const FileDescriptor lock(
             openat(m_descriptor.Get(), file.c_str(), O_RDWR | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
         if (flock(lock.Get(), LOCK_EX | LOCK_NB) == 0 && IsNamed(lock.Get(), m_descriptor.Get(), file) &&
-            RealName(safeName)) {
+            (RealName(safeName) || IsHashed(safeName))) {
             Vacate(safeName);
         }
     }

@@ -20,7 +20,7 @@ namespace zyl::backbone::local {
 struct DoorbellPage {
     alignas(64) std::atomic<std::uint32_t> asleep;
     alignas(64) std::atomic<std::int32_t> processor;
-    alignas(64) std::atomic<std::int32_t> heldUp;
+    alignas(64) std::atomic<std::uint64_t> heldUp;
 };
 
 /// Lets a loop that waits for another processor breathe.
@@ -39,7 +39,7 @@ class Doorbell {
     int PublishProcessor();
 
     /// See Transport::SayHeldUp.
-    void SayHeldUp(int processes) { Page().heldUp.store(processes, std::memory_order_relaxed); }
+    void SayHeldUp(std::uint64_t token) { Page().heldUp.store(token, std::memory_order_relaxed); }
 
     int Bell() const { return m_bell.Get(); }
     int PageFile() const { return m_file.Get(); }
@@ -62,7 +62,7 @@ class PeerDoorbell {
     /// The processor on which the peer was last seen.
     int Processor() const { return Page().processor.load(std::memory_order_relaxed); }
     /// What the peer last gave to SayHeldUp.
-    int HeldUp() const { return Page().heldUp.load(std::memory_order_relaxed); }
+    std::uint64_t HeldUp() const { return Page().heldUp.load(std::memory_order_relaxed); }
 
   private:
     DoorbellPage& Page() const { return *reinterpret_cast<DoorbellPage*>(m_mapping.Head()); }

@@ -80,7 +80,7 @@ FrameHeader ReadFrameHeader(const char* in) {
     if (magic != kMagic) {
         throw BadFrame("the frame's magic number is " + std::to_string(magic));
     }
-    if (kind < static_cast<int>(FrameKind::kGreeting) || kind > static_cast<int>(FrameKind::kLane)) {
+    if (kind < static_cast<int>(FrameKind::kGreeting) || kind > static_cast<int>(FrameKind::kBell)) {
         throw BadFrame("the frame's kind is " + std::to_string(kind));
     }
     if (header.typeSize == 0) {
@@ -106,6 +106,10 @@ std::string GreetingFrame(const Greeting& greeting) {
 
 std::string AnnounceFrame(const std::string& application) {
     return ControlFrame(FrameKind::kAnnounce, application);
+}
+
+std::string BellFrame() {
+    return ControlFrame(FrameKind::kBell, "");
 }
 
 std::string LaneFrame(std::uint32_t ringSize) {

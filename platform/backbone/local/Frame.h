@@ -30,6 +30,7 @@ enum class FrameKind : std::uint16_t {
     kGreeting = 1,  ///< who has opened the link; the type is empty, the body is a Greeting
     kAnnounce = 2,  ///< the opener is the announced application that the body names; the type is empty
     kMessage = 3,   ///< a message; the type is its type name
+    kBell = 5,      ///< the listener is to answer with its bell, as for a lane; type and body are empty
     kLane =
         4  ///< from now on messages come through shared memory; the body is a u32 with the ring's size, and
            ///< with the frame come the descriptors of the memory, of the opener's bell and of its bell's page
@@ -68,6 +69,9 @@ struct Greeting {
 /// The whole frame of a greeting, or of an announcement.
 std::string GreetingFrame(const Greeting& greeting);
 std::string AnnounceFrame(const std::string& application);
+
+/// The whole frame that asks for the listener's bell.
+std::string BellFrame();
 
 /// The whole frame that opens a lane.
 std::string LaneFrame(std::uint32_t ringSize);

@@ -29,6 +29,11 @@ void Lives::Name(int pid, const std::string& application, bool announced) {
     }
 }
 
+std::size_t Lives::CountOfNames(int pid) const {
+    const auto life = m_lives.find(pid);
+    return life != m_lives.end() ? life->second.applications.size() : 0;
+}
+
 bool Lives::End(int pid) {
     const auto life = m_lives.find(pid);
     if (life == m_lives.end() || life->second.ending) {

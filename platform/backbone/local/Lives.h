@@ -21,6 +21,8 @@ class Lives {
     /// It has an application. A passing helper is not announced.
     void Name(int pid, const std::string& application, bool announced);
 
+    std::size_t CountOfNames(int pid) const;
+
     /// It has ended, but may have left something to be read. False when that is known, or the process is not.
     bool End(int pid);
     bool SomeEnding() const { return m_ending > 0; }

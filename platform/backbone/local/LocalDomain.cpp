@@ -14,6 +14,9 @@ namespace {
 /// Out of descriptors: how long until the next try to accept.
 constexpr std::chrono::milliseconds kDescriptorPause{100};
 
+/// A peer that announces more is none of this library, or has lost its way; each is kept while it lives.
+constexpr std::size_t kMostNames = 4096;
+
 /// After this many messages in a row a look at the other links is due, so that a busy one hides none.
 constexpr int kMessagesBetweenLooks = 256;
 
@@ -112,7 +115,7 @@ bool LocalDomain::HasNews(Take take) const {
         return HasLaneNews(take);
     }
     return !m_readable.empty() || !m_reports.empty() || (m_lives.SomeEnding() && m_starved.empty()) ||
-           MayAccept() || (take == Take::kAll && !m_parked.empty()) || HasLaneNews(take);
+           MayAccept() || MaySettleBells() || (take == Take::kAll && !m_parked.empty()) || HasLaneNews(take);
 }
 
 bool LocalDomain::HasLaneNews(Take take) const {
@@ -152,7 +155,8 @@ bool LocalDomain::IsWanted(const Incoming& incoming, Take take) const {
 }
 
 std::optional<std::chrono::milliseconds> LocalDomain::LongestWait() const {
-    return m_outOfDescriptors || !m_starved.empty() ? std::optional(kDescriptorPause) : std::nullopt;
+    const bool isShort = m_outOfDescriptors || !m_starved.empty() || m_bellsDue;
+    return isShort ? std::optional(kDescriptorPause) : std::nullopt;
 }
 
 void LocalDomain::Readable(Incoming& incoming) {
@@ -184,6 +188,12 @@ std::optional<Event> LocalDomain::Next(Take take) {
     if (++m_sinceLook > kMessagesBetweenLooks) {
         m_sinceLook = 0;
         m_poller.Wait(std::chrono::milliseconds(0));
+        if (m_lives.SomeEnding()) {
+            ReportEnds();
+        }
+    }
+    if (MaySettleBells()) {
+        SettleBells();
     }
     if (MayAccept()) {
         Accept();
@@ -195,13 +205,11 @@ std::optional<Event> LocalDomain::Next(Take take) {
         Unpark();
     }
     Feed();
-    if (!m_readable.empty()) {
-        if (std::optional<Event> message = NextMessage(take)) {
-            return message;
+    m_lanesFirst = !m_lanesFirst;
+    for (const bool inLanes : {m_lanesFirst, !m_lanesFirst}) {
+        if (std::optional<Event> event = inLanes ? NextInLanes(take) : NextMessage(take)) {
+            return event;
         }
-    }
-    if (std::optional<Event> message = NextInLanes(take)) {
-        return message;
     }
     if (m_lives.SomeEnding()) {
         ReportEnds();
@@ -305,6 +313,26 @@ void LocalDomain::SeeWhetherShortageIsOver() {
     m_outOfDescriptors = m_outOfDescriptors && (m_knocking || !m_starved.empty());
 }
 
+void LocalDomain::OweBells() {
+    m_bellsDue = Clock::now() + kDescriptorPause;
+}
+
+bool LocalDomain::MaySettleBells() const {
+    return m_bellsDue && Clock::now() >= *m_bellsDue;
+}
+
+void LocalDomain::SettleBells() {
+    m_bellsDue.reset();
+    for (const auto& incoming : m_incoming) {
+        if (incoming->OwesBell()) {
+            incoming->AnswerWithBell(m_bell);
+        }
+    }
+    for (const auto& [target, outgoing] : m_outgoing) {
+        outgoing->ReceiveBell();
+    }
+}
+
 void LocalDomain::Unpark() {
     m_readable.insert(m_readable.end(), m_parked.begin(), m_parked.end());
     m_parked.clear();
@@ -394,6 +422,10 @@ void LocalDomain::HandleControl(Incoming& incoming, const FrameView& frame) {
         m_lanes.push_back(&incoming);
         return;
     }
+    if (frame.kind == FrameKind::kBell) {
+        incoming.AnswerWithBell(m_bell);
+        return;
+    }
     if (incoming.orphaned) {
         return;
     }
@@ -401,6 +433,11 @@ void LocalDomain::HandleControl(Incoming& incoming, const FrameView& frame) {
         const Greeting greeting = ReadGreeting(frame.body);
         m_lives.Greet(incoming.Pid(), greeting.host, greeting.user);
     } else {
+        if (frame.body.size() > kLongestName || m_lives.CountOfNames(incoming.Pid()) >= kMostNames) {
+            throw BadFrame("it announces an application with a name of " + std::to_string(frame.body.size()) +
+                           " bytes after " + std::to_string(m_lives.CountOfNames(incoming.Pid())) +
+                           " others");
+        }
         const std::string name(frame.body.data(), frame.body.size());
         m_lives.Name(incoming.Pid(), name, true);
         Succeed(name, incoming.Pid());

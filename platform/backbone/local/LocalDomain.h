@@ -58,6 +58,8 @@ class LocalDomain final : public Domain {
     void Readable(Incoming& incoming);
     void Ended(int pid);
     void LaneIsFull(const Outgoing& outgoing, bool full);
+    /// A bell could not be given or taken for want of something: it is to be tried again.
+    void OweBells();
     void Met(const std::shared_ptr<PeerDoorbell>& peer);
     const Doorbell& OwnBell() const { return m_bell; }
     bool OpensLanes() const { return m_opensLanes; }
@@ -76,6 +78,8 @@ class LocalDomain final : public Domain {
     bool MayAccept() const;
     void SayOutOfDescriptors(int application);
     void SeeWhetherShortageIsOver();
+    bool MaySettleBells() const;
+    void SettleBells();
     bool AcceptOne(const Listener& listener);
     void Admit(FileDescriptor socket, int pid, int application);
     std::optional<Event> NextMessage(Take take);
@@ -129,6 +133,9 @@ class LocalDomain final : public Domain {
     /// Whether links wait because there are no descriptors for them, which was said then; and the next try.
     bool m_outOfDescriptors = false;
     Clock::time_point m_nextTry{};
+    /// When what OweBells was told of is tried again.
+    std::optional<Clock::time_point> m_bellsDue;
+    bool m_lanesFirst = false;
     int m_sinceLook = 0;
 };
 

@@ -48,7 +48,7 @@ class LocalTransport final : public Transport {
         m_bell.WakeUp();
     }
 
-    void SayHeldUp(int processes) override { m_bell.SayHeldUp(processes); }
+    void SayHeldUp(std::uint64_t token) override { m_bell.SayHeldUp(token); }
 
     Peer Self() const override { return {"", m_greeting.pid, m_greeting.host, m_greeting.user}; }
 
