@@ -84,6 +84,7 @@ class Incoming final : public Watched {
     bool m_settled = false;
     /// Whether an answer with the bell could not be sent yet.
     bool m_owesBell = false;
+    bool m_wasAsked = false;
     bool m_drained = false;
     bool m_hangup = false;
     bool m_ended = false;

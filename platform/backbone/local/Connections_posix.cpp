@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "../Diagnostics.h"
 #include "Descriptors.h"
@@ -101,6 +102,9 @@ void Incoming::CheckOrder(FrameKind kind) {
         throw BadFrame(m_greeted ? "a second greeting" : "the first frame is no greeting");
     }
     m_greeted = true;
+    if (kind == FrameKind::kBell && std::exchange(m_wasAsked, true)) {
+        throw BadFrame("a second request for the bell");
+    }
 }
 
 void Incoming::OpenLane(const FrameView& frame, const Doorbell& own) {

@@ -82,6 +82,11 @@ bool Lives::EndedJustNow(int pid) const {
     return buried != m_buried.end() && Clock::now() - buried->second < kDying;
 }
 
+std::vector<int> Lives::Holders(const std::string& application) const {
+    const auto holders = m_holders.find(application);
+    return holders != m_holders.end() ? holders->second : std::vector<int>();
+}
+
 /// Nobody is ever put before himself, so the first of those who wait always gets on.
 void Lives::PutBefore(int earlier, int later) {
     if (!Precedes(later, earlier)) {

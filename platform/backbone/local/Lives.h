@@ -33,9 +33,7 @@ class Lives {
     bool EndedJustNow(int pid) const;
 
     /// The processes that are known to have had the name, in the order in which they were met under it.
-    const std::vector<int>& Holders(const std::string& application) const {
-        return m_holders.at(application);
-    }
+    std::vector<int> Holders(const std::string& application) const;
     /// `earlier` had a name of `later` just before it. Not when the contrary is known.
     void PutBefore(int earlier, int later);
     /// Whether somebody who was put before it is still to be buried.

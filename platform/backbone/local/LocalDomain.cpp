@@ -447,7 +447,7 @@ void LocalDomain::HandleControl(Incoming& incoming, const FrameView& frame) {
 /// Of all that have had a name only its holder may still live. Of those that are gone, the one that was met
 /// first is taken for the earlier one, and each waits for the one before it.
 void LocalDomain::Succeed(const std::string& name, int pid) {
-    const std::vector<int>& known = m_lives.Holders(name);
+    const std::vector<int> known = m_lives.Holders(name);
     const std::optional<int> holder = known.size() > 1 ? m_directory.Holder(name) : std::nullopt;
     if (!holder) {
         return;
