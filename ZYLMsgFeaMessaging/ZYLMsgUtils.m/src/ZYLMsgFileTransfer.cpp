@@ -439,6 +439,7 @@ int ZYLMsgFileTransfer::KeepFile(const char* applicationId, const char* fileName
     const auto itr = m_receiveFileMap.find(application);
     if (itr != m_receiveFileMap.end()) {
         Log(1, "ERROR: already have a file opened for application %s\n", applicationId);
+        ExplainOpenFile(applicationId, fileName);
     }
     ZYL_ASSERT(itr == m_receiveFileMap.end());
     m_receiveFileMap.insert({application, fileId});
@@ -611,6 +612,18 @@ void ZYLMsgFileTransfer::ExplainNoOpenFile(const char* what, const char* sourceA
             "which it sends the file; or one of the two was started again in the middle of it.\n",
             what, Printable(sourceApplication).c_str(),
             open.empty() ? "none" : Printable(open.c_str()).c_str());
+    fflush(stderr);
+}
+
+void ZYLMsgFileTransfer::ExplainOpenFile(const char* sourceApplication, const char* newFile) const {
+    const ZYLString openFile = m_receptionMap.find(Text(sourceApplication))->second.m_path;
+    fprintf(stderr,
+            "ZYLMsgFileTransfer: a second file from '%s' begins, %s, while its file %s is still open here. "
+            "Either a ReceiveFile from it returned before its file had ended, because another transfer ended "
+            "the wait (its outcome says so): let that file end before asking for the next. Or it was lost in "
+            "the middle of the file and is back: a disconnect handler must call ApplicationLost.\n",
+            Printable(sourceApplication).c_str(), Printable(newFile).c_str(),
+            Printable(openFile.GetUTF8()).c_str());
     fflush(stderr);
 }
 
