@@ -8,7 +8,9 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <string>
+#include <thread>
 
 #include "RetryInterrupted_posix.h"
 
@@ -21,6 +23,10 @@ constexpr int kBinary = 0x8000;
 
 /// How often a path is resolved anew when somebody renames directories on it meanwhile.
 constexpr int kResolveAttempts = 100;
+
+/// How often, a millisecond apart, a file is tried to be locked, and readers of it are to be seen.
+constexpr int kLockAttempts = 50;
+constexpr int kSightsThatCount = 3;
 
 bool AreValid(int flags) {
     const bool isKnown = (flags & ~(kReadWrite | kCreate | kTruncate | kBinary)) == 0;
@@ -51,10 +57,32 @@ int Refusal(int descriptor) {
     return S_ISDIR(status.st_mode) ? EISDIR : ENOTSUP;
 }
 
+/// Locks a file for the moment in which it is emptied. 0, or the errno that refuses it.
+///
+/// A file that nobody can lock as a reader either is being emptied by another process, which soon lets go, or
+/// locked by a program that does not. One that a reader can lock has readers; but the sight may deceive when
+/// it changes in between, so that it counts only when it comes again.
+int LockToEmpty(int descriptor) {
+    int sightsOfReaders = 0;
+    for (int attempt = 0; attempt < kLockAttempts; ++attempt) {
+        if (Lock(descriptor, LOCK_EX) || errno != EWOULDBLOCK) {
+            return 0;
+        }
+        if (Lock(descriptor, LOCK_SH)) {
+            Lock(descriptor, LOCK_UN);
+            if (++sightsOfReaders == kSightsThatCount) {
+                return EBUSY;
+            }
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return ENOLCK;
+}
+
 /// Empties a file that nobody holds. 0, or the errno that refuses it.
 int Emptying(int descriptor) {
-    if (!Lock(descriptor, LOCK_EX) && errno == EWOULDBLOCK) {
-        return EBUSY;
+    if (const int refusal = LockToEmpty(descriptor)) {
+        return refusal;
     }
     // Locked until it is empty, so that nobody begins to hold it in between.
     const int failure = RetryInterrupted([&] { return ::ftruncate(descriptor, 0); }) == 0 ? 0 : errno;

@@ -20,8 +20,10 @@ class ZYLPLATFORM_EXPORT ZYLBasFileOps {
     /// `flags` is an "or" of the values of the home platform's C runtime:
     ///   0x0002  read and write (read only without it)
     ///   0x0100  create the file if it is missing
-    ///   0x0200  empty the file; only together with 0x0002. A file that is held (see Hold), or that
-    ///           another program has locked, is refused with EBUSY and keeps its bytes.
+    ///   0x0200  empty the file; only together with 0x0002. A file that is held (see Hold), or that other
+    ///           programs have locked together (a shared lock), is refused with EBUSY and keeps its bytes;
+    ///           one that a program has locked for itself alone with ENOLCK, after some 50 milliseconds of
+    ///           trying: another Open that empties it lets go sooner.
     ///   0x8000  no newline translation; there is none here with or without it
     /// Any other bit, or 0x0200 without 0x0002, fails with EINVAL.
     ///
@@ -52,8 +54,8 @@ class ZYLPLATFORM_EXPORT ZYLBasFileOps {
     /// file may be held by several at once.
     ///
     /// Those who open files in other ways are not kept from anything; to those who lock them it is a shared
-    /// lock. Where the file system has no locks, and
-    /// where somebody has locked the file for himself alone, nothing is held, which is no error.
+    /// lock. Where the file system has no locks, and where somebody has locked the file for himself alone,
+    /// nothing is held, which is no error.
     static void Hold(int descriptor);
 
     /// Ends a hold, also where a child process shares the descriptor. The descriptor stays open.

@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -20,11 +21,17 @@
 #include "ZYLCRuntime.h"
 
 static bool g_hasLocks = true;
+static int g_refusedLocks = 0;
 
-/// Stands in for the system's flock, to be a file system without locks.
+/// Stands in for the system's flock, to be a file system without locks, or one where somebody else has the
+/// file locked for a while.
 __attribute__((visibility("default"))) int Flock(int descriptor, int operation) __asm__("flock");
 int Flock(int descriptor, int operation) {
-    errno = ENOLCK;
+    errno = g_refusedLocks > 0 ? EWOULDBLOCK : ENOLCK;
+    if (g_refusedLocks > 0) {
+        --g_refusedLocks;
+        return -1;
+    }
     return g_hasLocks ? static_cast<int>(syscall(SYS_flock, descriptor, operation)) : -1;
 }
 
@@ -275,6 +282,15 @@ TEST_F(FilesBeneath, WhatIsHeldIsNotEmptiedUnderAnyOfItsNames) {
         ZYLBasFileOps::Release(holder);
         EXPECT_EQ(ReadAndClose(holder), "root");
     }
+    // A program that has it locked for itself alone does not let go; one that empties it does.
+    const int foreign = ZYLBasFileOps::Open((root + "f").c_str(), kRead, 0);
+    ASSERT_EQ(flock(foreign, LOCK_EX), 0);
+    EXPECT_EQ(ZYLBasFileOps::Open((root + "link").c_str(), kWrite, 0640), -1);
+    EXPECT_EQ(errno, ENOLCK);
+    EXPECT_EQ(ReadAndClose(foreign), "root");
+    g_refusedLocks = 4;
+    EXPECT_EQ(ReadAndClose(ZYLBasFileOps::Open((root + "link").c_str(), kWrite, 0640)), "");
+    EXPECT_EQ(g_refusedLocks, 0);
     g_hasLocks = false;
     EXPECT_EQ(ReadAndClose(ZYLBasFileOps::Open((root + "link").c_str(), kWrite, 0640)), "");
     g_hasLocks = true;

@@ -52,9 +52,10 @@ std::string NotThere(const char* application) {
 
 std::string OpenFailure(const std::string& start, const char* fileName, const char* end, int openError) {
     return start + " file " + Printable(fileName) + end + ": " +
-           (openError == EBUSY   ? "it is being sent, or locked by another program, and keeps its bytes"
-            : openError == EXDEV ? "it is not in an allowed directory"
-                                 : strerror(openError));
+           (openError == EBUSY    ? "it is being sent, or locked by another program, and keeps its bytes"
+            : openError == ENOLCK ? "another program has locked it, and it keeps its bytes"
+            : openError == EXDEV  ? "it is not in an allowed directory"
+                                  : strerror(openError));
 }
 
 // Whether the message that was sent last went to somebody.
