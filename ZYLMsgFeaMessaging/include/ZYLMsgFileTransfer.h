@@ -193,6 +193,8 @@ class ZYLMSGMODULES_EXPORT ZYLMsgFileTransfer {
     struct Wait;
     // The first one begun of those that are not over; with null for any application.
     Wait* OldestWait(Awaited awaited, const ZYLString* application) const;
+    // Whether a file comes from the application, or a wait is for it.
+    bool IsKnown(const ZYLString& application) const;
     // Lets go what SendFile has sent already and another application may therefore write.
     void ReleaseSentFiles(const char* sourceApplication) const;
 

@@ -246,10 +246,28 @@ TEST_F(FileTransfer, WordsOfTheOtherSideAreEscapedAndBounded) {
     const std::string base = m_directory.Path();
     ZYLMsgFileTransfer& engine = Add("T").m_engine;
     engine.Receive("S", "", "", "", "T", base.c_str(), "", "out");
-    engine.NoteSourceFailure("S", ("\n\x1B[2J" + std::string(1 << 20, 'x')).c_str());
+    engine.NoteSourceFailure("S", ("\n\x1B[2J\\\\x07" + std::string(1 << 20, 'x')).c_str());
     engine.ReceiveISendCompletion("S");
-    EXPECT_THAT(Outcome("T"), HasSubstr("/out is not whole: S reports: \\x0a\\x1b[2Jxxx"));
+    EXPECT_THAT(Outcome("T"), HasSubstr("/out is not whole: S reports: \\x0a\\x1b[2J\\\\x07xxx"));
     EXPECT_LT(Outcome("T").size(), 6000U);
+    std::string roundabout;
+    for (int times = 0; times < 20'000; ++times) {
+        roundabout += "a/../";
+    }
+    engine.Receive("S", "", "", "", "T", base.c_str(), roundabout.c_str(), "out");
+    engine.ReceiveISendCompletion("S");
+    EXPECT_THAT(Outcome("T"), HasSubstr("...: File name too long"));
+    EXPECT_LT(Outcome("T").size(), 6000U);
+}
+
+TEST_F(FileTransfer, NullTextsAreEmptyOnes) {
+    ZYLMsgFileTransfer& engine = Add("", 4).m_engine;
+    for (const Operation flow : {kSendFile, kISendFile, kReceiveFile}) {
+        EXPECT_EQ((engine.*flow)(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr), 0);
+        Deliver();
+    }
+    EXPECT_EQ(engine.ApplicationLost(nullptr), 0);
+    EXPECT_THAT(Log(""), testing::Not(HasSubstr("null")));
 }
 
 TEST_F(FileTransfer, AWaitThatAnotherTransferEndsDoesNotLookDone) {
@@ -272,6 +290,15 @@ TEST_F(FileTransfer, AWaitThatAnotherTransferEndsDoesNotLookDone) {
         }
     }
     EXPECT_EQ(Read(Out()), "new");
+    // Nor does the confirmation of an application that is known to be another one.
+    s.m_engine.Receive("X", "", "", "", "S", s.m_base.c_str(), "", "x");
+    m_backbone.onSend = [&](const FakeBackbone::Message&) {
+        m_backbone.script.assign(
+            1, [&] { s.m_engine.NoteConfirmation("X", ""), s.m_engine.ReceiveReceiveCompletion(); });
+    };
+    s.m_engine.SendFile("S", s.m_base.c_str(), "job", "in", "T", t.m_base.c_str(), "job", "out");
+    EXPECT_EQ(Outcome("S"), ended + " after 3");
+    s.m_engine.ReceiveISendCompletion("X");
 }
 
 TEST_F(FileTransfer, ALostApplicationEndsWhatWaitsForItAndMayComeBack) {

@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstring>
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <utility>
@@ -33,6 +34,9 @@ constexpr int kOwnerReadsAndWritesGroupReads = 0x1A0;
 // Of a text from outside, as much as holds a path and a sentence.
 constexpr size_t kLongestText = 5000;
 
+// Of the three names of a file together: many times what a system takes for a path.
+constexpr size_t kLongestNames = 65536;
+
 int FlagsFor(bool isSender) {
     return isSender ? kReadBinary : kReadWriteCreateTruncateBinary;
 }
@@ -44,6 +48,16 @@ ZYLString Text(const char* utf8) {
 // A text from outside, bounded and on one line; null counts as "".
 std::string Printable(const char* text) {
     return QORText::Printable(QORText::OrEmpty(text), kLongestText);
+}
+
+// The same of what the other side reports, where the names are escaped already: their backslashes stay as
+// they are.
+std::string Reported(const char* text) {
+    std::string reported = Printable(text);
+    for (size_t at = 0; (at = reported.find("\\\\", at)) != std::string::npos; ++at) {
+        reported.erase(at, 1);
+    }
+    return reported;
 }
 
 std::string NotThere(const char* application) {
@@ -68,6 +82,13 @@ void SetFailure(ZYLMsgFileTransferOutcome& outcome, const std::string& text) {
     outcome.text = Text(text.c_str());
 }
 
+// Makes the caller's null texts empty ones.
+void FillNulls(std::initializer_list<const char**> texts) {
+    for (const char** text : texts) {
+        *text = QORText::OrEmpty(*text);
+    }
+}
+
 // A failure is never silent, whatever the verbosity.
 void WriteAlarm(const ZYLMsgFileTransferOutcome& outcome) {
     fprintf(stderr, "ZYLMsgFileTransfer: %s\n", outcome.text.GetUTF8());
@@ -80,7 +101,12 @@ bool IsInThisProcess(const char* sourceApplication, const char* targetApplicatio
     return source == Text(targetApplication) || source == Text(ZYLMsgBBCallbackManager::MessageID());
 }
 
+// The names of a file as they stand are a path that no system opens when they are too long to be worth the
+// memory that it takes to normalise them.
 ZYLString FormPath(const char* baseDir, const char* jobDir, const char* fileName) {
+    if (strlen(baseDir) + strlen(jobDir) + strlen(fileName) > kLongestNames) {
+        return Text((std::string(baseDir) + '/' + jobDir + '/' + fileName).c_str());
+    }
     return ZYLMsgPathExplorer::FormPath(Text(baseDir), Text(jobDir), Text(fileName));
 }
 
@@ -216,7 +242,7 @@ int ZYLMsgFileTransfer::SetAllowedRoots(const char* const* directories, int coun
     m_isConfined = true;
     int result = 0;
     for (int index = 0; index < count; ++index) {
-        const ZYLString path = FormPath(directories[index], "", "");
+        const ZYLString path = FormPath(QORText::OrEmpty(directories[index]), "", "");
         const int directory = ZYLBasFileOps::OpenDirectory(path.GetUTF8());
         if (directory < 0) {
             Log(1, "ZYLMsgFileTransfer: cannot allow directory %s: %s\n", path.GetUTF8(), strerror(errno));
@@ -240,6 +266,8 @@ int ZYLMsgFileTransfer::SendFile(const char* sourceApplication, const char* sour
                                  const char* sourceJobDir, const char* sourceFileName,
                                  const char* targetApplication, const char* targetBaseDir,
                                  const char* targetJobDir, const char* targetFileName) {
+    FillNulls({&sourceApplication, &sourceBaseDir, &sourceJobDir, &sourceFileName, &targetApplication,
+               &targetBaseDir, &targetJobDir, &targetFileName});
     HeldFile source(FormPath(sourceBaseDir, sourceJobDir, sourceFileName));
     Wait wait(*this, Awaited::kConfirmation, targetApplication);
     wait.m_sender = Text(sourceApplication);
@@ -266,6 +294,8 @@ int ZYLMsgFileTransfer::ISendFile(const char* sourceApplication, const char* sou
                                   const char* sourceJobDir, const char* sourceFileName,
                                   const char* targetApplication, const char* targetBaseDir,
                                   const char* targetJobDir, const char* targetFileName) {
+    FillNulls({&sourceApplication, &sourceBaseDir, &sourceJobDir, &sourceFileName, &targetApplication,
+               &targetBaseDir, &targetJobDir, &targetFileName});
     const HeldFile source(FormPath(sourceBaseDir, sourceJobDir, sourceFileName));
     SendNotifyAndContent(sourceApplication, sourceBaseDir, sourceJobDir, sourceFileName, targetApplication,
                          targetBaseDir, targetJobDir, targetFileName);
@@ -280,6 +310,8 @@ int ZYLMsgFileTransfer::ReceiveFile(const char* sourceApplication, const char* s
                                     const char* sourceJobDir, const char* sourceFileName,
                                     const char* targetApplication, const char* targetBaseDir,
                                     const char* targetJobDir, const char* targetFileName) {
+    FillNulls({&sourceApplication, &sourceBaseDir, &sourceJobDir, &sourceFileName, &targetApplication,
+               &targetBaseDir, &targetJobDir, &targetFileName});
     ZYL_ASSERT(m_contentMsg != NULL);
     Log(1,
         "ReceiveFile from application %s to application %s\n"
@@ -596,7 +628,7 @@ void ZYLMsgFileTransfer::NoteSourceFailure(const char* sourceApplication, const 
     }
     Reception& reception = itr->second;
     SetFailure(reception.m_outcome, "file " + Printable(reception.m_path.GetUTF8()) + " is not whole: " +
-                                        Printable(sourceApplication) + " reports: " + Printable(failure));
+                                        Printable(sourceApplication) + " reports: " + Reported(failure));
     Log(4, "ZYLMsgFileTransfer: %s\n", reception.m_outcome.text.GetUTF8());
     Flush(4);
 }
@@ -686,7 +718,7 @@ void ZYLMsgFileTransfer::NoteConfirmation(const char* targetApplication, const c
     const ZYLString application = Text(targetApplication);
     Wait* wait = OldestWait(Awaited::kConfirmation, &application);
     auto late = m_lateConfirmationMap.find(application);
-    if (wait == nullptr && late == m_lateConfirmationMap.end()) {
+    if (wait == nullptr && late == m_lateConfirmationMap.end() && !IsKnown(application)) {
         // The identifier of a target need not be its name.
         wait = OldestWait(Awaited::kConfirmation, nullptr);
         late = m_lateConfirmationMap.begin();
@@ -702,7 +734,7 @@ void ZYLMsgFileTransfer::NoteConfirmation(const char* targetApplication, const c
     }
     ZYLMsgFileTransferOutcome outcome;
     if (*failure != '\0') {
-        SetFailure(outcome, Printable(targetApplication) + " reports: " + Printable(failure));
+        SetFailure(outcome, Printable(targetApplication) + " reports: " + Reported(failure));
         Log(4, "ZYLMsgFileTransfer: %s\n", outcome.text.GetUTF8());
         Flush(4);
     }
@@ -743,6 +775,14 @@ ZYLMsgFileTransfer::Wait* ZYLMsgFileTransfer::OldestWait(Awaited awaited,
         }
     }
     return oldest;
+}
+
+bool ZYLMsgFileTransfer::IsKnown(const ZYLString& application) const {
+    bool isKnown = m_receptionMap.find(application) != m_receptionMap.end();
+    for (const Wait* wait = m_innermostWait; wait != nullptr; wait = wait->m_outer) {
+        isKnown = isKnown || wait->m_application == application;
+    }
+    return isKnown;
 }
 
 void ZYLMsgFileTransfer::LogFailure(const char* text) const {
