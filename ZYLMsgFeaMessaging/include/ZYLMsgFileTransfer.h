@@ -182,7 +182,6 @@ class ZYLMSGMODULES_EXPORT ZYLMsgFileTransfer {
     void ReportFailedWrite(Reception& reception, int writeError);
     void EndReception(const ZYLString& sourceApplication);
     void ExplainNoOpenFile(const char* what, const char* sourceApplication) const;
-    void ExplainOpenFile(const char* sourceApplication, const char* newFile) const;
 
     // What a completion says of the other side: why the copy is not whole, or "". The handler calls them
     // before the operation that answers the completion.

@@ -17,9 +17,13 @@
 #include "ZYLMsgAssert.h"
 #include "ZYLMsgBBAPI.h"
 #include "ZYLMsgBBCallbackManager.h"
+#include "ZYLMsgFileTransferTexts.h"
 #include "ZYLMsgFileTransferType.h"
+#include "ZYLMsgHeldFile.h"
 #include "ZYLMsgPathExplorer.h"
 #include "mem_Allocation.h"
+
+namespace Texts = ZYLMsgFileTransferTexts;
 
 namespace {
 
@@ -31,9 +35,6 @@ constexpr int kReadBinary = 0x8000;
 constexpr int kReadWriteCreateTruncateBinary = 0x8302;
 constexpr int kOwnerReadsAndWritesGroupReads = 0x1A0;
 
-// Of a text from outside, as much as holds a path and a sentence.
-constexpr size_t kLongestText = 5000;
-
 // Of the three names of a file together: many times what a system takes for a path.
 constexpr size_t kLongestNames = 65536;
 
@@ -41,35 +42,12 @@ int FlagsFor(bool isSender) {
     return isSender ? kReadBinary : kReadWriteCreateTruncateBinary;
 }
 
+int OpenToRead(const char* fileName) {
+    return ZYLBasFileOps::Open(fileName, kReadBinary, 0);
+}
+
 ZYLString Text(const char* utf8) {
     return ZYLString::BuildFromUTF8(utf8);
-}
-
-// A text from outside, bounded and on one line; null counts as "".
-std::string Printable(const char* text) {
-    return QORText::Printable(QORText::OrEmpty(text), kLongestText);
-}
-
-// The same of what the other side reports, where the names are escaped already: their backslashes stay as
-// they are.
-std::string Reported(const char* text) {
-    std::string reported = Printable(text);
-    for (size_t at = 0; (at = reported.find("\\\\", at)) != std::string::npos; ++at) {
-        reported.erase(at, 1);
-    }
-    return reported;
-}
-
-std::string NotThere(const char* application) {
-    return "application " + Printable(application) + " was not there";
-}
-
-std::string OpenFailure(const std::string& start, const char* fileName, const char* end, int openError) {
-    return start + " file " + Printable(fileName) + end + ": " +
-           (openError == EBUSY    ? "it is being sent, or locked by another program, and keeps its bytes"
-            : openError == ENOLCK ? "another program has locked it, and it keeps its bytes"
-            : openError == EXDEV  ? "it is not in an allowed directory"
-                                  : strerror(openError));
 }
 
 // Whether the message that was sent last went to somebody.
@@ -82,6 +60,12 @@ void SetFailure(ZYLMsgFileTransferOutcome& outcome, const std::string& text) {
     outcome.text = Text(text.c_str());
 }
 
+// For people, whatever the verbosity.
+void WriteLine(const std::string& text) {
+    fprintf(stderr, "ZYLMsgFileTransfer: %s\n", text.c_str());
+    fflush(stderr);
+}
+
 // Makes the caller's null texts empty ones.
 void FillNulls(std::initializer_list<const char**> texts) {
     for (const char** text : texts) {
@@ -91,8 +75,7 @@ void FillNulls(std::initializer_list<const char**> texts) {
 
 // A failure is never silent, whatever the verbosity.
 void WriteAlarm(const ZYLMsgFileTransferOutcome& outcome) {
-    fprintf(stderr, "ZYLMsgFileTransfer: %s\n", outcome.text.GetUTF8());
-    fflush(stderr);
+    WriteLine(outcome.text.GetUTF8());
 }
 
 // The source's application is one of this process, as far as the engine can know.
@@ -131,34 +114,6 @@ void SetNames(ZYLMsgFileTransferData& data, const char* sourceApplication, const
     data.m_targetFileName = Text(targetFileName);
 }
 
-// A file that is not to be emptied while it is sent. It is held by a descriptor of its own, which outlives
-// the engine's: a send that is started during another one takes that one over.
-class HeldFile {
-  public:
-    // The descriptor is adopted; a negative one holds nothing.
-    explicit HeldFile(int descriptor) : m_descriptor(descriptor) {
-        if (descriptor >= 0) {
-            ZYLBasFileOps::Hold(descriptor);
-        }
-    }
-    explicit HeldFile(const ZYLString& path)
-        : HeldFile(ZYLBasFileOps::Open(path.GetUTF8(), kReadBinary, 0)) {}
-    ~HeldFile() { Release(); }
-    HeldFile(const HeldFile&) = delete;
-    HeldFile& operator=(const HeldFile&) = delete;
-
-    void Release() {
-        if (m_descriptor >= 0) {
-            ZYLBasFileOps::Release(m_descriptor);
-            _close(m_descriptor);
-            m_descriptor = -1;
-        }
-    }
-
-  private:
-    int m_descriptor;
-};
-
 }  // namespace
 
 // A SendFile or ReceiveFile that is under way: a local object of the operation. They nest when a handler
@@ -170,8 +125,8 @@ struct ZYLMsgFileTransfer::Wait {
           m_awaited(awaited),
           m_application(Text(application)) {
         SetFailure(m_outcome,
-                   "the wait ended with another transfer, before application " + Printable(application) +
-                       (awaited == Awaited::kFile ? " had sent all of the file" : " had confirmed the copy"));
+                   Texts::EndedByAnother(application, awaited == Awaited::kFile ? "sent all of the file"
+                                                                                : "confirmed the copy"));
         engine.m_innermostWait = this;
     }
     ~Wait() { m_engine.m_innermostWait = m_outer; }
@@ -200,9 +155,9 @@ struct ZYLMsgFileTransfer::Wait {
     ZYLMsgFileTransfer& m_engine;
     Wait* const m_outer;
     const Awaited m_awaited;
-    const ZYLString m_application;   // the other side
-    ZYLString m_sender;              // of a SendFile: its source application,
-    HeldFile* m_sentFile = nullptr;  // and its file
+    const ZYLString m_application;         // the other side
+    ZYLString m_sender;                    // of a SendFile: its source application,
+    ZYLMsgHeldFile* m_sentFile = nullptr;  // and its file
     bool m_isRunning = false;
     bool m_isOver = false;
     ZYLMsgFileTransferOutcome m_outcome;
@@ -268,7 +223,7 @@ int ZYLMsgFileTransfer::SendFile(const char* sourceApplication, const char* sour
                                  const char* targetJobDir, const char* targetFileName) {
     FillNulls({&sourceApplication, &sourceBaseDir, &sourceJobDir, &sourceFileName, &targetApplication,
                &targetBaseDir, &targetJobDir, &targetFileName});
-    HeldFile source(FormPath(sourceBaseDir, sourceJobDir, sourceFileName));
+    ZYLMsgHeldFile source(OpenToRead(FormPath(sourceBaseDir, sourceJobDir, sourceFileName).GetUTF8()));
     Wait wait(*this, Awaited::kConfirmation, targetApplication);
     wait.m_sender = Text(sourceApplication);
     wait.m_sentFile = &source;
@@ -279,7 +234,7 @@ int ZYLMsgFileTransfer::SendFile(const char* sourceApplication, const char* sour
     if (WasTargetThere()) {
         wait.Run();
     } else {
-        wait.End({false, Text(NotThere(targetApplication).c_str()), 0});
+        wait.End({false, Text(Texts::NotThere(targetApplication).c_str()), 0});
         wait.Look();
     }
     if (!wait.m_isOver) {
@@ -296,12 +251,12 @@ int ZYLMsgFileTransfer::ISendFile(const char* sourceApplication, const char* sou
                                   const char* targetJobDir, const char* targetFileName) {
     FillNulls({&sourceApplication, &sourceBaseDir, &sourceJobDir, &sourceFileName, &targetApplication,
                &targetBaseDir, &targetJobDir, &targetFileName});
-    const HeldFile source(FormPath(sourceBaseDir, sourceJobDir, sourceFileName));
+    const ZYLMsgHeldFile source(OpenToRead(FormPath(sourceBaseDir, sourceJobDir, sourceFileName).GetUTF8()));
     SendNotifyAndContent(sourceApplication, sourceBaseDir, sourceJobDir, sourceFileName, targetApplication,
                          targetBaseDir, targetJobDir, targetFileName);
     SendISendCompletion(targetApplication);
     if (m_lastOutcome.ok && !WasTargetThere()) {
-        SetFailure(m_lastOutcome, NotThere(targetApplication));
+        SetFailure(m_lastOutcome, Texts::NotThere(targetApplication));
     }
     return 0;
 }
@@ -334,7 +289,7 @@ int ZYLMsgFileTransfer::ReceiveFile(const char* sourceApplication, const char* s
     if (WasTargetThere()) {
         wait.Run();
     } else {
-        SetFailure(m_receptionMap[wait.m_application].m_outcome, NotThere(sourceApplication));
+        SetFailure(m_receptionMap[wait.m_application].m_outcome, Texts::NotThere(sourceApplication));
         EndReception(wait.m_application);
         wait.Look();
     }
@@ -346,7 +301,7 @@ void ZYLMsgFileTransfer::OpenOwnTarget(const char* sourceApplication, const ZYLS
                                        const char* targetApplication, const ZYLString& target) {
     ReleaseSentFiles(sourceApplication);
     const bool isSourceHere = IsInThisProcess(sourceApplication, targetApplication);
-    const HeldFile held(isSourceHere ? ZYLBasFileOps::Open(source.GetUTF8(), kReadBinary, 0) : -1);
+    const ZYLMsgHeldFile held(isSourceHere ? OpenToRead(source.GetUTF8()) : -1);
     OpenFile(sourceApplication, target.GetUTF8(), false);
 }
 
@@ -368,7 +323,7 @@ int ZYLMsgFileTransfer::Send(const char* sourceApplication, const char* sourceBa
                              const char* targetApplication, const char* targetBaseDir,
                              const char* targetJobDir, const char* targetFileName) {
     const ZYLString path = FormPath(sourceBaseDir, sourceJobDir, sourceFileName);
-    const HeldFile source(OpenToHold(path.GetUTF8()));
+    const ZYLMsgHeldFile source(OpenToHold(path.GetUTF8()));
     return SendContent(&ZYLMsgFileTransfer::OpenRequestedFile, sourceApplication, sourceBaseDir, sourceJobDir,
                        sourceFileName, targetApplication, targetBaseDir, targetJobDir, targetFileName);
 }
@@ -397,8 +352,7 @@ int ZYLMsgFileTransfer::SendContent(Opener open, const char* sourceApplication, 
     }
     const int readError = errno;
     if (m_fileId >= 0 && m_contentMsg->Data().m_chunkSize < 0) {
-        SetFailure(m_lastOutcome,
-                   "cannot read all of file " + Printable(path.GetUTF8()) + ": " + strerror(readError));
+        SetFailure(m_lastOutcome, Texts::CutShort("read", path.GetUTF8(), readError));
         WriteAlarm(m_lastOutcome);
     }
     CloseFile(m_fileId);
@@ -409,7 +363,7 @@ int ZYLMsgFileTransfer::SendContent(Opener open, const char* sourceApplication, 
 int ZYLMsgFileTransfer::OpenFile(const char* applicationId, const char* fileName, bool isSender) {
     const int fileId = ZYLBasFileOps::Open(fileName, FlagsFor(isSender), kOwnerReadsAndWritesGroupReads);
     return KeepFile(applicationId, fileName, isSender, fileId,
-                    fileId >= 0 ? "" : OpenFailure("cannot open", fileName, "", errno));
+                    fileId >= 0 ? "" : Texts::CannotOpen("cannot open", fileName, "", errno));
 }
 
 int ZYLMsgFileTransfer::OpenRequestedFile(const char* applicationId, const char* fileName, bool isSender) {
@@ -420,8 +374,8 @@ int ZYLMsgFileTransfer::OpenRequestedFile(const char* applicationId, const char*
     if (fileId >= 0) {
         return KeepFile(applicationId, fileName, isSender, fileId, "");
     }
-    const std::string failure = OpenFailure(isSender ? "refused to read" : "refused to write", fileName,
-                                            " as another application asks", errno);
+    const std::string failure = Texts::CannotOpen(isSender ? "refused to read" : "refused to write", fileName,
+                                                  " as another application asks", errno);
     KeepFile(applicationId, fileName, isSender, fileId, failure);
     LogFailure(failure.c_str());
     if (!isSender) {
@@ -431,8 +385,7 @@ int ZYLMsgFileTransfer::OpenRequestedFile(const char* applicationId, const char*
 }
 
 int ZYLMsgFileTransfer::OpenToHold(const char* fileName) {
-    return m_isConfined ? OpenInAllowedRoot(fileName, kReadBinary)
-                        : ZYLBasFileOps::Open(fileName, kReadBinary, 0);
+    return m_isConfined ? OpenInAllowedRoot(fileName, kReadBinary) : OpenToRead(fileName);
 }
 
 int ZYLMsgFileTransfer::OpenInAllowedRoot(const char* fileName, int flags) {
@@ -472,7 +425,7 @@ int ZYLMsgFileTransfer::KeepFile(const char* applicationId, const char* fileName
     const auto itr = m_receiveFileMap.find(application);
     if (itr != m_receiveFileMap.end()) {
         Log(1, "ERROR: already have a file opened for application %s\n", applicationId);
-        ExplainOpenFile(applicationId, fileName);
+        WriteLine(Texts::SecondFile(applicationId, fileName, m_receptionMap[application].m_path.GetUTF8()));
     }
     ZYL_ASSERT(itr == m_receiveFileMap.end());
     m_receiveFileMap.insert({application, fileId});
@@ -611,8 +564,7 @@ int ZYLMsgFileTransfer::WriteChunk(const char* sourceApplication, int chunkSize,
 
 void ZYLMsgFileTransfer::ReportFailedWrite(Reception& reception, int writeError) {
     if (reception.m_outcome.ok) {
-        SetFailure(reception.m_outcome, "cannot write all of file " + Printable(reception.m_path.GetUTF8()) +
-                                            ": " + strerror(writeError));
+        SetFailure(reception.m_outcome, Texts::CutShort("write", reception.m_path.GetUTF8(), writeError));
         WriteAlarm(reception.m_outcome);
     }
     if (!reception.m_isFailureLogged) {
@@ -627,37 +579,18 @@ void ZYLMsgFileTransfer::NoteSourceFailure(const char* sourceApplication, const 
         return;
     }
     Reception& reception = itr->second;
-    SetFailure(reception.m_outcome, "file " + Printable(reception.m_path.GetUTF8()) + " is not whole: " +
-                                        Printable(sourceApplication) + " reports: " + Reported(failure));
+    SetFailure(reception.m_outcome, Texts::NotWhole(reception.m_path.GetUTF8(), sourceApplication, failure));
     Log(4, "ZYLMsgFileTransfer: %s\n", reception.m_outcome.text.GetUTF8());
     Flush(4);
 }
 
-// For the fatal end that follows, whatever the verbosity.
+// For the fatal end that follows.
 void ZYLMsgFileTransfer::ExplainNoOpenFile(const char* what, const char* sourceApplication) const {
     std::string open;
     for (auto itr = m_receiveFileMap.begin(); itr != m_receiveFileMap.end(); ++itr) {
         open += (open.empty() ? "'" : ", '") + std::string(itr->first.GetUTF8()) + "'";
     }
-    fprintf(stderr,
-            "ZYLMsgFileTransfer: a %s came from '%s', but no file from it is open here (open: %s). The "
-            "sender's identifier (ZYLMsgBBCallbackManager::SetMessageID) must be the application name under "
-            "which it sends the file; or one of the two was started again in the middle of it.\n",
-            what, Printable(sourceApplication).c_str(),
-            open.empty() ? "none" : Printable(open.c_str()).c_str());
-    fflush(stderr);
-}
-
-void ZYLMsgFileTransfer::ExplainOpenFile(const char* sourceApplication, const char* newFile) const {
-    const ZYLString openFile = m_receptionMap.find(Text(sourceApplication))->second.m_path;
-    fprintf(stderr,
-            "ZYLMsgFileTransfer: a second file from '%s' begins, %s, while its file %s is still open here. "
-            "Either a ReceiveFile from it returned before its file had ended, because another transfer ended "
-            "the wait (its outcome says so): let that file end before asking for the next. Or it was lost in "
-            "the middle of the file and is back: a disconnect handler must call ApplicationLost.\n",
-            Printable(sourceApplication).c_str(), Printable(newFile).c_str(),
-            Printable(openFile.GetUTF8()).c_str());
-    fflush(stderr);
+    WriteLine(Texts::NoOpenFile(what, sourceApplication, open.empty() ? "none" : open.c_str()));
 }
 
 int ZYLMsgFileTransfer::ReceiveISendCompletion(const char* sourceApplication) {
@@ -734,7 +667,7 @@ void ZYLMsgFileTransfer::NoteConfirmation(const char* targetApplication, const c
     }
     ZYLMsgFileTransferOutcome outcome;
     if (*failure != '\0') {
-        SetFailure(outcome, Printable(targetApplication) + " reports: " + Reported(failure));
+        SetFailure(outcome, Texts::Report(targetApplication, failure));
         Log(4, "ZYLMsgFileTransfer: %s\n", outcome.text.GetUTF8());
         Flush(4);
     }
@@ -743,13 +676,12 @@ void ZYLMsgFileTransfer::NoteConfirmation(const char* targetApplication, const c
 
 int ZYLMsgFileTransfer::ApplicationLost(const char* application) {
     const ZYLString name = Text(application);
-    const std::string lost = "application " + Printable(application) + " was lost";
+    const std::string lost = Texts::Lost(application);
     const auto itr = m_receptionMap.find(name);
     if (itr != m_receptionMap.end()) {
         Reception& reception = itr->second;
         SetFailure(reception.m_outcome,
-                   "file " + Printable(reception.m_path.GetUTF8()) + " is incomplete: " + lost + " after " +
-                       std::to_string(reception.m_outcome.bytes) + " bytes were written");
+                   Texts::Incomplete(reception.m_path.GetUTF8(), lost, reception.m_outcome.bytes));
         WriteAlarm(reception.m_outcome);
         LogFailure(reception.m_outcome.text.GetUTF8());
         EndReception(name);
