@@ -16,8 +16,14 @@ class ZYLMsgFileTransferType;
 ///
 /// Each application that takes part makes one engine, and registers a ZYLMsgFileTransferHandler for it, with
 /// a ZYLMsgFileTransferType as its prototype, at the callback manager. The engine must outlive that
-/// registration. It is used on one thread, the one on which the handlers run, and its memory does not grow
-/// with the files.
+/// registration. It is used on one thread, the one on which the handlers run. It serves one communicator:
+/// an application that transfers files in two domains needs two engines. A type has one handler, so it then
+/// registers one of its own, which passes each message on to the ZYLMsgFileTransferHandler of the engine in
+/// whose domain the sender is.
+///
+/// Its memory does not grow with the files. The backbone's does where nobody reads: two applications that
+/// call SendFile for each other at once both send before they read, and what has come meanwhile waits in
+/// memory, up to the size of the files.
 ///
 /// An application's message identifier (ZYLMsgBBCallbackManager::SetMessageID) must equal the name under
 /// which it is the source application of a transfer: chunks and completions carry no name, the receiver knows
@@ -29,20 +35,38 @@ class ZYLMsgFileTransferType;
 ///
 /// One ending condition serves every wait of an engine: the end of any reception, and any confirmation, end
 /// the wait that is on, whichever transfer it was for. Where it was another one's, LastOutcome says that the
-/// own one had not ended yet.
+/// own one had not ended yet. It goes on: its file stays open here until the source's completion is handled,
+/// and another ReceiveFile from that source before then is the fatal error of two files at once. Waiting in
+/// ZYLMsgBBAPI::WaitingLoop lets it end; LastOutcome tells of it then.
+///
+/// A confirmation names no file. It counts for the SendFile that waits longest for its sender; where there is
+/// none, for the one that waits longest, because the identifier of a target need not be its name, unless its
+/// sender is known to be another application: a file is being received from it, or a wait is for it. So an
+/// application that sends confirmations nobody asked for can make a failed SendFile look done.
+///
+/// A name or directory that is null is the empty text. Names that have more than 64 KiB together, the three
+/// of a file, are a file name that is too long.
 ///
 /// Every operation returns 0. A source that cannot be opened or read gives an empty or short copy; a target
 /// that cannot be opened or written gives none or a damaged one; the transfer runs to its end either way, and
 /// LastOutcome tells both sides. Broken rules of the protocol (a chunk out of sequence, a chunk without
 /// bytes, a completion for no file) are fatal errors; a line on standard error says what to look for when a
-/// chunk or a completion comes from an application that has no file open.
+/// chunk or a completion comes from an application that has no file open, or a second file from one that has.
+///
+/// A process whose files may not grow beyond a limit (RLIMIT_FSIZE) must ignore SIGXFSZ to get a failed write
+/// as an outcome; otherwise the system ends it with that signal.
 ///
 /// A source file is held while it is sent: meanwhile no engine that reaches it, by whatever name, opens it as
 /// a target, so that a file that is sent onto itself keeps its bytes. SendFile holds it until it returns;
 /// once all of it is sent, a file that another application sends to this engine may replace it all the same,
 /// so that two applications can exchange a file. After ISendFile the receiver may still write a short file,
-/// all of which is on its way, with its own bytes. Nothing is held where the file system has no locks, and
-/// other programs are not kept from the file.
+/// all of which is on its way, with its own bytes. Nothing is held where the file system has no locks, where
+/// another program has locked the file for itself alone, and where this process has no descriptor left for
+/// it. A hold ends with its process, also when messages with the file are still on their way; and other
+/// programs are not kept from the file.
+///
+/// A target is not held: two sources that send to one target file at once both write it, each from its start,
+/// and the copy is a mixture though both outcomes are ok. One of them must wait for the other.
 ///
 /// Diagnostics go to the log stream: the course of a transfer and the first failed write of each file at
 /// level 1, each chunk, each file opened and what the other side reports at level 4. A verbosity of n writes
@@ -110,8 +134,9 @@ class ZYLMSGMODULES_EXPORT ZYLMsgFileTransfer {
     /// below them. Without this call any file that this process may open is theirs to name.
     ///
     /// Confined are the requests that come in: the files that a ReceiveFile of another application wants read
-    /// here, and those that its SendFile and ISendFile want written here. The files that this application
-    /// names itself, in whichever operation, are not.
+    /// here, and those that its SendFile and ISendFile want written here; also where that application is this
+    /// one, which sends to itself. The files that this application names itself, in whichever operation, are
+    /// not.
     ///
     /// A request's path, formed as ever, must begin with one of the directories as they are named here (a
     /// relative one is taken from the current directory, at this call), and must not lead out of it through
