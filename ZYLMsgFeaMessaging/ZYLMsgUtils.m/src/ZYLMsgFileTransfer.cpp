@@ -8,7 +8,6 @@
 #include <initializer_list>
 #include <memory>
 #include <string>
-#include <utility>
 
 #include "QORText.h"
 #include "ZYLBasFileOps.h"
@@ -19,6 +18,7 @@
 #include "ZYLMsgBBCallbackManager.h"
 #include "ZYLMsgFileTransferTexts.h"
 #include "ZYLMsgFileTransferType.h"
+#include "ZYLMsgFileTransferWait.h"
 #include "ZYLMsgHeldFile.h"
 #include "ZYLMsgPathExplorer.h"
 #include "mem_Allocation.h"
@@ -115,53 +115,6 @@ void SetNames(ZYLMsgFileTransferData& data, const char* sourceApplication, const
 }
 
 }  // namespace
-
-// A SendFile or ReceiveFile that is under way: a local object of the operation. They nest when a handler
-// begins another one, and the engine knows the innermost.
-struct ZYLMsgFileTransfer::Wait {
-    Wait(ZYLMsgFileTransfer& engine, Awaited awaited, const char* application)
-        : m_engine(engine),
-          m_outer(engine.m_innermostWait),
-          m_awaited(awaited),
-          m_application(Text(application)) {
-        SetFailure(m_outcome,
-                   Texts::EndedByAnother(application, awaited == Awaited::kFile ? "sent all of the file"
-                                                                                : "confirmed the copy"));
-        engine.m_innermostWait = this;
-    }
-    ~Wait() { m_engine.m_innermostWait = m_outer; }
-    Wait(const Wait&) = delete;
-    Wait& operator=(const Wait&) = delete;
-
-    void Run() {
-        m_isRunning = true;
-        m_engine.m_endingCondition = m_isOver ? 0 : -1;
-        ZYLMsgBBAPI::WaitingLoop(m_engine.m_communicatorId, -1, m_engine.m_endingCondition);
-    }
-    // Instead of a wait that has ended before it began: lets come what has come, such as the report of the
-    // loss.
-    void Look() {
-        const int before = std::exchange(m_engine.m_endingCondition, -1);
-        ZYLMsgBBAPI::WaitingLoop(m_engine.m_communicatorId, 0, m_engine.m_endingCondition);
-        if (m_engine.m_endingCondition == -1) {
-            m_engine.m_endingCondition = before;
-        }
-    }
-    void End(const ZYLMsgFileTransferOutcome& outcome) {
-        m_isOver = true;
-        m_outcome = outcome;
-    }
-
-    ZYLMsgFileTransfer& m_engine;
-    Wait* const m_outer;
-    const Awaited m_awaited;
-    const ZYLString m_application;         // the other side
-    ZYLString m_sender;                    // of a SendFile: its source application,
-    ZYLMsgHeldFile* m_sentFile = nullptr;  // and its file
-    bool m_isRunning = false;
-    bool m_isOver = false;
-    ZYLMsgFileTransferOutcome m_outcome;
-};
 
 ZYLMsgFileTransfer::ZYLMsgFileTransfer(int communicatorId, FILE* logStream, int verbosity)
     : m_communicatorId(communicatorId), m_logStream(logStream), m_verbosity(verbosity) {
@@ -508,14 +461,6 @@ int ZYLMsgFileTransfer::Receive(const char* sourceApplication, const char* sourc
     return 0;
 }
 
-void ZYLMsgFileTransfer::ReleaseSentFiles(const char* sourceApplication) const {
-    for (Wait* wait = m_innermostWait; wait != nullptr; wait = wait->m_outer) {
-        if (wait->m_isRunning && wait->m_sentFile != nullptr && wait->m_sender != Text(sourceApplication)) {
-            wait->m_sentFile->Release();
-        }
-    }
-}
-
 int ZYLMsgFileTransfer::ReceiveChunk(const char* sourceApplication, int chunkId, int chunkSize,
                                      const void* data) {
     ZYL_ASSERT(m_contentMsg != NULL);
@@ -695,26 +640,6 @@ int ZYLMsgFileTransfer::ApplicationLost(const char* application) {
         m_endingCondition = 0;
     }
     return 0;
-}
-
-ZYLMsgFileTransfer::Wait* ZYLMsgFileTransfer::OldestWait(Awaited awaited,
-                                                         const ZYLString* application) const {
-    Wait* oldest = nullptr;
-    for (Wait* wait = m_innermostWait; wait != nullptr; wait = wait->m_outer) {
-        if (!wait->m_isOver && wait->m_awaited == awaited &&
-            (application == nullptr || wait->m_application == *application)) {
-            oldest = wait;
-        }
-    }
-    return oldest;
-}
-
-bool ZYLMsgFileTransfer::IsKnown(const ZYLString& application) const {
-    bool isKnown = m_receptionMap.find(application) != m_receptionMap.end();
-    for (const Wait* wait = m_innermostWait; wait != nullptr; wait = wait->m_outer) {
-        isKnown = isKnown || wait->m_application == application;
-    }
-    return isKnown;
 }
 
 void ZYLMsgFileTransfer::LogFailure(const char* text) const {
