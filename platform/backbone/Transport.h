@@ -140,8 +140,8 @@ class Domain {
     /// A link to the application `target`, or null when it is not there now.
     virtual std::unique_ptr<Link> Open(const std::string& target) = 0;
     /// Whether the end of an earlier life of `name`, to which a link was just opened, is still to come out of
-    /// Next.
-    virtual bool OwesLossOf(const std::string& name) const = 0;
+    /// Next. Takes in who has come meanwhile, but no message.
+    virtual bool OwesLossOf(const std::string& name) = 0;
     /// The next thing that has happened, or nothing. The links take turns. Never waits.
     virtual std::optional<Event> Next(Take take) = 0;
     /// Where this domain looks for an application, and the usual reasons why it is not there: two clauses for

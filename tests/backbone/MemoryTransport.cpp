@@ -115,7 +115,7 @@ class MemoryDomain final : public Domain {
         return nullptr;
     }
 
-    bool OwesLossOf(const std::string& name) const override {
+    bool OwesLossOf(const std::string& name) override {
         const Lock lock(m_hub.mutex);
         return std::any_of(m_box->queue.begin(), m_box->queue.end(), [&](const Event& event) {
             const auto* lost = std::get_if<PeerLost>(&event);

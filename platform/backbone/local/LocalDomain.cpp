@@ -104,7 +104,8 @@ std::shared_ptr<Outgoing> LocalDomain::OutgoingTo(const std::string& target) {
     return outgoing;
 }
 
-bool LocalDomain::OwesLossOf(const std::string& name) const {
+bool LocalDomain::OwesLossOf(const std::string& name) {
+    HearNewcomers();
     return m_lives.Holders(name).size() > 1 ||
            std::any_of(m_reports.begin(), m_reports.end(),
                        [&](const PeerLost& report) { return report.peer->application == name; });
@@ -350,7 +351,7 @@ std::optional<Message> LocalDomain::TakeFrom(Incoming& incoming, Take take) {
                 HandleEnd(incoming);
             }
             if (intake == Incoming::Intake::kHeld) {
-                Park(incoming);
+                take == Take::kNothing ? Readable(incoming) : Park(incoming);
             }
             if (intake == Incoming::Intake::kStarved) {
                 Starve(incoming);
@@ -375,6 +376,16 @@ std::optional<Message> LocalDomain::TakeFrom(Incoming& incoming, Take take) {
         Break(incoming, "there is no memory for its next message");
     }
     return std::nullopt;
+}
+
+/// Reads what the links say of who is at their other end, and leaves their messages where they are.
+void LocalDomain::HearNewcomers() {
+    m_poller.Wait(std::chrono::milliseconds(0));
+    Accept();
+    for (Incoming* incoming : std::exchange(m_readable, {})) {
+        incoming->queued = false;
+        TakeFrom(*incoming, Take::kNothing);
+    }
 }
 
 /// The lanes take turns, too.

@@ -36,7 +36,7 @@ class LocalDomain final : public Domain {
     void Deliver(int number) override;
     void Watch(int number) override;
     std::unique_ptr<Link> Open(const std::string& target) override;
-    bool OwesLossOf(const std::string& name) const override;
+    bool OwesLossOf(const std::string& name) override;
     std::optional<Event> Next(Take take) override;
     std::string WhereItLooks() const override;
 
@@ -92,6 +92,7 @@ class LocalDomain final : public Domain {
     std::optional<Event> TakeFromLane(Incoming& incoming, Take take);
     bool IsWanted(const Incoming& incoming, Take take) const;
     std::set<int> Unread() const;
+    void HearNewcomers();
     void HandleControl(Incoming& incoming, const FrameView& frame);
     void Succeed(const std::string& name, int pid);
     void LetSuccessorsGo();
