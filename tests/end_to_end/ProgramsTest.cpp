@@ -10,6 +10,7 @@
 
 #include "Application.h"
 #include "Process.h"
+#include "Soak.h"
 #include "ZYLFeaBackbone.h"
 
 using ::testing::AllOf;
@@ -233,6 +234,28 @@ TEST_F(EndToEnd, ZylmsgPutsAFileAndWaitsForTheConfirmation) {
     EXPECT_THAT(target.Output(), HasSubstr("operator: done\n"));
 }
 
+TEST_F(EndToEnd, ZylmsgPutThatIsKilledInMidFileIsReportedAndCanBeRepeated) {
+    MakeFile(m_directory / "data", 10);
+    std::filesystem::copy_file(m_directory / "data", m_directory / "large");
+    std::filesystem::resize_file(m_directory / "large", 200'000'000);
+    std::filesystem::create_directory(m_directory / "there");
+    Process target([] {
+        Application* self = nullptr;
+        const Losses losses([&](int, const std::string& lost) { self->files.ApplicationLost(lost.c_str()); });
+        Application me("target", &losses, nullptr, 4);
+        self = &me;
+        me.ListenUntilDone();
+        return 0;
+    });
+    Process killed(Zylmsg({"put", m_directory / "large", "target", m_directory / "there"}));
+    target.AwaitLine("updating chunkId 1 ");  // it logs more than the pipe holds, and is not read any further
+    killed.Kill(SIGTERM);
+    EXPECT_EQ(killed.Wait(), "signal 15");
+    target.AwaitLine("/large is incomplete: application operator was lost after ");
+    EXPECT_EQ(Process(Zylmsg({"put", m_directory / "data", "target", m_directory / "there"})).Wait(),
+              "status 0");
+}
+
 TEST_F(EndToEnd, ZylmsgPutEndsWhenTheTargetIsKilledBeforeItConfirms) {
     MakeFile(m_directory / "data", 10);
     Process target({Program("zylmsg"), "--domain", "job", "listen", "target"});
@@ -267,8 +290,11 @@ TEST_F(EndToEnd, ZylmsgTellsByItsStatusWhatFailed) {
         {{"--version"}, "status 0", "zylmsg 1."},
         {{"send", "nobody", "text"}, "status 3", "is dropped: it did not come in time"},
         {{"kill", "nobody"}, "status 3", "is dropped: it did not come in time"},
-        {{"put", m_directory / "data", "nobody"}, "status 3", "zylmsg: nobody does not have data: "},
+        {{"put", m_directory / "data", "nobody"},
+         "status 3",
+         "zylmsg: nobody does not have data: application nobody was not there"},
         {{"put", m_directory / "missing", "nobody"}, "status 4", "No such file"},
+        {{"put", "/proc/self/mem", "nobody"}, "status 4", "cannot read /proc/self/mem: Input/output error"},
         {{"put", m_directory.Path(), "nobody"}, "status 4", "no regular file"},
         {{"put", closed, "nobody"},
          "status 4",

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "QORText.h"
 #include "ZYLMsgBBAPI.h"
 #include "ZYLMsgBBCallbackManager.h"
 #include "ZYLMsgBBDisconnectHandler.h"
@@ -20,18 +21,17 @@
 
 namespace {
 
-/// Notes that the target has gone, or was never met, and ends the wait for it in a file transfer.
+/// Notes that the target has gone, or did not come, and ends the wait for it in a file transfer.
 class TargetWatch : public ZYLMsgBBDisconnectHandler {
   public:
     explicit TargetWatch(const std::string& target) : m_target(target) {}
 
-    void DetectDisconnection(int pid, const char* app, const char* /*host*/,
+    void DetectDisconnection(int /*pid*/, const char* app, const char* /*host*/,
                              const char* /*user*/) const override {
         if (m_target != app) {
             return;
         }
         m_isLost = true;
-        m_isDropped = m_isDropped || pid == 0;  // a peer that was there is reported with its process number
         if (m_transfer != nullptr) {
             m_transfer->ApplicationLost(app);
         }
@@ -40,35 +40,39 @@ class TargetWatch : public ZYLMsgBBDisconnectHandler {
     /// The transfer must live as long as reports may come.
     void EndWaitsOf(ZYLMsgFileTransfer& transfer) { m_transfer = &transfer; }
     bool IsLost() const { return m_isLost; }
-    /// It was not met, so a message to it is dropped.
-    bool IsDropped() const { return m_isDropped; }
 
   private:
     std::string m_target;
     ZYLMsgFileTransfer* m_transfer = nullptr;
     mutable bool m_isLost = false;
-    mutable bool m_isDropped = false;
 };
 
-/// Joins the domain as a passing helper, whose leaving nobody is told.
-int Join(const Identity& identity, const TargetWatch& watch) {
+/// Joins the domain. Of a helper that is not announced nobody is told that it has gone.
+int Join(const Identity& identity, const TargetWatch& watch, bool announce) {
     const JoiningGuard guard;
     int communicator = 0;
     ZYLMsgBBAPI::RegisterCommunicator(identity.domain.c_str(), communicator);
-    ZYLMsgBBAPI::DeclareApplicationId(communicator, identity.name.c_str(), false);
+    ZYLMsgBBAPI::DeclareApplicationId(communicator, identity.name.c_str(), announce);
     ZYLMsgBBCallbackManager::SetMessageID(identity.name.c_str());
     ZYLMsgBBCallbackManager::AssociateDisconnectHandler(&watch);
     ZYLMsgBBAPI::EnableDisconnectHandling(communicator, identity.name.c_str());
     return communicator;
 }
 
-int SendOne(const Identity& identity, const std::string& target, const ZYLMsgBBMessage& message) {
+enum class Sent { kDelivered, kTargetGoneSince, kDropped };
+
+/// The backbone has written a line about a message that it drops.
+Sent SendOne(const Identity& identity, const std::string& target, const ZYLMsgBBMessage& message) {
     const TargetWatch watch(target);
-    const int communicator = Join(identity, watch);
+    const int communicator = Join(identity, watch, false);
     ZYLMsgBBAPI::SendRequest(communicator, target.c_str(), message);
+    const bool wasThere = ZYLMsgBBCallbackManager::IsPendingMessageStreamed();
     int never = -1;
     ZYLMsgBBAPI::WaitingLoop(communicator, 0, never);
-    return watch.IsDropped() ? kTargetLost : kDone;
+    if (!wasThere) {
+        return Sent::kDropped;
+    }
+    return watch.IsLost() ? Sent::kTargetGoneSince : Sent::kDelivered;
 }
 
 /// Why the file cannot be sent; empty when it can.
@@ -85,8 +89,10 @@ std::string WhyUnreadable(const std::string& file) {
     if (opened == nullptr) {
         return std::generic_category().message(errno);
     }
+    std::fgetc(opened);  // some files can be opened, but not read
+    const std::string reason = std::ferror(opened) != 0 ? std::generic_category().message(errno) : "";
     std::fclose(opened);
-    return {};
+    return reason;
 }
 
 }  // namespace
@@ -102,26 +108,34 @@ JoiningGuard::~JoiningGuard() {
 int Send(const Identity& identity, const std::string& target, const std::string& text) {
     ZYLMsgStringType message;
     message.SetData(text.data(), static_cast<int>(text.size()));
-    return SendOne(identity, target, message);
+    const Sent sent = SendOne(identity, target, message);
+    if (sent == Sent::kTargetGoneSince) {
+        std::fprintf(stderr, "zylmsg: %s has gone, perhaps without having read the message\n",
+                     QORText::Printable(target).c_str());
+    }
+    return sent == Sent::kDelivered ? kDone : kTargetLost;
 }
 
 int Kill(const Identity& identity, const std::string& target, bool hard) {
     const ZYLBasSharedPtr<ZYLMsgBBMessage> message =
         hard ? ZYLMsgProcessControlTypeFactory::CreateHardKillMsg()
              : ZYLMsgProcessControlTypeFactory::CreateSoftKillMsg();
-    return SendOne(identity, target, *message);
+    // That the target has gone since is what was wanted.
+    return SendOne(identity, target, *message) == Sent::kDropped ? kTargetLost : kDone;
 }
 
 int Put(const Identity& identity, const std::string& file, const std::string& target,
         const std::string& directory) {
     if (const std::string reason = WhyUnreadable(file); !reason.empty()) {
-        std::fprintf(stderr, "zylmsg: cannot read %s: %s\n", file.c_str(), reason.c_str());
+        std::fprintf(stderr, "zylmsg: cannot read %s: %s\n", QORText::Printable(file, file.size()).c_str(),
+                     reason.c_str());
         return kFileUnreadable;
     }
     // Deletes the prototype and the handler when the program ends, in whatever way.
     static const ZYLMsgBBCallbackManager manager;
     TargetWatch watch(target);
-    const int communicator = Join(identity, watch);
+    // Announced, so that a target learns that no more of the file will come when this program is interrupted.
+    const int communicator = Join(identity, watch, true);
     ZYLMsgFileTransfer transfer(communicator, nullptr, 0);
     watch.EndWaitsOf(transfer);
     ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(new ZYLMsgFileTransferType,
@@ -131,11 +145,13 @@ int Put(const Identity& identity, const std::string& file, const std::string& ta
     transfer.SendFile(identity.name.c_str(), "", "", file.c_str(), target.c_str(), directory.c_str(), "",
                       name.c_str());
     const ZYLMsgFileTransferOutcome& outcome = transfer.LastOutcome();
+    const std::string who = QORText::Printable(target);
+    const std::string what = QORText::Printable(name, name.size());
     if (!outcome.ok) {
-        std::fprintf(stderr, "zylmsg: %s does not have %s: %s\n", target.c_str(), name.c_str(),
+        std::fprintf(stderr, "zylmsg: %s does not have %s: %s\n", who.c_str(), what.c_str(),
                      outcome.text.GetUTF8());
         return watch.IsLost() ? kTargetLost : kFileNotKept;
     }
-    std::printf("%s has %s, %lld bytes\n", target.c_str(), name.c_str(), outcome.bytes);
+    std::printf("%s has %s, %lld bytes\n", who.c_str(), what.c_str(), outcome.bytes);
     return kDone;
 }

@@ -33,10 +33,10 @@ class JoiningGuard {
     JoiningGuard& operator=(const JoiningGuard&) = delete;
 };
 
-/// Sends a string message; kDone once it is in the target's hands.
+/// Sends a string message; kDone once it is in the hands of a target that is still there.
 int Send(const Identity& identity, const std::string& target, const std::string& text);
 
-/// Asks the target to end; kDone once the request is in its hands.
+/// Asks the target to end; kDone once the request is in its hands, or the target has gone after that.
 int Kill(const Identity& identity, const std::string& target, bool hard);
 
 /// Sends a file and waits for its outcome, which it prints; kDone once the target has confirmed that it has
