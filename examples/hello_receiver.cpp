@@ -1,26 +1,18 @@
-#include <cctype>
 #include <cstdio>
-#include <string_view>
 
+#include "QORText.h"
 #include "ZYLMsgBBAPI.h"
 #include "ZYLMsgBBCallbackManager.h"
 #include "ZYLMsgBBMessageHandler.h"
 #include "ZYLMsgStringType.h"
 
-/// Gives a terminal no orders.
-void Show(std::string_view text) {
-    for (const char character : text) {
-        std::putchar(std::iscntrl(static_cast<unsigned char>(character)) != 0 ? '?' : character);
-    }
-}
-
 class TextPrinter : public ZYLMsgBBMessageHandler {
     void HandleMessage(const ZYLMsgBBMessage& message, const char* id) override {
         const auto& text = static_cast<const ZYLMsgStringType&>(message);
-        Show(id);
-        Show(" says: ");
-        Show({text.Data(), static_cast<std::size_t>(text.Size())});
-        std::puts("");
+        const auto size = static_cast<std::size_t>(text.Size());
+        // Printable gives a terminal no orders, whatever was sent.
+        std::printf("%s says: %s\n", QORText::Printable(id).c_str(),
+                    QORText::Printable({text.Data(), size}, size).c_str());
         std::fflush(stdout);
     }
 };
