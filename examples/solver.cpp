@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -15,6 +16,7 @@
 #include <numeric>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "MessageLine.h"
@@ -46,7 +48,7 @@ void Save(const Field& field, const char* file) {
     std::ofstream stream(file, std::ios::binary);
     stream.write(reinterpret_cast<const char*>(field.data()), static_cast<std::streamsize>(field.size()));
     if (!stream.flush()) {
-        throw std::runtime_error(std::string("cannot write ") + file);
+        throw std::system_error(errno, std::generic_category(), std::string("cannot write ") + file);
     }
 }
 
