@@ -1,16 +1,19 @@
 // Starts a small analysis: the monitor in DIRECTORY/monitor, where model.dat is expected, the solver in
 // DIRECTORY/solver, and the relay between them, all in a domain of their own. Shows what they write, each
-// line with its program's name in front, until all have ended. Its own status is 0 when theirs are.
+// line with its program's name in front, until all have ended. Its own status is 0 when theirs are. They do
+// not outlive it: when it is killed or cannot start the next one, they are ended with SIGTERM.
 
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -20,6 +23,11 @@
 #include <vector>
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// After one has failed, the others have so long to notice it and end in good order.
+constexpr std::chrono::seconds kTimeToEnd{5};
 
 struct Program {
     std::string name;
@@ -46,11 +54,16 @@ Program Start(const std::string& name, const std::filesystem::path& directory,
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {
         Fail("cannot make a pipe");
     }
+    const pid_t launcher = getpid();
     const pid_t pid = fork();
     if (pid < 0) {
         Fail("cannot start a process");
     }
     if (pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
+        if (getppid() != launcher) {
+            _exit(EXIT_FAILURE);  // the launcher ended before that call
+        }
         dup2(ends[1], STDOUT_FILENO);
         dup2(ends[1], STDERR_FILENO);
         if (chdir(directory.c_str()) == 0) {
@@ -79,46 +92,61 @@ bool ShowOutput(Program& program) {
     return count > 0;
 }
 
-/// Waits for a program whose output has ended. That a solver is killed, the others notice by themselves; any
-/// other failure takes them along, for they may be waiting for an application that has never come.
-bool HasSucceeded(Program& ended, const std::vector<Program>& programs) {
+/// Waits for a program whose output has ended.
+bool HasSucceeded(Program& ended) {
     close(ended.output);
     ended.output = -1;
     int status = 0;
     waitpid(ended.pid, &status, 0);
-    if (status == 0) {
-        return true;
+    if (status != 0) {
+        std::printf("launcher: %s ended with %s %d\n", ended.name.c_str(),
+                    WIFSIGNALED(status) ? "signal" : "status",
+                    WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status));
     }
-    std::printf("launcher: %s ended with %s %d\n", ended.name.c_str(),
-                WIFSIGNALED(status) ? "signal" : "status",
-                WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status));
-    for (const Program& program : programs) {
-        if (program.output >= 0 && !(ended.name == "solver" && WIFSIGNALED(status))) {
-            kill(program.pid, SIGTERM);
-        }
-    }
-    return false;
+    return status == 0;
 }
 
-/// Shows what all programs write until they have ended. True when all were successful.
+/// Waits for output, until `deadline` at the latest; shows what has come. False when a program has failed.
+bool ShowNext(std::vector<Program>& programs, Clock::time_point deadline) {
+    std::vector<pollfd> outputs;
+    outputs.reserve(programs.size());
+    for (const Program& program : programs) {
+        outputs.push_back({program.output, POLLIN, 0});  // a negative one is passed over
+    }
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    poll(outputs.data(), outputs.size(),
+         deadline == Clock::time_point::max() ? -1 : static_cast<int>(std::max<long long>(left, 0)));
+    bool isWell = true;
+    for (std::size_t at = 0; at < programs.size(); ++at) {
+        if (outputs[at].revents != 0 && !ShowOutput(programs[at])) {
+            isWell = HasSucceeded(programs[at]) && isWell;
+        }
+    }
+    return isWell;
+}
+
+/// Shows what all programs write until they have ended. True when all were successful. When one has failed,
+/// others may be waiting for it that have never met it, which nobody tells them.
 bool AwaitAll(std::vector<Program> programs) {
     bool allSucceeded = true;
-    for (;;) {
-        std::vector<pollfd> outputs;
-        outputs.reserve(programs.size());
-        for (const Program& program : programs) {
-            outputs.push_back({program.output, POLLIN, 0});  // a negative one is passed over
+    Clock::time_point deadline = Clock::time_point::max();
+    const auto runs = [](const Program& program) { return program.output >= 0; };
+    while (std::any_of(programs.begin(), programs.end(), runs)) {
+        if (!ShowNext(programs, deadline) && allSucceeded) {
+            allSucceeded = false;
+            deadline = Clock::now() + kTimeToEnd;
         }
-        if (std::all_of(programs.begin(), programs.end(), [](const Program& p) { return p.output < 0; })) {
-            return allSucceeded;
-        }
-        poll(outputs.data(), outputs.size(), -1);
-        for (std::size_t at = 0; at < programs.size(); ++at) {
-            if (outputs[at].revents != 0 && !ShowOutput(programs[at])) {
-                allSucceeded = HasSucceeded(programs[at], programs) && allSucceeded;
+        if (Clock::now() >= deadline) {
+            deadline = Clock::time_point::max();
+            for (const Program& program : programs) {
+                if (runs(program)) {
+                    std::printf("launcher: ends %s\n", program.name.c_str());
+                    kill(program.pid, SIGTERM);
+                }
             }
         }
     }
+    return allSucceeded;
 }
 
 }  // namespace

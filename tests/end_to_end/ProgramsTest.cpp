@@ -2,10 +2,13 @@
 
 #include <gmock/gmock.h>
 #include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <regex>
 
 #include "Application.h"
@@ -109,6 +112,31 @@ TEST_F(Analysis, EndsForTheMonitorWhenTheSolverIsKilled) {
           "monitor: the solver has gone at 50 %: lost\n"}) {
         EXPECT_THAT(launcher.Output(), HasSubstr(text));
     }
+}
+
+TEST_F(Analysis, EndsWhenTheSolverIsKilledBeforeItHasMetAnybody) {
+    std::filesystem::copy_file(Program("launcher"), m_directory / "launcher");
+    for (const char* name : {"monitor", "relay"}) {
+        std::filesystem::create_symlink(Program(name), m_directory / name);
+    }
+    std::ofstream(m_directory / "solver") << "#!/bin/sh\nkill -KILL $$\n";
+    std::filesystem::permissions(m_directory / "solver", std::filesystem::perms::owner_all);
+    Process launcher({m_directory / "launcher", m_job});
+    EXPECT_EQ(launcher.Wait(), "status 1");
+    EXPECT_THAT(launcher.Output(), AllOf(HasSubstr("launcher: solver ended with signal 9\n"),
+                                         HasSubstr("launcher: relay ended with signal 15\n")));
+}
+
+TEST_F(Analysis, DoesNotOutliveItsLauncher) {
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    Process launcher(Launch({"--pause-at=50"}));
+    const std::string line = launcher.AwaitLine("launcher: solver is process ");
+    launcher.AwaitLine(" solver ProgressMessage (28 bytes): 50 %,");
+    launcher.Kill(SIGKILL);
+    EXPECT_EQ(launcher.Wait(), "signal 9");
+    int status = 0;
+    waitpid(std::stoi(line.substr(line.rfind(' '))), &status, 0);
+    EXPECT_EQ(status, SIGTERM);
 }
 
 /// The command-line program in the domain of the tests' roles.
