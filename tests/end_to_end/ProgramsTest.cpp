@@ -313,8 +313,15 @@ TEST_F(EndToEnd, ZylmsgTellsByItsStatusWhatFailed) {
         {{"frobnicate"}, "status 2", "zylmsg: no such subcommand 'frobnicate'\n"},
         {{"listen", "me", "--cuont", "1"}, "status 2", "no such option '--cuont'; did you mean '--count'?\n"},
         {{"send", "nobody"}, "status 2", "text is required"},
-        {{"listen", "me", "--count", "0"}, "status 2", "--count"},
+        {{"listen", "me", "--cuont=1"}, "status 2", "no such option '--cuont'; did you mean '--count'?\n"},
+        {{"--count", "1", "listen", "me"},
+         "status 2",
+         "'--count' stands behind its subcommand: zylmsg listen"},
+        {{"listen", "me", "--count", "0"}, "status 2", "'0' is not a whole number from 1 to 2147483647\n"},
+        {{"listen", "me", "--count", "1e1"}, "status 2", "'1e1' is not a whole number from 1"},
+        {{"kill", std::string(4097, 'x')}, "status 2", "target: a name has 4096 bytes at most"},
         {{"--help"}, "status 0", "Subcommands:"},
+        {{"send", "--help"}, "status 0", "--domain"},
         {{"--version"}, "status 0", "zylmsg 1."},
         {{"send", "nobody", "text"}, "status 3", "is dropped: it did not come in time"},
         {{"kill", "nobody"}, "status 3", "is dropped: it did not come in time"},
@@ -332,6 +339,18 @@ TEST_F(EndToEnd, ZylmsgTellsByItsStatusWhatFailed) {
         Process zylmsg(Zylmsg(arguments));
         EXPECT_EQ(zylmsg.Wait(), status) << zylmsg.Output();
         EXPECT_THAT(zylmsg.Output(), HasSubstr(text));
+    }
+}
+
+TEST_F(EndToEnd, ZylmsgListenFailsWhenItCannotPrint) {
+    for (const auto& [output, reason] :
+         {std::pair(">/dev/full", "No space left on device"), std::pair(">&-", "Bad file descriptor")}) {
+        Process listener(
+            {"/bin/sh", "-c", std::string("exec $0 --domain=job listen me ") + output, Program("zylmsg")});
+        EXPECT_EQ(Process(Zylmsg({"send", "me", "text"})).Wait(), "status 0");
+        EXPECT_EQ(listener.Wait(), "status 1");
+        EXPECT_EQ(listener.Output(),
+                  std::string("zylmsg: cannot write to standard output: ") + reason + '\n');
     }
 }
 

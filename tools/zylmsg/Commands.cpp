@@ -105,6 +105,15 @@ JoiningGuard::~JoiningGuard() {
     std::signal(SIGABRT, SIG_DFL);
 }
 
+bool WriteOut() {
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) {
+        return true;
+    }
+    std::fprintf(stderr, "zylmsg: cannot write to standard output: %s\n",
+                 std::generic_category().message(errno).c_str());
+    return false;
+}
+
 int Send(const Identity& identity, const std::string& target, const std::string& text) {
     ZYLMsgStringType message;
     message.SetData(text.data(), static_cast<int>(text.size()));

@@ -33,6 +33,9 @@ class JoiningGuard {
     JoiningGuard& operator=(const JoiningGuard&) = delete;
 };
 
+/// Writes out what has been printed. False when not all could be written, and the reason has been told.
+bool WriteOut();
+
 /// Sends a string message; kDone once it is in the hands of a target that is still there.
 int Send(const Identity& identity, const std::string& target, const std::string& text);
 
@@ -44,7 +47,8 @@ int Kill(const Identity& identity, const std::string& target, bool hard);
 int Put(const Identity& identity, const std::string& file, const std::string& target,
         const std::string& directory);
 
-/// Prints the next `count` messages for the application that `identity` names, whatever is in them.
+/// Prints the next `count` messages for the application that `identity` names, whatever is in them; kFailed
+/// when one cannot be printed.
 int Listen(const Identity& identity, int count);
 
 #endif

@@ -10,6 +10,7 @@ namespace {
 struct Listening {
     int left = 0;
     int endingCondition = -1;
+    int status = kDone;
 };
 Listening g_listening;
 
@@ -17,8 +18,10 @@ void Receive(const char* type, const void* buffer, int size) {
     const std::string line =
         EnvelopeLine(type, {static_cast<const char*>(buffer), static_cast<std::size_t>(size)}) + '\n';
     std::fwrite(line.data(), 1, line.size(), stdout);
-    std::fflush(stdout);
-    if (--g_listening.left == 0) {
+    if (!WriteOut()) {
+        g_listening.status = kFailed;
+    }
+    if (--g_listening.left == 0 || g_listening.status != kDone) {
         g_listening.endingCondition = 0;
     }
 }
@@ -37,5 +40,5 @@ int Listen(const Identity& identity, int count) {
         AssociateHandler(communicator, identity.name.c_str(), Receive);
     }
     WaitingLoop(communicator, -1, &g_listening.endingCondition);
-    return kDone;
+    return g_listening.status;
 }

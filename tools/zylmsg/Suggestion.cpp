@@ -30,6 +30,6 @@ std::string Suggestion(const std::string& word, const std::vector<std::string>& 
     const auto closest = std::min_element(
         known.begin(), known.end(),
         [&](const auto& left, const auto& right) { return Slips(word, left) < Slips(word, right); });
-    const bool isClose = closest != known.end() && Slips(word, *closest) <= kMostSlips;
+    const bool isClose = closest != known.end() && *closest != word && Slips(word, *closest) <= kMostSlips;
     return isClose ? "; did you mean '" + *closest + "'?" : "";
 }
