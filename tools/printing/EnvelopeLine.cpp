@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <optional>
+#include <utility>
 
 #include "MessageLine.h"
 #include "QORText.h"
@@ -29,8 +30,8 @@ std::string FirstBytes(std::string_view body) {
     return text + (body.size() > kFirstBytes ? " ..." : "");
 }
 
-/// A kill request's value; of any other document nothing.
-std::optional<std::string> KillValue(std::string_view document) {
+/// The kind of a kill request; of any other document nothing.
+std::optional<std::string> KillKind(std::string_view document) {
     ZYLBasXmlDocument xml;
     ZYLBasXmlNode root;
     if (xml.ReadBytes(document.data(), document.size()) != S_OK || xml.GetDom(root) != S_OK) {
@@ -40,7 +41,8 @@ std::optional<std::string> KillValue(std::string_view document) {
     ZYLString value;
     root.GetTagName(name);
     root.GetValue(value);
-    return name == "Kill" ? std::optional<std::string>(QORText::Printable(value.GetUTF8())) : std::nullopt;
+    const bool isKind = name == "Kill" && (value == "SOFT_KILL" || value == "HARD_KILL");
+    return isKind ? std::optional<std::string>(value.GetUTF8()) : std::nullopt;
 }
 
 std::optional<std::string> DocumentText(std::string_view body) {
@@ -52,8 +54,8 @@ std::optional<std::string> DocumentText(std::string_view body) {
 std::optional<std::string> KillText(std::string_view body) {
     WireBytes bytes(body);
     const std::optional<std::string_view> document = bytes.String();
-    const std::optional<std::string> value = document ? KillValue(*document) : std::nullopt;
-    return value ? value : DocumentText(body);
+    const std::optional<std::string> kind = document ? KillKind(*document) : std::nullopt;
+    return kind ? kind : DocumentText(body);
 }
 
 std::string StepName(int step) {
@@ -88,6 +90,20 @@ std::string SideText(const char* side, const std::array<std::string_view, 4>& st
     return text.empty() ? text : std::string(", ") + side + text;
 }
 
+bool IsCompletion(int step) {
+    return step == FILE_TRANSFER_SEND_COMPLETION || step == FILE_TRANSFER_ISEND_COMPLETION ||
+           step == FILE_TRANSFER_RECEIVE_COMPLETION;
+}
+
+/// Why a transfer failed. Its writer has escaped it, so a backslash stays as it is.
+std::string ReasonText(std::string_view reason) {
+    std::string text = QORText::Printable(reason, kShownBytes);
+    for (std::size_t at = 0; (at = text.find("\\\\", at)) != std::string::npos; ++at) {
+        text.erase(at, 1);
+    }
+    return text;
+}
+
 std::optional<std::string> FileTransferText(std::string_view body) {
     WireBytes bytes(body);
     const std::optional<int> step = bytes.Int();
@@ -107,6 +123,9 @@ std::optional<std::string> FileTransferText(std::string_view body) {
     std::string text = StepName(*step);
     if (*step == FILE_TRANSFER_CHUNK) {
         text += ' ' + std::to_string(*chunk) + " of " + std::to_string(*size) + " bytes";
+    }
+    if (IsCompletion(*step) && !strings[7].empty()) {
+        text += "; it failed: " + ReasonText(std::exchange(strings[7], {}));
     }
     return text + SideText("from", {strings[0], strings[1], strings[2], strings[3]}) +
            SideText("to", {strings[4], strings[5], strings[6], strings[7]});

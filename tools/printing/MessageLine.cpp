@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr std::size_t kShownBytes = 400;
-
 std::string Now() {
     using std::chrono::system_clock;
     const system_clock::time_point now = system_clock::now();

@@ -7,8 +7,10 @@
 
 /// How the programs of this project show a message: one line each, whatever the bytes in it are.
 
-/// A message's text between quotes, safe to print. It is cut where a screen would be flooded; any sentence,
-/// and the documents that people read, are shorter.
+/// So much of a text is shown: any sentence, and the documents that people read, are shorter.
+inline constexpr std::size_t kShownBytes = 400;
+
+/// A message's text between quotes, safe to print. It is cut where a screen would be flooded.
 std::string Content(std::string_view text);
 
 /// "<time> <sender> <type> (<size> bytes): <content>". The time is now, local, to the millisecond; sender and
