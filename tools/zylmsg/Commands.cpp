@@ -90,7 +90,7 @@ std::string WhyUnreadable(const std::string& file) {
         return std::generic_category().message(errno);
     }
     std::fgetc(opened);  // some files can be opened, but not read
-    const std::string reason = std::ferror(opened) != 0 ? std::generic_category().message(errno) : "";
+    std::string reason = std::ferror(opened) != 0 ? std::generic_category().message(errno) : "";
     std::fclose(opened);
     return reason;
 }

@@ -77,8 +77,7 @@ std::string MistypedOption(const CLI::App& app, const std::string& option) {
             continue;
         }
         if (Has(*subcommand, option)) {
-            return "option '" + option + "' stands behind its subcommand: zylmsg " + subcommand->get_name() +
-                   " ... " + option;
+            return "option '" + option + "' stands behind its subcommand, " + subcommand->get_name();
         }
         const std::vector<std::string> more = OptionNames(*subcommand);
         known.insert(known.end(), more.begin(), more.end());
