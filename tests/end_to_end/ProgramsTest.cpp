@@ -52,6 +52,13 @@ class Analysis : public EndToEnd {
         return command;
     }
 
+    /// Waits until it pauses at 50 percent.
+    static pid_t PausingSolver(Process& launcher) {
+        const std::string line = launcher.AwaitLine("launcher: solver is process ");
+        launcher.AwaitLine(" solver ProgressMessage (28 bytes): 50 %,");
+        return std::stoi(line.substr(line.rfind(' ')));
+    }
+
     void ExpectAllFilesCopied() const {
         for (const char* file : {"/model.dat", "/restart.dat", "/result.dat", "/warnings.log"}) {
             EXPECT_SAME_FILE(m_job + "/monitor" + file, m_job + "/solver" + file);
@@ -103,9 +110,7 @@ TEST_F(Analysis, StopsCleanlyWhenTheMonitorAsksForIt) {
 
 TEST_F(Analysis, EndsForTheMonitorWhenTheSolverIsKilled) {
     Process launcher(Launch({"--pause-at=50"}));
-    const std::string line = launcher.AwaitLine("launcher: solver is process ");
-    launcher.AwaitLine(" solver ProgressMessage (28 bytes): 50 %,");
-    kill(std::stoi(line.substr(line.rfind(' '))), SIGKILL);
+    kill(PausingSolver(launcher), SIGKILL);
     EXPECT_EQ(launcher.Wait(), "status 1");
     for (const char* text :
          {"launcher: solver ended with signal 9\n", "monitor: Exit Handler -- confirm exit\n",
@@ -130,12 +135,11 @@ TEST_F(Analysis, EndsWhenTheSolverIsKilledBeforeItHasMetAnybody) {
 TEST_F(Analysis, DoesNotOutliveItsLauncher) {
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     Process launcher(Launch({"--pause-at=50"}));
-    const std::string line = launcher.AwaitLine("launcher: solver is process ");
-    launcher.AwaitLine(" solver ProgressMessage (28 bytes): 50 %,");
+    const pid_t solver = PausingSolver(launcher);
     launcher.Kill(SIGKILL);
-    EXPECT_EQ(launcher.Wait(), "signal 9");
+    EXPECT_EQ(launcher.Wait(), "signal 9");  // from then on, the solver is this process's child
     int status = 0;
-    waitpid(std::stoi(line.substr(line.rfind(' '))), &status, 0);
+    waitpid(solver, &status, 0);
     EXPECT_EQ(status, SIGTERM);
 }
 
@@ -248,14 +252,25 @@ TEST_F(EndToEnd, ZylmsgListsWhatNobodyKnowsAndWhatMakesNoSense) {
     EXPECT_EQ(WithoutTimes(listener.Output()), lines);
 }
 
-TEST_F(EndToEnd, ZylmsgPutsAFileAndWaitsForTheConfirmation) {
+TEST_F(EndToEnd, ZylmsgPutsAFileAndWaitsForTheConfirmationAlsoAfterOneThatWasKilled) {
     MakeFile(m_directory / "here/data", 70'000);
+    MakeFile(m_directory / "large", 10);
+    std::filesystem::resize_file(m_directory / "large", 200'000'000);
     const std::string there = m_directory / "there";
     std::filesystem::create_directory(there);
     Process target([] {
-        Application("target").ListenUntilDone();
+        Application* self = nullptr;
+        const Losses losses([&](int, const std::string& lost) { self->files.ApplicationLost(lost.c_str()); });
+        Application me("target", &losses, nullptr, 4);
+        self = &me;
+        me.ListenUntilDone();
         return 0;
     });
+    Process killed(Zylmsg({"put", m_directory / "large", "target", there}));
+    target.AwaitLine("updating chunkId 1 ");  // it logs more than the pipe holds, and is not read any further
+    killed.Kill(SIGTERM);
+    EXPECT_EQ(killed.Wait(), "signal 15");
+    target.AwaitLine("/large is incomplete: application operator was lost after ");
     Process put(Zylmsg({"put", m_directory / "here/data", "target", there}));
     EXPECT_EQ(put.Wait(), "status 0") << put.Output();
     EXPECT_EQ(put.Output(), "target has data, 70000 bytes\n");
@@ -267,28 +282,6 @@ TEST_F(EndToEnd, ZylmsgPutsAFileAndWaitsForTheConfirmation) {
     Process done(Zylmsg({"send", "target", "done"}));
     EXPECT_EQ(target.Wait(), "status 0");
     EXPECT_THAT(target.Output(), HasSubstr("operator: done\n"));
-}
-
-TEST_F(EndToEnd, ZylmsgPutThatIsKilledInMidFileIsReportedAndCanBeRepeated) {
-    MakeFile(m_directory / "data", 10);
-    std::filesystem::copy_file(m_directory / "data", m_directory / "large");
-    std::filesystem::resize_file(m_directory / "large", 200'000'000);
-    std::filesystem::create_directory(m_directory / "there");
-    Process target([] {
-        Application* self = nullptr;
-        const Losses losses([&](int, const std::string& lost) { self->files.ApplicationLost(lost.c_str()); });
-        Application me("target", &losses, nullptr, 4);
-        self = &me;
-        me.ListenUntilDone();
-        return 0;
-    });
-    Process killed(Zylmsg({"put", m_directory / "large", "target", m_directory / "there"}));
-    target.AwaitLine("updating chunkId 1 ");  // it logs more than the pipe holds, and is not read any further
-    killed.Kill(SIGTERM);
-    EXPECT_EQ(killed.Wait(), "signal 15");
-    target.AwaitLine("/large is incomplete: application operator was lost after ");
-    EXPECT_EQ(Process(Zylmsg({"put", m_directory / "data", "target", m_directory / "there"})).Wait(),
-              "status 0");
 }
 
 TEST_F(EndToEnd, ZylmsgPutEndsWhenTheTargetIsKilledBeforeItConfirms) {
@@ -318,12 +311,10 @@ TEST_F(EndToEnd, ZylmsgTellsByItsStatusWhatFailed) {
         {{}, "status 2", "subcommand is required"},
         {{"lisen", "me"}, "status 2", "zylmsg: no such subcommand 'lisen'; did you mean 'listen'?\n"},
         {{"frobnicate"}, "status 2", "zylmsg: no such subcommand 'frobnicate'\n"},
-        {{"listen", "me", "--cuont", "1"}, "status 2", "no such option '--cuont'; did you mean '--count'?\n"},
         {{"send", "nobody"}, "status 2", "text is required"},
         {{"listen", "me", "--cuont=1"}, "status 2", "no such option '--cuont'; did you mean '--count'?\n"},
         {{"--count", "1", "listen", "me"}, "status 2", "'--count' stands behind its subcommand, listen"},
         {{"listen", "me", "--count", "0"}, "status 2", "'0' is not a whole number from 1 to 2147483647\n"},
-        {{"listen", "me", "--count", "1e1"}, "status 2", "'1e1' is not a whole number from 1"},
         {{"kill", std::string(4097, 'x')}, "status 2", "target: a name has 4096 bytes at most"},
         {{"--help"}, "status 0", "Subcommands:"},
         {{"send", "--help"}, "status 0", "--domain"},
