@@ -48,31 +48,21 @@ class TargetWatch : public ZYLMsgBBDisconnectHandler {
 };
 
 /// Joins the domain. Of a helper that is not announced nobody is told that it has gone.
-int Join(const Identity& identity, const TargetWatch& watch, bool announce) {
+int Join(const Identity& identity, bool announce) {
     const JoiningGuard guard;
     int communicator = 0;
     ZYLMsgBBAPI::RegisterCommunicator(identity.domain.c_str(), communicator);
     ZYLMsgBBAPI::DeclareApplicationId(communicator, identity.name.c_str(), announce);
     ZYLMsgBBCallbackManager::SetMessageID(identity.name.c_str());
-    ZYLMsgBBCallbackManager::AssociateDisconnectHandler(&watch);
-    ZYLMsgBBAPI::EnableDisconnectHandling(communicator, identity.name.c_str());
     return communicator;
 }
 
-enum class Sent { kDelivered, kTargetGoneSince, kDropped };
-
-/// The backbone has written a line about a message that it drops.
-Sent SendOne(const Identity& identity, const std::string& target, const ZYLMsgBBMessage& message) {
-    const TargetWatch watch(target);
-    const int communicator = Join(identity, watch, false);
+/// The backbone writes a line about a message that it drops. A target that ends once it has the message, as
+/// one does that listens for one only, has it all the same.
+int SendOne(const Identity& identity, const std::string& target, const ZYLMsgBBMessage& message) {
+    const int communicator = Join(identity, false);
     ZYLMsgBBAPI::SendRequest(communicator, target.c_str(), message);
-    const bool wasThere = ZYLMsgBBCallbackManager::IsPendingMessageStreamed();
-    int never = -1;
-    ZYLMsgBBAPI::WaitingLoop(communicator, 0, never);
-    if (!wasThere) {
-        return Sent::kDropped;
-    }
-    return watch.IsLost() ? Sent::kTargetGoneSince : Sent::kDelivered;
+    return ZYLMsgBBCallbackManager::IsPendingMessageStreamed() ? kDone : kTargetLost;
 }
 
 /// Why the file cannot be sent; empty when it can.
@@ -117,20 +107,14 @@ bool WriteOut() {
 int Send(const Identity& identity, const std::string& target, const std::string& text) {
     ZYLMsgStringType message;
     message.SetData(text.data(), static_cast<int>(text.size()));
-    const Sent sent = SendOne(identity, target, message);
-    if (sent == Sent::kTargetGoneSince) {
-        std::fprintf(stderr, "zylmsg: %s has gone, perhaps without having read the message\n",
-                     QORText::Printable(target).c_str());
-    }
-    return sent == Sent::kDelivered ? kDone : kTargetLost;
+    return SendOne(identity, target, message);
 }
 
 int Kill(const Identity& identity, const std::string& target, bool hard) {
     const ZYLBasSharedPtr<ZYLMsgBBMessage> message =
         hard ? ZYLMsgProcessControlTypeFactory::CreateHardKillMsg()
              : ZYLMsgProcessControlTypeFactory::CreateSoftKillMsg();
-    // That the target has gone since is what was wanted.
-    return SendOne(identity, target, *message) == Sent::kDropped ? kTargetLost : kDone;
+    return SendOne(identity, target, *message);
 }
 
 int Put(const Identity& identity, const std::string& file, const std::string& target,
@@ -144,7 +128,9 @@ int Put(const Identity& identity, const std::string& file, const std::string& ta
     static const ZYLMsgBBCallbackManager manager;
     TargetWatch watch(target);
     // Announced, so that a target learns that no more of the file will come when this program is interrupted.
-    const int communicator = Join(identity, watch, true);
+    const int communicator = Join(identity, true);
+    ZYLMsgBBCallbackManager::AssociateDisconnectHandler(&watch);
+    ZYLMsgBBAPI::EnableDisconnectHandling(communicator, identity.name.c_str());
     ZYLMsgFileTransfer transfer(communicator, nullptr, 0);
     watch.EndWaitsOf(transfer);
     ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(new ZYLMsgFileTransferType,
