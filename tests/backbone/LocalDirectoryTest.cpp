@@ -213,7 +213,8 @@ TEST_F(LocalDirectory, LeftoversOfTheDeadHoldNobodyUp) {
     ASSERT_THAT(DomainFiles(), SizeIs(7)) << "they are there: three locks, three sockets, a mark";
     for (const std::string& file : DomainFiles()) {
         if (file.starts_with("l.tool")) {
-            fs::resize_file(m_settings.directory + "/d.job/" + file, 0);  // as killed before it wrote its name
+            fs::resize_file(m_settings.directory + "/d.job/" + file,
+                            0);  // as killed before it wrote its name
         }
     }
     Signal there;
