@@ -369,6 +369,40 @@ TEST_P(LocalLink, FirstSendToAPeerThatCameAndWentFailsAtOnceAndTheLossIsReported
     }
 }
 
+TEST_P(LocalLink, SenderThatOnlySendsLosesNothingSilentlyAndReachesTheNextLife) {
+    Shared peer;
+    Signal there;
+    Signal over;
+    Signal again;
+    m_world->Play({[&](Participant& me) {
+                       there.Await();
+                       me.Send("peer", "t", "to the first life");
+                       over.Await();
+                       KillAndAwait(static_cast<pid_t>(peer.Get()));
+                       ::testing::internal::CaptureStderr();
+                       me.Send("peer", "t", "to nobody");
+                       EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+                                   HasSubstr("is dropped: it is gone"));
+                       again.Give();
+                       there.Await();
+                       me.Send("peer", "t", "to the second life");
+                   },
+                   [&](Participant& me) {
+                       peer.Set(getpid());
+                       me.Receive("peer");
+                       there.Give();
+                       me.WaitUntil([&] { return !me.received.empty(); });
+                       over.Give();
+                   },
+                   [&](Participant& me) {
+                       again.Await();
+                       me.Receive("peer");
+                       there.Give();
+                       me.WaitUntil([&] { return !me.received.empty(); });
+                       EXPECT_EQ(me.received[0].body, "to the second life");
+                   }});
+}
+
 TEST_P(LocalLink, ReceiverThatDiesWhileItsMessageIsWrittenRaisesNoSigpipe) {
     static pid_t s_victim;
     Shared receiver;

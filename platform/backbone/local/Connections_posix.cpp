@@ -1,5 +1,6 @@
 #include "Connections.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <time.h>
 
@@ -168,14 +169,13 @@ void Outgoing::GiveUp(const BadFrame& reason) {
 }
 
 /// A message in a lane costs less than a look at the socket, so that look is taken every few milliseconds
-/// only.
+/// only. It asks for the end alone: an answer that nobody has read yet may lie before it.
 bool Outgoing::Alive() {
     const long now = m_lane != nullptr ? CoarseTime() : 0;
     if (!m_lost && (m_lane == nullptr || now != m_lastLook)) {
         m_lastLook = now;
-        char byte = 0;
-        const ssize_t count = recv(m_socket.Get(), &byte, 1, MSG_DONTWAIT | MSG_PEEK);
-        if (count == 0 || (count < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)) {
+        pollfd end{m_socket.Get(), POLLRDHUP, 0};
+        if (poll(&end, 1, 0) > 0) {
             Lose();
         }
     }
@@ -261,6 +261,7 @@ void Outgoing::ReceiveBell() {
             Lose();
         } else if (awaited && descriptors.size() == kBellDescriptors) {
             m_readersBell = std::make_shared<PeerDoorbell>(std::move(descriptors[0]), descriptors[1]);
+            m_readersBell->Ring();  // what was sent before may still be unread
         } else if (count > 0 && (awaited || !descriptors.empty())) {
             throw BadFrame(std::to_string(descriptors.size()) + " descriptors come, which are no doorbell");
         }

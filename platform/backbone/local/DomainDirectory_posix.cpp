@@ -320,8 +320,7 @@ Connected DomainDirectory::Connect(const std::string& name) {
         fcntl(connection.Get(), F_SETFL, O_NONBLOCK);
         return {std::move(connection), peer.pid, kind[0] == 'a'};
     }
-    Renew();  // who waits for it looks again
-    return {};
+    return Renew() ? Connect(name) : Connected{};
 }
 
 std::optional<int> DomainDirectory::Holder(const std::string& name) const {

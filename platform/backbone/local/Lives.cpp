@@ -57,11 +57,13 @@ std::vector<int> Lives::Ending() const {
 std::vector<PeerLost> Lives::Bury(int pid) {
     const Life life = std::move(m_lives.extract(pid).mapped());
     m_ending -= life.ending ? 1 : 0;
+    m_someWait = false;
     for (auto& [other, successor] : m_lives) {
         if (std::erase(successor.predecessors, pid) > 0) {
             successor.predecessors.insert(successor.predecessors.end(), life.predecessors.begin(),
                                           life.predecessors.end());
         }
+        m_someWait = m_someWait || !successor.predecessors.empty();
     }
     std::erase_if(m_buried, [](const auto& entry) { return Clock::now() - entry.second >= kDying; });
     m_buried[pid] = Clock::now();
@@ -91,6 +93,7 @@ std::vector<int> Lives::Holders(const std::string& application) const {
 void Lives::PutBefore(int earlier, int later) {
     if (!Precedes(later, earlier)) {
         m_lives.at(later).predecessors.push_back(earlier);
+        m_someWait = true;
     }
 }
 
@@ -113,6 +116,9 @@ bool Lives::Precedes(int earlier, int later) const {
 }
 
 bool Lives::HasToWait(int pid) const {
+    if (!m_someWait) {
+        return false;
+    }
     const auto life = m_lives.find(pid);
     return life != m_lives.end() && !life->second.predecessors.empty();
 }

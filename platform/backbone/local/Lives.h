@@ -51,6 +51,8 @@ class Lives {
     bool Precedes(int earlier, int later) const;
 
     std::map<int, Life> m_lives;
+    /// Whether somebody may have to wait: most often nobody does.
+    bool m_someWait = false;
     std::map<std::string, std::vector<int>> m_holders;
     int m_ending = 0;
     std::map<int, Clock::time_point> m_buried;

@@ -121,9 +121,8 @@ bool LocalDomain::HasNews(Take take) const {
 
 bool LocalDomain::HasLaneNews(Take take) const {
     return (m_fullLane != nullptr && m_fullLane->LaneHasRoom()) ||
-           std::any_of(m_lanes.begin(), m_lanes.end(), [&](const Incoming* incoming) {
-               return incoming->Lane()->HasNews() && IsWanted(*incoming, take);
-           });
+           std::any_of(m_lanes.begin(), m_lanes.end(),
+                       [&](const Incoming* incoming) { return MayTakeFromLane(*incoming, take); });
 }
 
 void LocalDomain::GiveBackRoom() {
@@ -189,9 +188,10 @@ std::optional<Event> LocalDomain::Next(Take take) {
     if (++m_sinceLook > kMessagesBetweenLooks) {
         m_sinceLook = 0;
         m_poller.Wait(std::chrono::milliseconds(0));
-        if (m_lives.SomeEnding()) {
-            ReportEnds();
-        }
+        m_endUnexamined = m_endUnexamined || m_lives.SomeEnding();
+    }
+    if (m_endUnexamined) {
+        ReportEnds();
     }
     if (MaySettleBells()) {
         SettleBells();
@@ -388,6 +388,12 @@ void LocalDomain::HearNewcomers() {
     }
 }
 
+/// What the socket beside it says comes first, as who is at the other end may have to wait.
+bool LocalDomain::MayTakeFromLane(const Incoming& incoming, Take take) const {
+    return incoming.Lane()->HasNews() && IsWanted(incoming, take) && !incoming.queued &&
+           !m_lives.HasToWait(incoming.Pid());
+}
+
 /// The lanes take turns, too.
 std::optional<Event> LocalDomain::NextInLanes(Take take) {
     for (std::size_t looked = 0; looked < m_lanes.size(); ++looked) {
@@ -397,7 +403,7 @@ std::optional<Event> LocalDomain::NextInLanes(Take take) {
             Remove(incoming);
             break;
         }
-        if (incoming.Lane()->HasNews() && IsWanted(incoming, take)) {
+        if (MayTakeFromLane(incoming, take)) {
             return TakeFromLane(incoming,
                                 take);  // without a message the link may be gone: the others come next time
         }

@@ -91,6 +91,7 @@ class LocalDomain final : public Domain {
     std::optional<Event> NextInLanes(Take take);
     std::optional<Event> TakeFromLane(Incoming& incoming, Take take);
     bool IsWanted(const Incoming& incoming, Take take) const;
+    bool MayTakeFromLane(const Incoming& incoming, Take take) const;
     std::set<int> Unread() const;
     void HearNewcomers();
     void HandleControl(Incoming& incoming, const FrameView& frame);
