@@ -84,11 +84,11 @@ bool IsInThisProcess(const char* sourceApplication, const char* targetApplicatio
     return source == Text(targetApplication) || source == Text(ZYLMsgBBCallbackManager::MessageID());
 }
 
-// The names of a file as they stand are a path that no system opens when they are too long to be worth the
-// memory that it takes to normalise them.
+// Names that are too long to be worth the memory that it takes to make a path of them are given as they
+// stand, which no system opens.
 ZYLString FormPath(const char* baseDir, const char* jobDir, const char* fileName) {
     if (strlen(baseDir) + strlen(jobDir) + strlen(fileName) > kLongestNames) {
-        return Text((std::string(baseDir) + '/' + jobDir + '/' + fileName).c_str());
+        return Text((std::string(baseDir) + jobDir + fileName).c_str());
     }
     return ZYLMsgPathExplorer::FormPath(Text(baseDir), Text(jobDir), Text(fileName));
 }
