@@ -80,6 +80,7 @@ class Switchboard {
     std::vector<Membership*> m_all;
     std::vector<Domain*> m_domains;
     int m_depth = 0;
+    /// Stream callbacks that are running; none of them may send.
     int m_writing = 0;
     /// What has been taken in by sends that wait may cost so much memory before they hold back.
     std::size_t m_allowance = kTakenInBudget;

@@ -15,11 +15,12 @@
 #include "Poller.h"
 
 /// The two ends of a link. Frames run one way only, from the process that opened the link to the one that
-/// listens; what comes back is one byte with the listener's bell, where a lane was opened, and the end of
-/// file.
+/// listens; what comes back is one byte with the listener's bell, once the opener sends messages, and the end
+/// of file.
 ///
 /// The opener makes a lane when it first sends a message. Where that is not possible, or not wanted, its
-/// messages are frames on the socket.
+/// messages are frames on the socket, and it asks for the bell by a frame: its page tells whether the
+/// listener is held up.
 
 namespace zyl::backbone::local {
 

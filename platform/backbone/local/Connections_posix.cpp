@@ -242,7 +242,8 @@ Progress Outgoing::CommitToLane() {
     return m_lost ? Progress::kLost : progress;
 }
 
-/// The reader answers the lane before it looks into it: while there is no answer, it has still to look.
+/// The reader answers before it looks into the lane: while there is no answer it has still to look, and an
+/// answer that was late is rung.
 void Outgoing::ReceiveBell() {
     const bool awaited = m_laneTried && m_readersBell == nullptr;
     if (IsEmpty(m_socket.Get())) {

@@ -30,10 +30,10 @@ enum class FrameKind : std::uint16_t {
     kGreeting = 1,  ///< who has opened the link; the type is empty, the body is a Greeting
     kAnnounce = 2,  ///< the opener is the announced application that the body names; the type is empty
     kMessage = 3,   ///< a message; the type is its type name
-    kBell = 5,      ///< the listener is to answer with its bell, as for a lane; type and body are empty
-    kLane =
-        4  ///< from now on messages come through shared memory; the body is a u32 with the ring's size, and
-           ///< with the frame come the descriptors of the memory, of the opener's bell and of its bell's page
+    /// From now on messages come through shared memory; the body is a u32 with the ring's size, and with the
+    /// frame come the descriptors of the memory, of the opener's bell and of its bell's page.
+    kLane = 4,
+    kBell = 5,  ///< the listener is to answer with its bell, as for a lane; type and body are empty
 };
 
 /// Bytes that no peer of this library writes.
