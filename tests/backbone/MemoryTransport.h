@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "Transport.h"
+#include "transport/Transport.h"
 
 /// A transport within one process: each thread that takes part is a "process" of its own with a transport
 /// made from the same hub. It says what the switchboard may rely on in the fewest lines, and has no system

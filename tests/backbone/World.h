@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "MemoryTransport.h"
-#include "Switchboard.h"
 #include "TemporaryDirectory.h"
+#include "switchboard/Switchboard.h"
 
 /// A world of processes that exchange messages, for tests that are written once and run on every transport.
 /// On the in-memory transport a participant is a thread; on the local one it is a real process.

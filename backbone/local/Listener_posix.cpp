@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <utility>
 
-#include "../Diagnostics.h"
 #include "Descriptors.h"
+#include "Diagnostics.h"
 
 namespace zyl::backbone::local {
 

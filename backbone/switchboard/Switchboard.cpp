@@ -1,4 +1,4 @@
-#include "Switchboard.h"
+#include "switchboard/Switchboard.h"
 
 #include <algorithm>
 #include <array>
@@ -14,7 +14,7 @@ namespace zyl::backbone {
 
 namespace {
 
-constexpr const char* kSourceFile = "platform/backbone/Switchboard";
+constexpr const char* kSourceFile = "backbone/switchboard/Switchboard";
 
 /// A type name and its terminator are counted in 16 bits on the wire.
 constexpr std::size_t kLongestType = 65534;

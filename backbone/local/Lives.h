@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "../Transport.h"
+#include "transport/Transport.h"
 
 /// What is known of the other processes of a domain: their applications, whose end is near, and who has taken
 /// over whose name. A life is a process from the first that is heard of it until its end is reported.

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <span>
 
-#include "Transport.h"
+#include "transport/Transport.h"
 
 namespace zyl::backbone {
 

@@ -6,18 +6,18 @@
 #include <utility>
 
 #include "Diagnostics.h"
-#include "Process.h"
 #include "QORText.h"
-#include "Settings.h"
-#include "Switchboard.h"
 #include "local/FileDescriptor.h"
 #include "local/LocalTransport.h"
+#include "switchboard/Switchboard.h"
+#include "system/Process.h"
+#include "transport/Settings.h"
 
 namespace zyl::backbone {
 
 namespace {
 
-constexpr const char* kSourceFile = "platform/backbone/ZYLFeaBackbone";
+constexpr const char* kSourceFile = "backbone/ZYLFeaBackbone";
 
 /// The switchboard of this process. In the child of a fork it belongs to the parent, and stays as it is.
 Switchboard* s_switchboard = nullptr;

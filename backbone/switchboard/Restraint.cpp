@@ -1,4 +1,4 @@
-#include "Restraint.h"
+#include "switchboard/Restraint.h"
 
 #include <algorithm>
 

@@ -10,13 +10,13 @@
 #include <string>
 #include <vector>
 
-#include "../Settings.h"
-#include "../Transport.h"
 #include "Connections.h"
 #include "DomainDirectory.h"
 #include "Listener.h"
 #include "Lives.h"
 #include "Poller.h"
+#include "transport/Settings.h"
+#include "transport/Transport.h"
 
 namespace zyl::backbone::local {
 

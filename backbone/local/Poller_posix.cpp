@@ -10,13 +10,13 @@
 #include <system_error>
 #include <vector>
 
-#include "../Diagnostics.h"
+#include "Diagnostics.h"
 
 namespace zyl::backbone::local {
 
 namespace {
 
-constexpr const char* kSourceFile = "platform/backbone/local/Poller_posix";
+constexpr const char* kSourceFile = "backbone/local/Poller_posix";
 
 /// More than is ever ready at once in a quiet system; the rest is asked for at once.
 constexpr int kEventsAtOnce = 64;

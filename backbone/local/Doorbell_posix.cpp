@@ -9,14 +9,14 @@
 #include <system_error>
 #include <utility>
 
-#include "../Diagnostics.h"
+#include "Diagnostics.h"
 #include "Frame.h"
 
 namespace zyl::backbone::local {
 
 namespace {
 
-constexpr const char* kSourceFile = "platform/backbone/local/Doorbell_posix";
+constexpr const char* kSourceFile = "backbone/local/Doorbell_posix";
 
 }  // namespace
 

@@ -18,16 +18,16 @@
 #include <system_error>
 #include <thread>
 
-#include "../Diagnostics.h"
-#include "../Process.h"
-#include "../Transport.h"
 #include "Descriptors.h"
+#include "Diagnostics.h"
+#include "system/Process.h"
+#include "transport/Transport.h"
 
 namespace zyl::backbone::local {
 
 namespace {
 
-constexpr const char* kSourceFile = "platform/backbone/local/DomainDirectory_posix";
+constexpr const char* kSourceFile = "backbone/local/DomainDirectory_posix";
 
 /// sockaddr_un has room for 108 bytes; "/proc/self/fd/<number>/a." takes at most 27 of them.
 constexpr std::size_t kLongestSafeName = 64;

@@ -9,8 +9,8 @@
 #include <cstring>
 #include <utility>
 
-#include "../Diagnostics.h"
 #include "Descriptors.h"
+#include "Diagnostics.h"
 #include "LocalDomain.h"
 
 namespace zyl::backbone::local {

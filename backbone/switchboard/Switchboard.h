@@ -7,10 +7,10 @@
 #include <string_view>
 #include <vector>
 
-#include "Restraint.h"
-#include "Settings.h"
-#include "Transport.h"
 #include "ZYLFeaBackbone.h"
+#include "switchboard/Restraint.h"
+#include "transport/Settings.h"
+#include "transport/Transport.h"
 
 namespace zyl::backbone {
 

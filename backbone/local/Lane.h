@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
-#include "../Transport.h"
 #include "Frame.h"
 #include "SharedMemory.h"
+#include "transport/Transport.h"
 
 /// A lane carries a link's messages through shared memory: a ring of bytes with one writer and one reader. A
 /// message is streamed straight into the ring and handed to the receiver where it lies.

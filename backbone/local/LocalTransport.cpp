@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "../Process.h"
 #include "LocalDomain.h"
+#include "system/Process.h"
 
 namespace zyl::backbone {
 

@@ -1,4 +1,4 @@
-#include "Process.h"
+#include "system/Process.h"
 
 #include <pthread.h>
 #include <pwd.h>

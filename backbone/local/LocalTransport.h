@@ -3,8 +3,8 @@
 
 #include <memory>
 
-#include "../Settings.h"
-#include "../Transport.h"
+#include "transport/Settings.h"
+#include "transport/Transport.h"
 
 namespace zyl::backbone {
 

@@ -3,8 +3,8 @@
 #include <system_error>
 #include <utility>
 
-#include "../Diagnostics.h"
 #include "Descriptors.h"
+#include "Diagnostics.h"
 #include "LocalDomain.h"
 
 namespace zyl::backbone::local {

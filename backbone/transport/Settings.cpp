@@ -1,4 +1,4 @@
-#include "Settings.h"
+#include "transport/Settings.h"
 
 #include <charconv>
 #include <cstdlib>
@@ -9,7 +9,7 @@ namespace zyl::backbone {
 
 namespace {
 
-constexpr const char* kSourceFile = "platform/backbone/Settings";
+constexpr const char* kSourceFile = "backbone/transport/Settings";
 
 /// A year: beyond any wait that is meant, and far from overflow in milliseconds.
 constexpr double kLongestTimeout = 365.0 * 24 * 3600;

@@ -7,12 +7,12 @@
 #include <string>
 #include <vector>
 
-#include "../Transport.h"
 #include "Doorbell.h"
 #include "FileDescriptor.h"
 #include "FrameReader.h"
 #include "Lane.h"
 #include "Poller.h"
+#include "transport/Transport.h"
 
 /// The two ends of a link. Frames run one way only, from the process that opened the link to the one that
 /// listens; what comes back is one byte with the listener's bell, once the opener sends messages, and the end

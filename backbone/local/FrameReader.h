@@ -6,8 +6,8 @@
 #include <optional>
 #include <span>
 
-#include "../Transport.h"
 #include "Frame.h"
+#include "transport/Transport.h"
 
 namespace zyl::backbone::local {
 
