@@ -11,26 +11,32 @@ class ZYLMsgProcessControlType;
 ///
 ///     <?xml version="1.0" encoding="utf-8"?><Kill type="symconst">SOFT_KILL</Kill>
 ///
-/// or the same with HARD_KILL. Static members only. Anything else is a fatal error; all comparisons are
-/// byte-wise, on what the XML library gives for the element, so that differences which parsing removes do not
-/// count.
+/// or the same with HARD_KILL. Any other document is a fatal error. The parsed element is compared byte by
+/// byte, so differences that parsing removes do not count. Static members only.
 class ZYLMSGMODULES_EXPORT ZYLMsgProcessControlEncoder {
   public:
-    /// Writes the message's document from its "Kill" attribute. Fatal: a message that is no kill request
-    /// ("pcType.m_processControlType == ZYLMsgProcessControlType::PROCESS_CONTROL_KILL") and an attribute
-    /// that is missing or has another value (text "\"Unknown Kill Type in ZYLMsgProcessControlType\" == 0").
+    /// Writes the message's document from its "Kill" attribute. Fatal:
+    ///
+    /// - a message that is no kill request:
+    ///   "pcType.m_processControlType == ZYLMsgProcessControlType::PROCESS_CONTROL_KILL"
+    /// - an attribute that is missing or has another value:
+    ///   "\"Unknown Kill Type in ZYLMsgProcessControlType\" == 0"
     static void ExternalizeProcessControlMsg(ZYLMsgProcessControlType& pcType);
 
-    /// Makes the message a kill request with the "Kill" attribute of its document; a "Kill" attribute that it
-    /// already has is kept. Only attributes that are written in the element count. Fatal, in this order: a
-    /// document that is not well-formed ("hr == S_OK"), another element ("rootTagName == \"Kill\""), not
-    /// exactly one attribute ("atts.size() == 1"), another one than "type"
-    /// ("itr != atts.end()") or of another value ("killType == \"symconst\""), and another text
-    /// or elements beside it ("killVal == \"SOFT_KILL\" || killVal == \"HARD_KILL\"").
+    /// Makes the message a kill request and reads the "Kill" attribute from its document; a "Kill"
+    /// attribute that the message already has is kept. Only attributes written in the element count, not
+    /// defaults of a document type declaration. Fatal, in this order:
+    ///
+    /// - a document that is not well-formed: "hr == S_OK"
+    /// - a root element with another name: "rootTagName == \"Kill\""
+    /// - no attribute, or more than one: "atts.size() == 1"
+    /// - an attribute other than "type": "itr != atts.end()"
+    /// - another value of "type": "killType == \"symconst\""
+    /// - another text, or child elements: "killVal == \"SOFT_KILL\" || killVal == \"HARD_KILL\""
     static void InternalizeProcessControlMsg(ZYLMsgProcessControlType& pcType);
 
   private:
-    /// The kill document for `killType`, which is not examined.
+    /// The kill document for `killType`, which the caller has checked.
     static ZYLString CreateKillXmlMessage(const ZYLString& killType);
 };
 

@@ -6,15 +6,16 @@
 #include "ZYLMsgModulesExport.h"
 #include "ZYLString.h"
 
-/// Carries a kill request, soft or hard, as a small XML document, and beside it the request decoded into
-/// attributes. The one attribute in use is "Kill", with the value "SOFT_KILL" or "HARD_KILL". A ready-made
-/// request comes from ZYLMsgProcessControlTypeFactory; one made by hand sets m_processControlType and the
-/// "Kill" attribute, and ZYLMsgProcessControlEncoder::ExternalizeProcessControlMsg then writes its document.
-/// Body: the document as a wire string (its length in
-/// bytes, 4 bytes, least significant first; then its bytes).
+/// Carries a kill request, soft or hard, as a small XML document and, decoded, as attributes. The only
+/// attribute in use is "Kill", with the value "SOFT_KILL" or "HARD_KILL". ZYLMsgProcessControlTypeFactory
+/// makes a complete request. To make one by hand, set m_processControlType and the "Kill" attribute and
+/// let ZYLMsgProcessControlEncoder::ExternalizeProcessControlMsg write the document.
 ///
-/// The prototype that a receiver registers must be an empty message: clones carry the prototype's attributes,
-/// and decoding leaves a "Kill" attribute that is already there alone.
+/// Body: the document as a wire string (its length as a 4-byte integer, least significant byte first; then
+/// its bytes).
+///
+/// A receiver must register an empty message as the prototype: a clone copies the prototype's attributes,
+/// and decoding keeps a "Kill" attribute that is already there.
 class ZYLMSGMODULES_EXPORT ZYLMsgProcessControlType : public ZYLMsgBBMessage {
   public:
     enum ProcessControlTypeEnm : int {
@@ -28,7 +29,7 @@ class ZYLMSGMODULES_EXPORT ZYLMsgProcessControlType : public ZYLMsgBBMessage {
 
     ProcessControlTypeEnm ControlType() const;
 
-    /// The value of the attribute `name`, empty when there is none; never adds one.
+    /// The value of the attribute `name`, empty if there is none. Never adds an attribute.
     ZYLString GetVal(const ZYLString& name) const;
     bool isPresent(const ZYLString& name) const;
 
@@ -36,7 +37,7 @@ class ZYLMSGMODULES_EXPORT ZYLMsgProcessControlType : public ZYLMsgBBMessage {
     int RequiredBufferSize() const override;
     void Stream(void* buffer, int size) const override;
 
-    /// Takes over the document of a body and decodes it; bytes after it are ignored. A length that is not
+    /// Reads the document from a body, ignores bytes after it, and decodes it. A length that is not
     /// positive is a fatal error ("len > 0"), and so is a document that is no kill request (see
     /// ZYLMsgProcessControlEncoder).
     void Unstream(const void* buffer, int size) override;
@@ -47,10 +48,10 @@ class ZYLMSGMODULES_EXPORT ZYLMsgProcessControlType : public ZYLMsgBBMessage {
     /// Writes the type and the document, and flushes.
     void Print(FILE* stream, const char* prefix) const override;
 
-    /// The decoded request: what each attribute says, by its name.
+    /// The decoded request: attribute values by name.
     ZYLBasMap<ZYLString, ZYLString> m_attributes;
     ProcessControlTypeEnm m_processControlType;
-    /// The document, which alone travels.
+    /// The document, the only part that is sent.
     ZYLString m_xmlMessage;
 };
 

@@ -12,8 +12,9 @@ constexpr long S_OK = 0;
 
 /// One element of an XML document: its name, its attributes and its own text, all as UTF-8.
 ///
-/// A node is a value: copies are independent of each other and of the document they came from (their strings
-/// share their text, as copies of ZYLString do). Used on one thread at a time together with all its copies.
+/// A node is a value: copies are independent of each other and of the document they came from (their
+/// strings share their text, as copies of ZYLString do). Used on one thread at a time together with all
+/// its copies.
 class ZYLPLATFORM_EXPORT ZYLBasXmlNode {
   public:
     /// An element without name, attributes and text.
@@ -21,21 +22,22 @@ class ZYLPLATFORM_EXPORT ZYLBasXmlNode {
     ZYLBasXmlNode(const ZYLString& tagName, const ZYLBasMap<ZYLString, ZYLString>& attributes,
                   const ZYLString& value, bool hasChildElements);
 
-    /// Stores in `name` the element's name as the document writes it, a namespace prefix included. @return
-    /// S_OK
+    /// Stores in `name` the element's name as the document writes it, including a namespace prefix.
+    /// @return S_OK
     long GetTagName(ZYLString& name) const;
 
-    /// Stores in `value` the element's own text: character data and CDATA sections, references resolved and
-    /// line ends as "\n", in document order. Blanks are kept; the text of child elements, comments and
-    /// processing instructions is not part of it. @return S_OK
+    /// Stores in `value` the element's own text in document order: character data and CDATA sections, with
+    /// references resolved and line ends as "\n". Blanks are kept. The text of child elements, comments
+    /// and processing instructions is left out.
+    /// @return S_OK
     long GetValue(ZYLString& value) const;
 
-    /// Replaces `attributes` by the element's attributes, name to value, one entry each; only those
-    /// that are written in the element, not what a document type declaration gives as a default. @return
-    /// S_OK
+    /// Replaces `attributes` by the attributes that are written in the element, name to value. Defaults
+    /// from a document type declaration are left out.
+    /// @return S_OK
     long GetAttList(ZYLBasMap<ZYLString, ZYLString>& attributes) const;
 
-    /// Whether other elements stand in this one.
+    /// Whether the element has child elements.
     bool HasChildElements() const { return m_hasChildElements; }
 
   private:

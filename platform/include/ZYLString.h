@@ -8,9 +8,11 @@
 
 /// The system's string: NUL-terminated UTF-8 text of up to 2^31 - 1 bytes. Copies share the text through a
 /// plain (non-atomic) count, so a string and its copies are used on one thread at a time; a string that is
-/// changed takes a text of its own first, and the copies keep theirs. An empty string has no representation.
+/// changed takes a text of its own first, and the copies keep theirs. An empty string has no
+/// representation.
 ///
-/// Bytes are kept as given: text that is not well-formed UTF-8 is stored, compared and converted unchanged.
+/// Bytes are kept as given: text that is not well-formed UTF-8 is stored, compared and converted
+/// unchanged.
 class ZYLPLATFORM_EXPORT ZYLString {
   public:
     /// The empty string.
@@ -28,18 +30,19 @@ class ZYLPLATFORM_EXPORT ZYLString {
     const char* GetUTF8() const { return m_text.CStr(); }
     /// Bytes, without the terminating zero. Constant time.
     int GetLengthInByte() const { return m_lengthInByte; }
-    /// Characters: a UTF-8 lead byte together with all the continuation bytes it announces counts one, and so
-    /// does each byte that belongs to no such sequence. A character therefore never stands for more than four
-    /// bytes.
+    /// Characters: a UTF-8 lead byte together with all the continuation bytes it announces counts one, and
+    /// so does each byte that belongs to no such sequence. A character therefore never stands for more
+    /// than four bytes.
     int GetLengthInChar() const;
     bool IsEmpty() const { return m_lengthInByte == 0; }
 
-    /// Writes the text and its terminating zero to `buffer`, which has room for GetLengthInByte() + 1 bytes,
-    /// and the number of bytes before the zero to `*length`, whose value at the call is not looked at.
+    /// Writes the text and its terminating zero to `buffer`, which has room for GetLengthInByte() + 1
+    /// bytes, and the number of bytes before the zero to `*length`, whose value at the call is not looked
+    /// at.
     void ConvertToUTF8(char* buffer, std::size_t* length) const;
 
-    /// Adds the text of `other`, which may be this string. On an exception (see BuildFromUTF8) the string is
-    /// unchanged.
+    /// Adds the text of `other`, which may be this string. On an exception (see BuildFromUTF8) the string
+    /// is unchanged.
     void Append(const ZYLString& other);
     /// Turns a to z into A to Z and leaves every other byte alone.
     void ASCIIToUpper();
@@ -52,8 +55,7 @@ class ZYLPLATFORM_EXPORT ZYLString {
     int m_lengthInByte = 0;
 };
 
-/// Comparisons go by unsigned bytes; a proper prefix orders first. A `const char*` stands on either side and
-/// is not null;
+/// These compare unsigned bytes; a proper prefix orders first. A `const char*` operand must not be null.
 /// `!=` follows from `==`.
 ZYLPLATFORM_EXPORT bool operator==(const ZYLString& a, const ZYLString& b);
 ZYLPLATFORM_EXPORT bool operator==(const ZYLString& a, const char* b);
