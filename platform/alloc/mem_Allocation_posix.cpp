@@ -9,22 +9,23 @@
 namespace {
 
 constexpr std::size_t kPage = 4096;
-// Below this a block is copied too quickly for its alignment to matter, and a page's rounding would cost too
-// much.
+// Smaller blocks are copied too fast for alignment to matter, and rounding them to pages would waste
+// memory.
 constexpr std::size_t kPageAlignedFrom = 65536;
-// The C library learns from no block of more than 32 MiB, its own page of it included.
-constexpr std::size_t kLargestLesson = std::size_t{32} * 1024 * 1024 - 2 * kPage;
+// The largest mmap threshold that the C library adopts, 32 MiB, less its own header, rounded to pages.
+constexpr std::size_t kLargestThreshold = std::size_t{32} * 1024 * 1024 - 2 * kPage;
 
-/// A C library may give each freed block above some size back to the system, and then take its pages one by
-/// one again with the next, which takes ten times as long as filling the block. It learns from what is freed
-/// to keep blocks of that size, but counts an aligned one too small. A plain one, never touched, teaches it:
-/// twice as large, for whoever copies a block has another one of its size.
-void KeepForTheNext(std::size_t size) {
+/// Raises the mmap threshold of the C library above `size`. A larger block comes from mmap and goes back
+/// with munmap, so that every next block of its size faults its pages in again, which takes ten times as
+/// long as filling it. The C library raises the threshold to the size of each mmapped block that is freed,
+/// but underrates an aligned one; a plain block, allocated and freed untouched, raises it reliably. It has
+/// twice the size because whoever copies a block holds two of that size.
+void RaiseMmapThreshold(std::size_t size) {
     static std::atomic<std::size_t> largest{0};
     if (size > largest.load(std::memory_order_relaxed)) {
         largest.store(size, std::memory_order_relaxed);
-        void* volatile lesson = std::malloc(std::min(2 * size, kLargestLesson));
-        std::free(lesson);
+        void* volatile block = std::malloc(std::min(2 * size, kLargestThreshold));
+        std::free(block);
     }
 }
 
@@ -32,7 +33,7 @@ void* AllocatePages(std::size_t size) {
     if (size > SIZE_MAX / 2 - kPage) {
         return nullptr;
     }
-    KeepForTheNext(size + kPage);
+    RaiseMmapThreshold(size + kPage);
     return std::aligned_alloc(kPage, (size + kPage - 1) / kPage * kPage);
 }
 

@@ -21,12 +21,13 @@ constexpr int kCreate = 0x0100;
 constexpr int kTruncate = 0x0200;
 constexpr int kBinary = 0x8000;
 
-/// How often a path is resolved anew when somebody renames directories on it meanwhile.
+/// How often OpenBeneath resolves a path again because another process renames directories on it.
 constexpr int kResolveAttempts = 100;
 
-/// How often, a millisecond apart, a file is tried to be locked, and readers of it are to be seen.
+/// How often, a millisecond apart, LockToEmpty tries to lock a file, and how often it must observe a
+/// shared lock to believe it.
 constexpr int kLockAttempts = 50;
-constexpr int kSightsThatCount = 3;
+constexpr int kConvincingSharedLocks = 3;
 
 bool AreValid(int flags) {
     const bool isKnown = (flags & ~(kReadWrite | kCreate | kTruncate | kBinary)) == 0;
@@ -34,8 +35,8 @@ bool AreValid(int flags) {
     return isKnown && !truncatesUnwritable;
 }
 
-/// O_NONBLOCK keeps the open of a FIFO from waiting for its other end; it means nothing to a regular file.
-/// O_TRUNC is left out: what is held must be found so before it is emptied.
+/// O_NONBLOCK keeps open from waiting for the other end of a FIFO; it has no effect on a regular file.
+/// O_TRUNC is left out, because a held file must not be emptied.
 int HostFlags(int flags) {
     return ((flags & kReadWrite) != 0 ? O_RDWR : O_RDONLY) | ((flags & kCreate) != 0 ? O_CREAT : 0) |
            O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
@@ -45,8 +46,8 @@ bool Lock(int descriptor, int operation) {
     return RetryInterrupted([&] { return ::flock(descriptor, operation | LOCK_NB); }) == 0;
 }
 
-/// 0 for a regular file, else the errno that refuses it.
-int Refusal(int descriptor) {
+/// 0 for a regular file, else the errno with which Open refuses it.
+int ErrorUnlessRegular(int descriptor) {
     struct stat status {};
     if (::fstat(descriptor, &status) != 0) {
         return errno;
@@ -57,20 +58,22 @@ int Refusal(int descriptor) {
     return S_ISDIR(status.st_mode) ? EISDIR : ENOTSUP;
 }
 
-/// Locks a file for the moment in which it is emptied. 0, or the errno that refuses it.
+/// Locks a file exclusively for the moment in which it is emptied. Returns 0, or the errno that refuses
+/// it.
 ///
-/// A file that nobody can lock as a reader either is being emptied by another process, which soon lets go, or
-/// locked by a program that does not. One that a reader can lock has readers; but the sight may deceive when
-/// it changes in between, so that it counts only when it comes again.
+/// If neither an exclusive nor a shared lock can be had, another process has an exclusive lock: an Open
+/// that empties the file unlocks it soon, another program may not. If only a shared lock can be had,
+/// others share the file; the lock may have changed hands between the two attempts, so this must be
+/// observed repeatedly.
 int LockToEmpty(int descriptor) {
-    int sightsOfReaders = 0;
+    int sharedLocks = 0;
     for (int attempt = 0; attempt < kLockAttempts; ++attempt) {
         if (Lock(descriptor, LOCK_EX) || errno != EWOULDBLOCK) {
             return 0;
         }
         if (Lock(descriptor, LOCK_SH)) {
             Lock(descriptor, LOCK_UN);
-            if (++sightsOfReaders == kSightsThatCount) {
+            if (++sharedLocks == kConvincingSharedLocks) {
                 return EBUSY;
             }
         }
@@ -79,29 +82,30 @@ int LockToEmpty(int descriptor) {
     return ENOLCK;
 }
 
-/// Empties a file that nobody holds. 0, or the errno that refuses it.
-int Emptying(int descriptor) {
-    if (const int refusal = LockToEmpty(descriptor)) {
-        return refusal;
+/// Empties a file unless it is held. Returns 0, or the errno that refuses it.
+int Empty(int descriptor) {
+    if (const int error = LockToEmpty(descriptor)) {
+        return error;
     }
-    // Locked until it is empty, so that nobody begins to hold it in between.
+    // The lock lasts until the file is empty, so that no hold can begin in between.
     const int failure = RetryInterrupted([&] { return ::ftruncate(descriptor, 0); }) == 0 ? 0 : errno;
     Lock(descriptor, LOCK_UN);
     return failure;
 }
 
-/// The descriptor of a regular file, emptied where the flags say so; or -1 with errno set.
-int Checked(int descriptor, int flags) {
+/// Accepts the descriptor of a regular file, which it empties if the flags say so. Closes any other and
+/// returns -1 with errno set.
+int Accept(int descriptor, int flags) {
     if (descriptor < 0) {
         return -1;
     }
-    int refusal = Refusal(descriptor);
-    if (refusal == 0 && (flags & kTruncate) != 0) {
-        refusal = Emptying(descriptor);
+    int error = ErrorUnlessRegular(descriptor);
+    if (error == 0 && (flags & kTruncate) != 0) {
+        error = Empty(descriptor);
     }
-    if (refusal != 0) {
+    if (error != 0) {
         ::close(descriptor);
-        errno = refusal;
+        errno = error;
         return -1;
     }
     return descriptor;
@@ -119,7 +123,7 @@ int ZYLBasFileOps::Open(const char* path, int flags, int permissions) {
         errno = EINVAL;
         return -1;
     }
-    return Checked(
+    return Accept(
         RetryInterrupted([&] { return ::open(path, HostFlags(flags), static_cast<mode_t>(permissions)); }),
         flags);
 }
@@ -145,7 +149,7 @@ int ZYLBasFileOps::OpenBeneath(int directory, const char* path, int flags, int p
             break;
         }
     }
-    return Checked(descriptor, flags);
+    return Accept(descriptor, flags);
 }
 
 void ZYLBasFileOps::Hold(int descriptor) {

@@ -29,7 +29,7 @@ ZYLBasUtlFilePath::ZYLBasUtlFilePath(const atr_StringBase& name, const atr_Strin
     if (!normal.has_filename() && normal != normal.root_path()) {
         normal = normal.parent_path();
     }
-    // A root written with several separators stays so when normalised.
+    // Normalisation keeps a root that is written with several separators.
     const std::filesystem::path root = normal.root_name() += std::filesystem::path::preferred_separator;
     m_absolutePathName = UTF8FromPath(root / normal.relative_path());
 }

@@ -5,30 +5,30 @@
 
 #include "ZYLPlatformExport.h"
 
-/// Holds a TCP port of this machine, on all its addresses, so that nobody else can take it meanwhile.
+/// Reserves a TCP port on all addresses of this machine, so that no other socket can bind it meanwhile.
 ///
-/// It binds the port and neither listens nor connects: a client that looks for a server does not find this
-/// object in its place, and no connection is left behind. Not copyable; used on one thread.
+/// It binds the port and neither listens nor connects, so no client mistakes it for a server and no
+/// connection is left behind. Not copyable; used on one thread.
 class ZYLPLATFORM_EXPORT QORSocketConnector {
   public:
-    /// What GetPort gives while no port is held.
+    /// The result of GetPort while no port is held.
     static constexpr unsigned short kNoPort = 65535;
 
-    /// A connector for `port`; 0 leaves the choice to Declare. The other two numbers concern connectors that
-    /// take connections, and are not looked at; callers pass 10 and 2.
+    /// A connector for `port`; 0 lets the system choose in Declare. The other two numbers concern
+    /// connectors that accept connections and are ignored; callers pass 10 and 2.
     QORSocketConnector(unsigned short port, int backlog, int attempts);
     /// Releases the port.
     ~QORSocketConnector();
     QORSocketConnector(const QORSocketConnector&) = delete;
     QORSocketConnector& operator=(const QORSocketConnector&) = delete;
 
-    /// Takes hold of the port for IPv4 and, where the machine has it, for IPv6; for port 0, of one number
-    /// that is free for both. A port is never shared: one that any other socket has bound, for all addresses
-    /// or for one alone (the loopback address, say), is refused, and so is one whose last connections the
-    /// system still winds up (about a minute). What an earlier call holds is released first.
+    /// Binds the port for IPv4 and, if the machine has it, for IPv6; for port 0 it chooses one number that
+    /// is free for both. A port is never shared: the call fails if another socket has bound it on any
+    /// address, or if a connection of the port is still in TIME_WAIT (about a minute). A port held from an
+    /// earlier call is released first.
     ///
-    /// The argument is not looked at; callers pass null.
-    /// @return 0, or the system's error number (`errno`), and then nothing is held
+    /// The argument is ignored; callers pass null.
+    /// @return 0, or the system's error number (`errno`) with no port held
     int Declare(const char* unused);
 
     /// The port that is held, or kNoPort.
@@ -40,7 +40,7 @@ class ZYLPLATFORM_EXPORT QORSocketConnector {
 
     const unsigned short m_requestedPort;
     unsigned short m_port = kNoPort;
-    std::intptr_t m_ipv4Socket = -1;  ///< -1, or the system's handle of the socket that holds the port
+    std::intptr_t m_ipv4Socket = -1;  ///< the handle of the bound socket, or -1
     std::intptr_t m_ipv6Socket = -1;  ///< the same for IPv6
 };
 

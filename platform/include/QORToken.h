@@ -7,20 +7,18 @@
 #include "QORUnicodeString.h"
 #include "ZYLPlatformExport.h"
 
-/// Cuts a text into pieces, one a call, each up to a separator named in that call. It owns a copy of the
-/// text, so it may outlive the string it was made from. Used on one thread.
+/// Splits a text into tokens, one per call; each call names the separator that ends its token. It owns a
+/// copy of the text, so it may outlive the string it was made from. Used on one thread.
 class ZYLPLATFORM_EXPORT QORToken {
   public:
-    /// A tokenizer at the start of `text`. There is one way of cutting, so `mode` is not looked at; callers
-    /// pass 0.
+    /// A tokenizer at the start of `text`. `mode` is ignored; callers pass 0.
     QORToken(const QORUnicodeString& text, unsigned char mode);
 
-    /// Returns the piece from the current position up to the next `separator`, or up to the end when there is
-    /// none, and moves past that separator. The piece is empty when the text is used up, and also where the
-    /// text goes on with a separator: at its very start, or when two stand in a row. An empty separator
-    /// occurs nowhere.
+    /// Returns the token from the current position up to the next `separator`, or up to the end of the
+    /// text if there is none, and moves past that separator. The token is empty at the end of the text,
+    /// and also before a separator at the current position. An empty separator never matches.
     ///
-    /// The second argument is not looked at; callers pass null.
+    /// The second argument is ignored; callers pass null.
     QORUnicodeString GetNextToken(const QORUnicodeString& separator, unsigned char* unused);
 
   private:

@@ -9,7 +9,7 @@
 class ZYLPLATFORM_EXPORT QORUnicodeString {
   public:
     /// Copies the NUL-terminated UTF-8 `text`; null gives the empty string.
-    QORUnicodeString(const char* text);  // not explicit: a plain text serves wherever a string is asked for
+    QORUnicodeString(const char* text);  // not explicit: callers pass plain texts
 
     /// The number of characters, not of bytes; 0 for the empty string.
     int GetLengthInChar() const;

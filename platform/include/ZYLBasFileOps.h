@@ -6,8 +6,8 @@
 #include "ZYLPlatformExport.h"
 #include "ZYLString.h"
 
-/// Opening of files. Static operations without state, safe on every thread. What they open is not inherited
-/// by programs that this process starts.
+/// Opens files. Static operations without state, safe on every thread. Descriptors and streams are closed
+/// on exec.
 class ZYLPLATFORM_EXPORT ZYLBasFileOps {
   public:
     /// fopen of the C library, with `path` in UTF-8. Returns a stream that the caller closes, or null with
@@ -18,47 +18,47 @@ class ZYLPLATFORM_EXPORT ZYLBasFileOps {
     /// set.
     ///
     /// `flags` is an "or" of the values of the home platform's C runtime:
-    ///   0x0002  read and write (read only without it)
+    ///   0x0002  open for reading and writing (without it, for reading)
     ///   0x0100  create the file if it is missing
-    ///   0x0200  empty the file; only together with 0x0002. A file that is held (see Hold), or that other
-    ///           programs have locked together (a shared lock), is refused with EBUSY and keeps its bytes;
-    ///           one that a program has locked for itself alone with ENOLCK, after some 50 milliseconds of
-    ///           trying: another Open that empties it lets go sooner.
-    ///   0x8000  no newline translation; there is none here with or without it
+    ///   0x0200  empty the file; only together with 0x0002. If the file is held (see Hold), or other programs
+    ///           have a shared lock on it, the call fails with EBUSY and the file keeps its bytes. If another
+    ///           program has an exclusive lock, the call retries for about 50 ms and fails with ENOLCK: an
+    ///           Open that empties the file unlocks it sooner.
+    ///   0x8000  no newline translation; has no effect here
+    ///
     /// Any other bit, or 0x0200 without 0x0002, fails with EINVAL.
     ///
-    /// `permissions` are those of a file that is created, 0640 for example, less what the process's file mode
-    /// mask takes away.
+    /// `permissions` apply to a file that is created, for example 0640, masked by the process's umask.
     ///
-    /// Symbolic links are followed. A directory is refused with EISDIR; a FIFO, socket or device with
-    /// ENOTSUP, and the call never blocks waiting for the other end of one.
+    /// Symbolic links are followed. A directory fails with EISDIR; a FIFO, socket or device fails with
+    /// ENOTSUP without waiting for its other end.
     static int Open(const char* path, int flags, int permissions);
 
-    /// Returns a descriptor of the directory `path` for OpenBeneath, which the caller closes with _close, or
-    /// -1 with errno set. Symbolic links are followed; the descriptor stays with the directory that was
-    /// found, whatever happens to its name.
+    /// Returns a descriptor of the directory `path` for OpenBeneath, which the caller closes with _close,
+    /// or -1 with errno set. Symbolic links are followed. The descriptor refers to the directory even
+    /// after the directory is renamed.
     static int OpenDirectory(const char* path);
 
-    /// Opens like Open, with `path` relative to `directory`, and never anything outside of that directory:
-    /// an absolute path, and one that leaves the directory through ".." or a symbolic link, fails with
-    /// EXDEV; a link of the kernel's own that is no path (those in /proc/self/fd) with ELOOP. Symbolic links
-    /// that stay inside are followed. The system resolves the path and checks it in one step, so that nobody
-    /// can exchange a directory for a link in between; a path that is being changed all the time fails with
-    /// EAGAIN. Where the system cannot do so (Linux before 5.6) every call fails with ENOSYS.
+    /// Opens like Open, with `path` relative to `directory`, and never a file outside that directory: an
+    /// absolute path, or one that leaves the directory through ".." or a symbolic link, fails with EXDEV;
+    /// a magic link of the kernel (those in /proc/self/fd) fails with ELOOP. Symbolic links that stay
+    /// inside are followed. The kernel resolves and checks the path in one step, so that nobody can
+    /// replace a directory by a link in between; a path that keeps changing fails with EAGAIN. On kernels
+    /// that lack the call (Linux before 5.6) every call fails with ENOSYS.
     ///
-    /// A hard link inside the directory is inside, and so is what is mounted there.
+    /// Hard links and mounts inside the directory count as inside.
     static int OpenBeneath(int directory, const char* path, int flags, int permissions);
 
-    /// Holds the file of `descriptor`, which Open or OpenBeneath has given: until Release, or until the
-    /// descriptor is closed, neither of them empties that file, in any process and under any of its names. A
-    /// file may be held by several at once.
+    /// Holds the file of `descriptor`, which Open or OpenBeneath returned. Until Release, or until the
+    /// descriptor is closed, neither function empties that file, in any process and under any of its
+    /// names. Several descriptors may hold a file at once.
     ///
-    /// Those who open files in other ways are not kept from anything; to those who lock them it is a shared
-    /// lock. Where the file system has no locks, and where somebody has locked the file for himself alone,
-    /// nothing is held, which is no error.
+    /// A hold is an advisory shared lock: it does not restrict programs that open the file without locking
+    /// it. On a file system without locks, or on a file that another program has locked exclusively, the
+    /// call has no effect and reports no error.
     static void Hold(int descriptor);
 
-    /// Ends a hold, also where a child process shares the descriptor. The descriptor stays open.
+    /// Ends a hold, even if a child process shares the descriptor. The descriptor stays open.
     static void Release(int descriptor);
 };
 

@@ -11,8 +11,8 @@
 #include "ZYLBasTreeGeneric.h"
 
 /// An ordered map with unique keys, ascending by the key type's `operator<`: a typed layer over
-/// ZYLBasTreeGeneric, whose costs, validity of iterators and behaviour on exceptions it shares. Copies are
-/// deep. One thread at a time.
+/// ZYLBasTreeGeneric, with the same costs, iterator validity and exception guarantees. Copies are deep.
+/// One thread at a time.
 ///
 /// K and V are copyable, of standard layout and of ordinary alignment.
 template <class K, class V>
@@ -37,7 +37,7 @@ class ZYLBasMap {
     };
 
   public:
-    /// Point at an entry (`->first`, `->second`) or behind the last one; `++` goes on in ascending order.
+    /// Forward iterators in ascending order; `->first` is the key, `->second` the value.
     using iterator = Position<Pair>;
     using const_iterator = Position<const Pair>;
 
@@ -56,7 +56,7 @@ class ZYLBasMap {
     iterator find(const K& key) { return iterator(m_tree.Find(&key)); }
     const_iterator find(const K& key) const { return const_iterator(m_tree.Find(&key)); }
 
-    /// The value of this key, which is inserted with a default value if it is absent.
+    /// The value of this key. An absent key is inserted with a default value.
     V& operator[](const K& key) {
         auto at = m_tree.LowerBound(&key);
         if (at == m_tree.End() || key < (*iterator(at)).first) {
@@ -66,8 +66,8 @@ class ZYLBasMap {
         return iterator(at)->second;
     }
 
-    /// Inserts a copy of `entry` unless its key is there, and leaves an existing entry alone. Gives the entry
-    /// with that key and whether it is new.
+    /// Inserts a copy of `entry` unless its key is present. Returns the entry with that key and whether it
+    /// is new.
     std::pair<iterator, bool> insert(const Pair& entry) {
         const auto [at, isNew] = m_tree.InsertUnique(&entry);
         return {iterator(at), isNew};

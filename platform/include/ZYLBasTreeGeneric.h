@@ -10,13 +10,13 @@
 #include "ZYLBasReplicatorGeneric.h"
 #include "ZYLPlatformExport.h"
 
-/// An ordered tree of key/value pairs with unique keys, whose types it knows only through a layout, a
-/// replicator and a comparator. It owns its pairs, each in a block of the allocation library aligned for
-/// built-in types. ZYLBasMap is its typed face.
+/// An ordered tree of key/value pairs with unique keys. It knows the types of the pairs only through a
+/// layout, a replicator and a comparator. It owns its pairs, each in a block of the allocation library
+/// aligned for built-in types. ZYLBasMap is the typed layer over it.
 ///
 /// Operations are logarithmic in the number of pairs. Iterators and pairs stay valid until their pair is
-/// erased or the tree is assigned or gone. What raises (std::bad_alloc, or whatever a copied pair raises)
-/// leaves the tree unchanged. One thread at a time.
+/// erased or the tree is assigned or destroyed. An operation that raises (std::bad_alloc, or an exception
+/// of a copied pair) leaves the tree unchanged. One thread at a time.
 class ZYLPLATFORM_EXPORT ZYLBasTreeGeneric {
   public:
     /// Whether the key at `a` orders before the key at `b`: a strict weak ordering.
@@ -62,11 +62,11 @@ class ZYLPLATFORM_EXPORT ZYLBasTreeGeneric {
     /// The first pair whose key does not order before this one, or End().
     Iterator LowerBound(const void* key) const { return m_pairs.lower_bound(key); }
 
-    /// Replicates `pair` into the tree unless its key is there; gives the entry with that key and whether it
-    /// is new.
+    /// Replicates `pair` into the tree unless its key is present. Returns the entry with that key and
+    /// whether it is new.
     std::pair<Iterator, bool> InsertUnique(const void* pair);
-    /// The same with a guess where the pair belongs: right before `position`, which makes it constant time. A
-    /// wrong guess costs time only. Gives the entry with the pair's key, new or not.
+    /// InsertUnique with a hint that the pair belongs right before `position`. Constant time if the hint
+    /// is right, logarithmic if not. Returns the entry with the pair's key, new or not.
     Iterator InsertUniqueAtPosition(Iterator position, const void* pair);
 
     /// Erases the pair with this key; returns the number erased, 0 or 1.

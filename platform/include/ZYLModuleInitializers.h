@@ -6,10 +6,10 @@
 /// The initialisers and finalisers of the platform's libraries, in the order in which a user calls the
 /// initialisers; the finalisers are called in the reverse order.
 ///
-/// Each library counts its users. `count` is the caller's tally: the first initialisation adds 1 to it, the
-/// last finalisation takes 1 from it, and every other call leaves it alone. These libraries need no
-/// preparation beyond that, so their functions may be called before the first initialisation. Not
-/// synchronised; calls must balance.
+/// Each library counts its users. `count` is the caller's tally: the first initialisation adds 1 to it,
+/// the last finalisation subtracts 1, and no other call changes it. These libraries need no other
+/// preparation, so their functions may be called before the first initialisation. Not synchronised; calls
+/// must balance.
 
 ZYLPLATFORM_EXPORT void ZYLSimPoolManager_initialize(int& count);
 ZYLPLATFORM_EXPORT void ZYLSimPoolManager_finalize(int& count);

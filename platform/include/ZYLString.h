@@ -6,12 +6,11 @@
 #include "ZYLPlatformExport.h"
 #include "atr_StringBase.h"
 
-/// The system's string: NUL-terminated UTF-8 text of up to 2^31 - 1 bytes. Copies share the text through a
-/// plain (non-atomic) count, so a string and its copies are used on one thread at a time; a string that is
-/// changed takes a text of its own first, and the copies keep theirs. An empty string has no
-/// representation.
+/// The system's string: NUL-terminated UTF-8 text of up to 2^31 - 1 bytes. Copies share the text (copy on
+/// write) through a plain, non-atomic count, so a string and its copies are used on one thread at a time.
+/// An empty string has no representation.
 ///
-/// Bytes are kept as given: text that is not well-formed UTF-8 is stored, compared and converted
+/// The bytes are not checked: text that is not well-formed UTF-8 is stored, compared and converted
 /// unchanged.
 class ZYLPLATFORM_EXPORT ZYLString {
   public:
@@ -22,29 +21,27 @@ class ZYLPLATFORM_EXPORT ZYLString {
     /// memory is exhausted and std::length_error for a text of more than 2^31 - 1 bytes.
     static ZYLString BuildFromUTF8(const char* text);
 
-    /// Takes a copy of the `size` bytes at `text`, or of those before the first NUL among them. Raises as
-    /// above, with nothing changed.
+    /// Copies the `size` bytes at `text`, or those before the first NUL among them. Raises as above, with
+    /// nothing changed.
     void AssignUTF8(const char* text, std::size_t size);
 
-    /// The text, never null; valid until this string is changed or gone.
+    /// The text, never null; valid until this string is changed or destroyed.
     const char* GetUTF8() const { return m_text.CStr(); }
-    /// Bytes, without the terminating zero. Constant time.
+    /// Bytes, without the terminating NUL. Constant time.
     int GetLengthInByte() const { return m_lengthInByte; }
-    /// Characters: a UTF-8 lead byte together with all the continuation bytes it announces counts one, and
-    /// so does each byte that belongs to no such sequence. A character therefore never stands for more
-    /// than four bytes.
+    /// Characters: a UTF-8 lead byte with all the continuation bytes it announces counts as one, and so
+    /// does each byte that belongs to no such sequence. A character is at most four bytes.
     int GetLengthInChar() const;
     bool IsEmpty() const { return m_lengthInByte == 0; }
 
-    /// Writes the text and its terminating zero to `buffer`, which has room for GetLengthInByte() + 1
-    /// bytes, and the number of bytes before the zero to `*length`, whose value at the call is not looked
-    /// at.
+    /// Writes the text and its terminating NUL to `buffer`, which has room for GetLengthInByte() + 1
+    /// bytes, and the number of bytes before the NUL to `*length`.
     void ConvertToUTF8(char* buffer, std::size_t* length) const;
 
-    /// Adds the text of `other`, which may be this string. On an exception (see BuildFromUTF8) the string
-    /// is unchanged.
+    /// Appends the text of `other`, which may be this string. Raises as BuildFromUTF8, with nothing
+    /// changed.
     void Append(const ZYLString& other);
-    /// Turns a to z into A to Z and leaves every other byte alone.
+    /// Converts a to z to upper case and leaves every other byte unchanged.
     void ASCIIToUpper();
 
   private:

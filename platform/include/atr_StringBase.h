@@ -12,7 +12,7 @@
 class ZYLPLATFORM_EXPORT atr_StringRep {
   public:
     void Increment() { ++m_count; }
-    /// Returns true when nobody shares the representation any more.
+    /// Returns true when no string shares the representation any more.
     bool Decrement() { return --m_count == 0; }
 
   private:
@@ -23,8 +23,8 @@ class ZYLPLATFORM_EXPORT atr_StringRep {
 /// has no representation and equals the empty text. Strings that share a text are used on one thread at a
 /// time.
 ///
-/// Copying and assigning never allocate. Comparisons go by unsigned bytes and never consult the natural-order
-/// switch.
+/// Copying and assigning never allocate. Comparisons go by unsigned bytes and never consult the
+/// natural-order switch.
 class ZYLPLATFORM_EXPORT atr_StringBase {
   public:
     /// No text, no representation.
@@ -36,11 +36,11 @@ class ZYLPLATFORM_EXPORT atr_StringBase {
     atr_StringBase& operator=(const atr_StringBase& other);
     ~atr_StringBase() { Release(); }
 
-    /// Takes a copy of the `size` bytes at `text`, none of which is NUL, as a text of its own. They may be
-    /// part of this string's. Raises std::bad_alloc, with nothing changed, when memory is exhausted.
+    /// Copies the `size` bytes at `text`, none of which is NUL. They may be part of this string. Raises
+    /// std::bad_alloc, with nothing changed, when memory is exhausted.
     void Assign(const char* text, std::size_t size);
 
-    /// The text, never null; valid until the last string that shares it is gone.
+    /// The text, never null; valid until the last string that shares it is destroyed.
     const char* CStr() const { return m_rep != nullptr ? m_text : ""; }
 
     /// -1 when this orders first, 1 when it orders after, 0 when the texts are equal.
@@ -49,7 +49,7 @@ class ZYLPLATFORM_EXPORT atr_StringBase {
     int Compare(const char* text) const;
 
   protected:
-    /// Frees the representation, which nobody shares any more.
+    /// Frees the representation, which no other string shares.
     void Delete();
 
   private:

@@ -5,21 +5,21 @@
 
 #include "ZYLPlatformExport.h"
 
-/// The allocation library: the one heap that applications and libraries share, so that a block allocated by
-/// one of them can be freed by another.
+/// The allocation library: the one heap that applications and libraries share, so that a block allocated
+/// by one of them can be freed by another.
 ///
-/// Each of the three allocating functions returns a block of at least `size` bytes that the caller owns and
-/// gives back to mem_Free. The block is aligned for every built-in type; one of 65536 bytes or more begins on
-/// a 4096-byte boundary, which keeps bulk copies between such blocks fast. 0 bytes give a block of their own,
-/// never null. When memory is exhausted they raise std::bad_alloc.
+/// Each of the three allocating functions returns a block of at least `size` bytes, which the caller owns
+/// and frees with mem_Free. The block is aligned for every built-in type; a block of 65536 bytes or more
+/// begins on a 4096-byte boundary, which keeps bulk copies between such blocks fast. A size of 0 yields a
+/// distinct block, never null. They raise std::bad_alloc when memory is exhausted.
 ///
 /// Safe on every thread.
 
 /// For objects.
 ZYLPLATFORM_EXPORT void* mem_OperatorNewThrow(std::size_t size);
-/// For objects of a few bytes that are made in great number, such as reference counts.
+/// For small objects that are made in great number, such as reference counts.
 ZYLPLATFORM_EXPORT void* mem_OperatorNewTinyThrow(std::size_t size);
-/// For raw byte buffers, in particular those that one part allocates and another frees.
+/// For raw byte buffers, in particular those that one module allocates and another frees.
 ZYLPLATFORM_EXPORT void* mem_OperatorNewThrowBuiltin(std::size_t size);
 
 /// Frees a block of any of the above; null is allowed and does nothing.

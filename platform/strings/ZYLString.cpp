@@ -11,7 +11,7 @@ bool IsContinuationByte(char c) {
     return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
 }
 
-/// Continuation bytes that a byte announces as the lead of a sequence; 0 for one that leads none.
+/// The number of continuation bytes that a lead byte announces; 0 for any other byte.
 int AnnouncedBytes(char c) {
     const auto byte = static_cast<unsigned char>(c);
     if (byte < 0xC0 || byte > 0xF7) {
@@ -20,7 +20,8 @@ int AnnouncedBytes(char c) {
     return byte < 0xE0 ? 1 : (byte < 0xF0 ? 2 : 3);
 }
 
-/// The end of the character at `text`; the terminating zero, which continues nothing, bounds the look ahead.
+/// The end of the character at `text`. The terminating NUL is no continuation byte, so the loop stops
+/// there.
 const char* NextCharacter(const char* text) {
     const char* end = text + 1;
     for (int left = AnnouncedBytes(*text); left > 0; --left, ++end) {

@@ -10,12 +10,11 @@
 
 namespace {
 
-/// Long enough for what stands in the buffers, also over a network; short enough for a process that is to
-/// end.
+/// Long enough to flush the buffers even over a network, short enough for a process that must end.
 constexpr std::chrono::seconds kFlushLimit{2};
 
-/// A stream that another thread holds, such as a standard input that it reads, is waited for by fflush; so
-/// that is done beside this thread, which goes on in any case.
+/// fflush blocks on a stream that another thread has locked, such as a standard input that it is reading.
+/// Another thread therefore calls it, and this one continues after the limit.
 void FlushAllStreams() {
     try {
         std::packaged_task<void()> flush([] { std::fflush(nullptr); });
@@ -23,7 +22,7 @@ void FlushAllStreams() {
         std::thread(std::move(flush)).detach();
         done.wait_for(kFlushLimit);
     } catch (...) {
-        std::fflush(nullptr);  // neither a thread nor memory is to be had
+        std::fflush(nullptr);  // out of threads or memory
     }
 }
 
@@ -39,7 +38,8 @@ void FlushAllStreams() {
         }
     }
     text.append(" (").append(sourceFile).append(":").append(std::to_string(line)).append(")\n");
-    // Whatever buffer a program gave to standard error is empty first, so the line leaves in one write.
+    // A program may have given standard error a buffer. It is emptied first, so that the line is one
+    // write.
     std::fflush(stderr);
     std::fwrite(text.data(), 1, text.size(), stderr);
     FlushAllStreams();

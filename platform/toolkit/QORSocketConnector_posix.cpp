@@ -8,8 +8,8 @@
 
 namespace {
 
-/// How many ports of the system's choice are tried: each is free for IPv4, and that somebody holds the same
-/// number for IPv6 alone is rare.
+/// How many ports of the system's choice Declare tries. Each is free for IPv4; it is rare that another
+/// socket holds the same number for IPv6 only.
 constexpr int kPortChoices = 16;
 
 /// Binds `socket` to `port` on all addresses of its family.
@@ -20,7 +20,7 @@ int BindAll(int socket, int family, unsigned short port) {
         address.sin_port = htons(port);
         return bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
     }
-    // Else the IPv6 socket would claim the IPv4 side too, which this connector holds already.
+    // Without this the IPv6 socket would also claim the IPv4 port, which this connector already holds.
     const int ipv6Only = 1;
     if (setsockopt(socket, IPPROTO_IPV6, IPV6_V6ONLY, &ipv6Only, sizeof ipv6Only) != 0) {
         return -1;

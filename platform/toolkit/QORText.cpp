@@ -10,9 +10,9 @@ bool IsWithin(unsigned byte, unsigned first, unsigned last) {
     return first <= byte && byte <= last;
 }
 
-/// The number of bytes of the UTF-8 character at the start of `text`, which is not empty, when it can be
-/// shown as it is; 0 when it must be escaped.
-std::size_t ShownCharacter(std::string_view text) {
+/// The length in bytes of the printable UTF-8 character at the start of `text`, which is not empty; 0 if
+/// the first byte must be escaped.
+std::size_t PrintableLength(std::string_view text) {
     const auto at = [text](std::size_t index) {
         return index < text.size() ? static_cast<unsigned char>(text[index]) : 0U;
     };
@@ -23,8 +23,8 @@ std::size_t ShownCharacter(std::string_view text) {
     if (!IsWithin(lead, 0xc2, 0xf4)) {
         return 0;
     }
-    // The second byte's range keeps out U+0080 to U+009F, which terminals obey, overlong forms, surrogates
-    // and what lies beyond the last character.
+    // The range of the second byte excludes U+0080 to U+009F (terminal control codes), overlong forms,
+    // surrogates and code points above U+10FFFF.
     const unsigned first = lead == 0xc2 || lead == 0xe0 ? 0xa0 : lead == 0xf0 ? 0x90 : 0x80;
     const unsigned last = lead == 0xed ? 0x9f : lead == 0xf4 ? 0x8f : 0xbf;
     const std::size_t size = lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
@@ -50,7 +50,7 @@ std::string Escaped(char character) {
 std::string QORText::Printable(std::string_view text, std::size_t limit) {
     std::string result;
     for (std::size_t at = 0; at < std::min(text.size(), limit);) {
-        const std::size_t size = ShownCharacter(text.substr(at));
+        const std::size_t size = PrintableLength(text.substr(at));
         result += size > 0 ? std::string(text.substr(at, size)) : Escaped(text[at]);
         at += std::max<std::size_t>(size, 1);
     }

@@ -10,10 +10,10 @@ namespace {
 
 using Status = ZYLBasXmlDocument::Status;
 
-/// One reading of one document: drives the parser and collects the document element.
+/// Reads one document: drives the parser and collects the document element.
 class Reader {
   public:
-    /// `encoding` is that of the bytes whatever they say; null leaves it to them.
+    /// `encoding` overrides the document's declaration; null leaves the encoding to the document.
     explicit Reader(const char* encoding) : m_parser(XML_ParserCreate(encoding), &XML_ParserFree) {
         if (!m_parser) {
             throw std::bad_alloc();
@@ -26,8 +26,8 @@ class Reader {
         XML_SetSkippedEntityHandler(m_parser.get(), &SkippedEntity);
     }
 
-    /// The whole document goes in at once: fed in pieces, a long token would be scanned again with each of
-    /// them.
+    /// Passes the whole document at once: in pieces, the parser would scan a long token again for each
+    /// piece.
     Status Read(const void* bytes, std::size_t size) {
         const auto* text = static_cast<const char*>(bytes);
         if (XML_Parse(m_parser.get(), text, static_cast<int>(size), XML_TRUE) == XML_STATUS_OK) {
@@ -78,7 +78,7 @@ class Reader {
             Stop(Status::kTooDeep);
         } else if (m_depth == 1) {
             m_name = name;
-            // What is written in the element comes first; behind it stand defaults of a type declaration.
+            // The parser lists the attributes written in the element first, then the defaults.
             const int written = XML_GetSpecifiedAttributeCount(m_parser.get());
             for (int at = 0; at < written; at += 2) {
                 m_attributes[ZYLString::BuildFromUTF8(attributes[at])] =
