@@ -5,7 +5,7 @@
 
 #include "mem_AllocationOperators.h"
 
-/// The counter block of an object that shared pointers own together. Plain counts, for one thread.
+/// The counter block of an object that is owned by shared pointers. Plain counts, for one thread.
 class ZYLBasRefCounter : public mem_AllocationOperatorsTiny {
   public:
     std::uint32_t m_count = 0;      ///< shared pointers that own the object

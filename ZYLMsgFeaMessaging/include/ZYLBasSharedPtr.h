@@ -7,9 +7,9 @@
 
 #include "ZYLBasRefCounter.h"
 
-/// Owns an object together with every other shared pointer made from it; the last one deletes the object. The
-/// counts are plain integers: all pointers to one object belong to one thread. T needs a virtual destructor
-/// where a pointer to a derived class is converted.
+/// Shares ownership of an object with all its copies; the last one deletes the object. The counts are
+/// plain integers: all pointers to one object belong to one thread. To convert a pointer to a derived
+/// class, T needs a virtual destructor.
 template <class T>
 class ZYLBasSharedPtr {
   public:
@@ -64,7 +64,7 @@ class ZYLBasSharedPtr {
         delete m_pointer;
         m_counter->m_count = 0;
         if (m_counter->m_weakCount == 0) {
-            mem_Free(m_counter);  // not delete, which compilers take for used afterwards in other owners
+            mem_Free(m_counter);  // not delete: compilers would warn of a use after free in other owners
         }
     }
 

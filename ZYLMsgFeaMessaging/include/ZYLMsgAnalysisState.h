@@ -8,7 +8,7 @@ class ZYLMSGMODULES_EXPORT ZYLMsgAnalysisState {
   public:
     static double GetPercentage();
 
-    /// Any value is stored as it is; no range is enforced.
+    /// Stores any value; no range is enforced.
     static void SetPercentage(double percentage);
 
   private:

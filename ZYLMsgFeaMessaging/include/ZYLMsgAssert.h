@@ -3,11 +3,11 @@
 
 #include "QORFatalError.h"
 
-/// The one form of the library's fatal checks: when `condition` is false the process ends through
-/// QORFatalError with "AssertionFailed:" and the condition's own text, the constant `kSourceFile` of the
-/// using source (its path within the source tree, without extension) and the line of the check. The text must
-/// be formed here, in the outermost macro: one level further in, NULL would read as whatever the compiler
-/// makes of it. A condition is therefore written exactly as its message is to read.
+/// The library's fatal check: if `condition` is false, the process ends through QORFatalError with
+/// "AssertionFailed:" and the text of the condition, the constant `kSourceFile` of the calling source (its
+/// path within the source tree, without extension) and the line of the check. Write the condition exactly
+/// as its message must read. The outermost macro must stringify it: in a nested macro NULL would already
+/// be expanded.
 #define ZYL_ASSERT(condition)                                                                               \
     do {                                                                                                    \
         if (!(condition)) {                                                                                 \

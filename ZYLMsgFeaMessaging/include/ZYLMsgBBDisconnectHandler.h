@@ -4,8 +4,8 @@
 #include "ZYLMsgModulesExport.h"
 #include "mem_AllocationOperators.h"
 
-/// Receives the reports of lost peers. At most one is associated with the callback manager, which never owns
-/// it: the application keeps it alive for as long as reports may come, and deletes it afterwards. It runs
+/// Receives the reports of lost peers. At most one handler is associated with the callback manager, which
+/// does not own it: the application keeps it alive as long as reports may arrive, and deletes it. It runs
 /// inside the application's waiting loops, on their thread.
 class ZYLMSGMODULES_EXPORT ZYLMsgBBDisconnectHandler : public mem_AllocationOperators {
   public:
@@ -14,8 +14,8 @@ class ZYLMSGMODULES_EXPORT ZYLMsgBBDisconnectHandler : public mem_AllocationOper
     ZYLMsgBBDisconnectHandler& operator=(const ZYLMsgBBDisconnectHandler&) = delete;
     virtual ~ZYLMsgBBDisconnectHandler();
 
-    /// Called for every report: the lost peer's process number, application name, host and user, as
-    /// NUL-terminated UTF-8 that lives only during the call.
+    /// Called for every lost peer with its process number, application name, host and user. The texts are
+    /// NUL-terminated UTF-8 and valid only during the call.
     virtual void DetectDisconnection(int pid, const char* app, const char* host, const char* user) const = 0;
 };
 

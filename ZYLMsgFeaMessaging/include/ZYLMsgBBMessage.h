@@ -7,53 +7,52 @@
 #include "ZYLString.h"
 #include "mem_AllocationOperators.h"
 
-/// The abstract base of everything that travels between applications. A message knows its type name, how many
-/// bytes its body takes, how to write and read that body, how to make another object of its class, and how to
-/// print itself.
+/// The abstract base of all messages between applications. A message has a type name, knows the size of
+/// its body, writes and reads that body, makes another object of its class, and prints itself.
 ///
-/// A message object is a prototype (adopted and owned by the callback manager), an incoming message (cloned
-/// from the prototype, alive only during its handler's call) or an outgoing one (owned by the sender, alive
-/// at least until the send returns). It is made with `new` or as a local object, never copied except by
-/// Clone, and used by one thread at a time; the type name's text is shared with the string given to the
-/// constructor by a plain count, so the two belong to the same thread.
+/// A message object is a prototype (owned by the callback manager), an incoming message (cloned from the
+/// prototype, alive only during its handler's call) or an outgoing one (owned by the sender, alive at
+/// least until the send returns). Create it with `new` or as a local object; only Clone copies it. One
+/// thread at a time uses it. The text of the type name is shared with the constructor's argument by a
+/// plain count, so the two belong to the same thread.
 ///
-/// A concrete class has a constructor without arguments that passes its own class name as the type name, and
-/// overrides the destructor, the four pure operations and Print; none overrides Type or SameType.
+/// A concrete class has a constructor without arguments that passes its own class name as the type name,
+/// and overrides the destructor, the four pure operations and Print; none overrides Type or SameType.
 class ZYLMSGMODULES_EXPORT ZYLMsgBBMessage : public mem_AllocationOperators {
   public:
-    /// `type` is the message's identity for as long as it lives: the key of its prototype and handler, and
-    /// the name that the backbone carries beside each body.
+    /// `type` identifies the message class: it is the key of the prototype and handler, and the name that
+    /// the backbone carries beside each body.
     ZYLMsgBBMessage(const ZYLString& type);
     ZYLMsgBBMessage(const ZYLMsgBBMessage&) = delete;
     ZYLMsgBBMessage& operator=(const ZYLMsgBBMessage&) = delete;
     virtual ~ZYLMsgBBMessage();
 
-    /// The type name as UTF-8: never null, "" when it is empty; valid for the life of the message.
+    /// The type name as UTF-8, never null; valid for the life of the message.
     virtual const char* Type() const;
 
-    /// Whether both type names are the same bytes. Letter case counts; contents do not.
+    /// Whether both type names have the same bytes. Contents are not compared.
     virtual bool SameType(const ZYLMsgBBMessage& other) const;
 
-    /// The number of bytes that Stream writes for the current content; never negative. A content whose body
-    /// would take more than 2^31 - 1 bytes is a fatal error.
+    /// The number of bytes that Stream writes for the current content; never negative. A body of more than
+    /// 2^31 - 1 bytes is a fatal error.
     virtual int RequiredBufferSize() const = 0;
 
     /// Writes the body: exactly RequiredBufferSize() bytes from the start of `buffer`, which has room for
-    /// `size` bytes and no particular alignment. Too little room is the fatal error "AssertionFailed:size >=
-    /// RequiredBufferSize()", raised before anything is written.
+    /// `size` bytes and no particular alignment. Too little room is the fatal error "AssertionFailed:size
+    /// >= RequiredBufferSize()", raised before anything is written.
     virtual void Stream(void* buffer, int size) const = 0;
 
-    /// Takes its content from the `size` bytes of a body. The bytes may come from anywhere: nothing beyond
-    /// them is read, and a length in them that is negative or reaches past the end is a fatal error (see
-    /// ZYLMsgWireReader).
+    /// Reads the content from the `size` bytes of a body, which are not trusted: an implementation never
+    /// reads beyond them, and a length in them that is negative or reaches past the end is a fatal error
+    /// (see ZYLMsgWireReader).
     virtual void Unstream(const void* buffer, int size) = 0;
 
-    /// A new object of the same class, never null, which the caller deletes. How much of the content it
-    /// carries is each class's own rule.
+    /// A new object of the same class, never null, which the caller deletes. Each class defines how much
+    /// of the content it copies.
     virtual ZYLMsgBBMessage* Clone() const = 0;
 
-    /// Writes a readable description to `stream`, each line beginning with `prefix` (null counts as ""). The
-    /// base class writes the one line "<prefix>Message Type: <type>" and does not flush.
+    /// Writes a readable description to `stream`, each line beginning with `prefix` (null counts as "").
+    /// The base class writes the line "<prefix>Message Type: <type>" and does not flush.
     virtual void Print(FILE* stream, const char* prefix) const;
 
   private:

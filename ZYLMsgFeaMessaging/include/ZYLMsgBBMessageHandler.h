@@ -7,9 +7,8 @@
 class ZYLMsgBBMessage;
 
 /// Receives every incoming message of the type under which it is registered. Applications derive their own
-/// handlers from it. A handler is made with `new` and adopted by the callback manager, which owns and deletes
-/// it; it must be registered once only. It runs inside the application's waiting loops, on their thread, and
-/// may itself send and wait.
+/// handlers from it. Create a handler with `new` and register it once; the callback manager then owns and
+/// deletes it. It runs inside the application's waiting loops, on their thread, and may send and wait.
 class ZYLMSGMODULES_EXPORT ZYLMsgBBMessageHandler : public mem_AllocationOperators {
   public:
     ZYLMsgBBMessageHandler();
@@ -17,8 +16,8 @@ class ZYLMSGMODULES_EXPORT ZYLMsgBBMessageHandler : public mem_AllocationOperato
     ZYLMsgBBMessageHandler& operator=(const ZYLMsgBBMessageHandler&) = delete;
     virtual ~ZYLMsgBBMessageHandler();
 
-    /// Called once for each incoming message. `id` is the sender's identifier, NUL-terminated. Both live only
-    /// during the call: neither may be kept.
+    /// Called once for each incoming message. `id` is the sender's identifier, NUL-terminated. Both are
+    /// valid only during the call.
     virtual void HandleMessage(const ZYLMsgBBMessage& message, const char* id) = 0;
 };
 

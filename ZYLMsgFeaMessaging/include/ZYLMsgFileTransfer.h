@@ -14,82 +14,85 @@ class ZYLMsgFileTransferType;
 
 /// Copies files between applications, byte for byte, in numbered chunks of at most 65536 bytes.
 ///
-/// Each application that takes part makes one engine, and registers a ZYLMsgFileTransferHandler for it, with
-/// a ZYLMsgFileTransferType as its prototype, at the callback manager. The engine must outlive that
-/// registration. It is used on one thread, the one on which the handlers run. It serves one communicator:
-/// an application that transfers files in two domains needs two engines. A type has one handler, so it then
-/// registers one of its own, which passes each message on to the ZYLMsgFileTransferHandler of the engine in
-/// whose domain the sender is.
+/// Setup: each application that takes part makes one engine and registers a ZYLMsgFileTransferHandler for
+/// it at the callback manager, with a ZYLMsgFileTransferType as the prototype. The engine must outlive
+/// that registration and is used only on the thread on which the handlers run. An engine serves one
+/// communicator, so an application that transfers files in two domains needs two engines. Because a
+/// message type has one handler, that application registers a handler of its own, which passes each
+/// message to the ZYLMsgFileTransferHandler of the engine in whose domain the sender is.
 ///
-/// Its memory does not grow with the files. The backbone's does where nobody reads: two applications that
-/// call SendFile for each other at once both send before they read, and what has come meanwhile waits in
-/// memory, up to the size of the files.
+/// Identifier: the message identifier of an application (ZYLMsgBBCallbackManager::SetMessageID) must equal
+/// the name under which it is the source application of a transfer. Chunks and completions carry no name;
+/// the receiver assigns them to a file by the identifier they arrive with, and ends with a fatal error if
+/// it has no open file for that identifier.
 ///
-/// An application's message identifier (ZYLMsgBBCallbackManager::SetMessageID) must equal the name under
-/// which it is the source application of a transfer: chunks and completions carry no name, the receiver knows
-/// them by the identifier they arrive with. Those of a sender with another identifier are a fatal error at
-/// the receiver.
+/// Concurrency: an engine sends one file at a time. It receives from any number of source applications at
+/// once, one file from each; a second file from the same source is a fatal error at the receiver.
 ///
-/// An engine sends one file at a time, and receives one file at a time from each source application, from any
-/// number of them at once. Two files at once from the same source are a fatal error at the receiver.
+/// Waits: all waits of an engine share one ending condition. The end of any reception, and any
+/// confirmation, ends the current wait, whichever transfer it belongs to. If it belongs to another
+/// transfer, LastOutcome says that the caller's own transfer has not ended yet. That transfer continues:
+/// its file stays open until the source's completion is handled, and another ReceiveFile from that source
+/// before then is the fatal error of a second file. ZYLMsgBBAPI::WaitingLoop lets it end, after which
+/// LastOutcome reports it.
 ///
-/// One ending condition serves every wait of an engine: the end of any reception, and any confirmation, end
-/// the wait that is on, whichever transfer it was for. Where it was another one's, LastOutcome says that the
-/// own one had not ended yet. It goes on: its file stays open here until the source's completion is handled,
-/// and another ReceiveFile from that source before then is the fatal error of two files at once. Waiting in
-/// ZYLMsgBBAPI::WaitingLoop lets it end; LastOutcome tells of it then.
+/// Confirmations name no file. A confirmation counts for the oldest SendFile that waits for its sender. If
+/// no SendFile waits for that identifier, the confirmation counts for the oldest SendFile of all, because
+/// the identifier of a target may differ from its name; but not if the sender is known to be another
+/// application, from which a file is being received or for which a wait is open. An application that sends
+/// unsolicited confirmations can therefore make a failed SendFile look successful.
 ///
-/// A confirmation names no file. It counts for the SendFile that waits longest for its sender; where there is
-/// none, for the one that waits longest, because the identifier of a target need not be its name, unless its
-/// sender is known to be another application: a file is being received from it, or a wait is for it. So an
-/// application that sends confirmations nobody asked for can make a failed SendFile look done.
+/// Arguments: a null name or directory counts as the empty text. If the three names of a file are longer
+/// than 64 KiB together, the file cannot be opened.
 ///
-/// A name or directory that is null is the empty text. Names that have more than 64 KiB together, the three
-/// of a file, are a file name that is too long.
+/// Errors: every operation returns 0. If the source cannot be opened or read, the copy is empty or short;
+/// if the target cannot be opened or written, the copy is missing or damaged. The transfer runs to its end
+/// either way, and LastOutcome reports the failure on both sides. Violations of the protocol (a chunk out
+/// of sequence, a chunk without bytes, a completion without an open file) are fatal errors. When a chunk
+/// or completion comes from an application that has no file open, or a second file from one that has, a
+/// line on standard error names the likely causes. In a process with a file size limit (RLIMIT_FSIZE), a
+/// failed write becomes an outcome only if the process ignores SIGXFSZ; otherwise that signal ends the
+/// process.
 ///
-/// Every operation returns 0. A source that cannot be opened or read gives an empty or short copy; a target
-/// that cannot be opened or written gives none or a damaged one; the transfer runs to its end either way, and
-/// LastOutcome tells both sides. Broken rules of the protocol (a chunk out of sequence, a chunk without
-/// bytes, a completion for no file) are fatal errors; a line on standard error says what to look for when a
-/// chunk or a completion comes from an application that has no file open, or a second file from one that has.
+/// Memory: the engine's memory does not grow with the files. The backbone's may: if two applications call
+/// SendFile for each other at once, both send before they read, and the backbone keeps the incoming
+/// messages in memory, up to the size of the files.
 ///
-/// A process whose files may not grow beyond a limit (RLIMIT_FSIZE) must ignore SIGXFSZ to get a failed write
-/// as an outcome; otherwise the system ends it with that signal.
+/// Source files are held (ZYLBasFileOps::Hold) while they are sent: no engine opens a held file as a
+/// target, by whatever name, so a file that is sent onto itself keeps its bytes. SendFile holds the file
+/// until it returns; however, after sending all of it, it lets another application's file replace it, so
+/// that two applications can exchange a file. After ISendFile the receiver may overwrite a short source
+/// file with its own bytes, because all of it is already under way. There is no hold on file systems
+/// without locks, on files that another program has locked exclusively, or when this process is out of
+/// descriptors. A hold ends with its process even if messages are still under way, and it does not
+/// restrict other programs.
 ///
-/// A source file is held while it is sent: meanwhile no engine that reaches it, by whatever name, opens it as
-/// a target, so that a file that is sent onto itself keeps its bytes. SendFile holds it until it returns;
-/// once all of it is sent, a file that another application sends to this engine may replace it all the same,
-/// so that two applications can exchange a file. After ISendFile the receiver may still write a short file,
-/// all of which is on its way, with its own bytes. Nothing is held where the file system has no locks, where
-/// another program has locked the file for itself alone, and where this process has no descriptor left for
-/// it. A hold ends with its process, also when messages with the file are still on their way; and other
-/// programs are not kept from the file.
+/// Target files are not held: if two sources send to one target file at once, both write it from its
+/// start, and the copy is a mixture although both outcomes are ok. The applications must send one after
+/// the other.
 ///
-/// A target is not held: two sources that send to one target file at once both write it, each from its start,
-/// and the copy is a mixture though both outcomes are ok. One of them must wait for the other.
-///
-/// Diagnostics go to the log stream: the course of a transfer and the first failed write of each file at
-/// level 1, each chunk, each file opened and what the other side reports at level 4. A verbosity of n writes
-/// the lines of the levels up to n. The first failure of each file that this application opens, reads or
-/// writes, and a file that is incomplete because its source was lost, are a line on standard error at once,
-/// whatever the verbosity; a log stream that is `stderr` does not get that line twice.
+/// Diagnostics go to the log stream. Level 1 is the course of a transfer and the first failed write of
+/// each file; level 4 is each chunk, each opened file and the reports of the other side. A verbosity of n
+/// writes levels 1 to n. Independently of the verbosity, one line on standard error reports the first
+/// failure of each file that this application opens, reads or writes, and each file that is incomplete
+/// because its source was lost. A log stream that is `stderr` does not receive that line twice.
 class ZYLMSGMODULES_EXPORT ZYLMsgFileTransfer {
   public:
     /// `logStream` is not owned and must outlive the engine. Without one, lines go to standard error.
     ZYLMsgFileTransfer(int communicatorId, FILE* logStream, int verbosity);
 
-    /// Leaves the files that are still being received open.
+    /// Does not close files that are still being received.
     ~ZYLMsgFileTransfer();
 
     ZYLMsgFileTransfer(const ZYLMsgFileTransfer&) = delete;
     ZYLMsgFileTransfer& operator=(const ZYLMsgFileTransfer&) = delete;
 
-    /// Sends a file and waits until the receiver confirms that it has closed the copy, whole or not:
-    /// LastOutcome tells.
+    /// Sends a file and waits until the receiver confirms that it has closed the copy. LastOutcome tells
+    /// whether the copy is whole.
     ///
-    /// The wait has no bound. It ends with the target only where a disconnect handler calls ApplicationLost.
-    /// There is no wait where the target is not there when the end of the file is sent; the reports that have
-    /// come are delivered then.
+    /// The wait has no time limit. If the target is lost, the wait ends only if a disconnect handler calls
+    /// ApplicationLost. If the target is not there when the completion is sent, the call does not wait,
+    /// but delivers pending messages and loss reports before it returns.
     ///
     /// The file is read from ZYLMsgPathExplorer::FormPath of the three source strings here, and written to
     /// FormPath of the three target strings there (created with mode 0640, or emptied).
@@ -97,61 +100,63 @@ class ZYLMSGMODULES_EXPORT ZYLMsgFileTransfer {
                  const char* sourceFileName, const char* targetApplication, const char* targetBaseDir,
                  const char* targetJobDir, const char* targetFileName);
 
-    /// Sends a file like SendFile, and returns as soon as its last message is sent. LastOutcome then speaks
-    /// of this side alone: the file was read, and sent to somebody.
+    /// Sends a file like SendFile, but returns after its last message is sent. LastOutcome then covers
+    /// only this side: whether the file was read and the target was there.
     int ISendFile(const char* sourceApplication, const char* sourceBaseDir, const char* sourceJobDir,
                   const char* sourceFileName, const char* targetApplication, const char* targetBaseDir,
                   const char* targetJobDir, const char* targetFileName);
 
-    /// Asks the source application for a file and waits until the copy is written here and closed.
+    /// Requests a file from the source application and waits until the copy is written here and closed.
     ///
-    /// The wait has no bound, as that of SendFile. `targetApplication` is this application; the other strings
-    /// are those of SendFile.
+    /// The wait has no time limit, as in SendFile. `targetApplication` is this application; the other
+    /// strings are those of SendFile.
     ///
-    /// The copy is emptied before the source is asked, so a source file that is the target file itself has
-    /// lost its bytes when it is read. This is refused, with its outcome, only where the source application
-    /// is known to be of this process: it has the process's message identifier, or is the target application.
-    /// Elsewhere nothing can be seen: the same path may name another file there.
+    /// The target is emptied before the request is sent. If source and target are the same file, its bytes
+    /// are lost. The engine refuses this, with an outcome that says so, only if it knows that the source
+    /// application belongs to this process: it has the process's message identifier, or is the target
+    /// application. For other processes it cannot tell, because the same path may name another file there.
     int ReceiveFile(const char* sourceApplication, const char* sourceBaseDir, const char* sourceJobDir,
                     const char* sourceFileName, const char* targetApplication, const char* targetBaseDir,
                     const char* targetJobDir, const char* targetFileName);
 
-    /// How the transfer ended that ended last here: after SendFile, ISendFile and ReceiveFile theirs; else,
-    /// a file that came or went at another application's request. It is good before the first one. The text
-    /// may hold words of the other side, escaped and cut after some 5000 bytes.
+    /// The outcome of the transfer that ended last in this engine: after SendFile, ISendFile and
+    /// ReceiveFile their own, otherwise that of a transfer that another application requested. Successful
+    /// before the first transfer. The text may quote the other side, escaped and truncated after about
+    /// 5000 bytes.
     const ZYLMsgFileTransferOutcome& LastOutcome() const;
 
-    /// For a disconnect handler, which calls it with the name of each application that is reported lost. A
-    /// file that was being received from it is closed and reported as incomplete, so that a new life of the
-    /// application can send again; a SendFile or ReceiveFile that waits for it ends, with that outcome.
-    /// Without this call the next file from that name is a fatal error, and the wait goes on. Returns 0.
+    /// A disconnect handler calls this with the name of each lost application. The engine closes the file
+    /// that it was receiving from the application and reports it as incomplete, so that a new life of the
+    /// application can send again. A SendFile or ReceiveFile that waits for the application ends with that
+    /// outcome. Without this call the next file from that name is a fatal error, and the waits continue.
+    /// Returns 0.
     int ApplicationLost(const char* application);
 
-    /// Lets the next message and the next wait use another communicator.
+    /// Sets the communicator for all further messages and waits. Returns 0.
     int SetCommunicatorId(int communicatorId);
 
-    /// Restricts what other applications may have read or written here to files in `count` directories and
-    /// below them. Without this call any file that this process may open is theirs to name.
+    /// Confines the requests of other applications to files in and below `count` directories. Without this
+    /// call they can name any file that this process may open.
     ///
-    /// Confined are the requests that come in: the files that a ReceiveFile of another application wants read
-    /// here, and those that its SendFile and ISendFile want written here; also where that application is this
-    /// one, which sends to itself. The files that this application names itself, in whichever operation, are
-    /// not.
+    /// The confinement applies to incoming requests: to files that another application's ReceiveFile reads
+    /// here, and to files that its SendFile and ISendFile write here. It also applies if this application
+    /// sends to itself. It does not apply to the files that this application names in its own calls.
     ///
-    /// A request's path, formed as ever, must begin with one of the directories as they are named here (a
-    /// relative one is taken from the current directory, at this call), and must not lead out of it through
-    /// symbolic links; links that stay inside are followed. ZYLBasFileOps::OpenBeneath resolves it without
-    /// a race. The directories are found once, at this call, through links as well.
+    /// The path of a request must begin with one of the directories as they are named here (a relative one
+    /// is resolved against the current directory of this call), and must not leave it through symbolic
+    /// links; links that stay inside are followed. ZYLBasFileOps::OpenBeneath resolves the path without a
+    /// race. The directories themselves are opened once, in this call, and may be reached through links.
     ///
-    /// A request whose file cannot be opened under these rules, for whatever reason, leaves one line at level
-    /// 1 and on standard error; the transfer runs on as for any file that cannot be opened.
+    /// If a requested file cannot be opened under these rules, one line at level 1 and on standard error
+    /// reports it, and the transfer continues as with any file that cannot be opened.
     ///
-    /// A further call replaces the directories; none refuses every request. Nothing lifts the confinement.
-    /// Returns 0, or -1 when a directory cannot be opened: one line at level 1 names it, and the others hold.
+    /// Another call replaces the directories; a `count` of 0 refuses every request. The confinement cannot
+    /// be lifted. Returns 0, or -1 if a directory cannot be opened: one line at level 1 names it, and the
+    /// other directories are in force.
     int SetAllowedRoots(const char* const* directories, int count);
 
   private:
-    // The handler calls the private operations for the messages that come in.
+    // The handler calls the private operations for incoming messages.
     friend class ZYLMsgFileTransferHandler;
 
     int SendNotifyAndContent(const char* sourceApplication, const char* sourceBaseDir,
@@ -180,16 +185,16 @@ class ZYLMSGMODULES_EXPORT ZYLMsgFileTransfer {
 
     // Opens the file that another application has named.
     int OpenRequestedFile(const char* applicationId, const char* fileName, bool isSender);
-    // A descriptor beneath the innermost allowed directory that the file's name begins with, or -1 with errno
-    // set, to EXDEV where there is none.
+    // Opens the file beneath the innermost allowed directory that its name begins with. Returns -1 with
+    // errno set on failure; EXDEV means that there is no such directory.
     int OpenInAllowedRoot(const char* fileName, int flags);
-    // A descriptor with which a file that another application has named can be held, or -1.
+    // Opens a file that another application has named, in order to hold it. Returns a descriptor or -1.
     int OpenToHold(const char* fileName);
-    // Opens the target of a ReceiveFile, unless it can be seen to be the source.
+    // Opens the target of a ReceiveFile, unless it is known to be the source.
     void OpenOwnTarget(const char* sourceApplication, const ZYLString& source, const char* targetApplication,
                        const ZYLString& target);
-    // Keeps the descriptor also when it is negative, with the reason: such a file is neither read, written
-    // nor closed.
+    // Registers an opened file. A negative descriptor is registered too, with the reason; such a file is
+    // neither read, written nor closed.
     int KeepFile(const char* applicationId, const char* fileName, bool isSender, int fileId,
                  const std::string& failure);
     using Opener = int (ZYLMsgFileTransfer::*)(const char*, const char*, bool);
@@ -208,21 +213,22 @@ class ZYLMSGMODULES_EXPORT ZYLMsgFileTransfer {
     void EndReception(const ZYLString& sourceApplication);
     void ExplainNoOpenFile(const char* what, const char* sourceApplication) const;
 
-    // What a completion says of the other side: why the copy is not whole, or "". The handler calls them
+    // Record the failure that the other side reports in a completion, "" for none. The handler calls them
     // before the operation that answers the completion.
     void NoteSourceFailure(const char* sourceApplication, const char* failure);
     void NoteConfirmation(const char* targetApplication, const char* failure);
 
     enum class Awaited { kConfirmation, kFile };
     struct Wait;
-    // The first one begun of those that are not over; with null for any application.
+    // The oldest wait that is not over; a null application matches every wait.
     Wait* OldestWait(Awaited awaited, const ZYLString* application) const;
-    // Whether a file comes from the application, or a wait is for it.
+    // Whether a file is being received from the application, or a wait is open for it.
     bool IsKnown(const ZYLString& application) const;
-    // Lets go what SendFile has sent already and another application may therefore write.
+    // Releases the held files of every SendFile that has sent all of its file, so that a file of another
+    // application may replace them.
     void ReleaseSentFiles(const char* sourceApplication) const;
 
-    // A failure that stands on standard error already.
+    // Logs a failure that was already written to standard error.
     void LogFailure(const char* text) const;
     // Writes to the log stream, if there is one and the verbosity reaches `level`.
     [[gnu::format(printf, 3, 4)]] void Log(int level, const char* format, ...) const;
@@ -233,17 +239,17 @@ class ZYLMSGMODULES_EXPORT ZYLMsgFileTransfer {
     int m_fileId = -1;                           // the file being sent; -1 when there is none
     ZYLBasMap<ZYLString, int> m_receiveFileMap;  // source application to descriptor
     int m_maxChunkSize = 65536;
-    ZYLMsgFileTransferType* m_contentMsg;  // owned; carries every chunk sent, its m_chunk is our buffer
+    ZYLMsgFileTransferType* m_contentMsg;  // owned; carries every chunk sent; its m_chunk is the read buffer
     ZYLBasMap<ZYLString, int> m_receiveFileChunkIdMap;  // source application to the last chunk's number
     int m_endingCondition = -1;
     FILE* m_logStream;
     int m_verbosity;
-    ZYLBasMap<ZYLString, Reception> m_receptionMap;  // by source application, as the two tables
+    ZYLBasMap<ZYLString, Reception> m_receptionMap;  // by source application, like the two tables above
     bool m_isConfined = false;
     ZYLBasMap<ZYLString, int> m_allowedRoots;  // absolute name to descriptor
-    ZYLMsgFileTransferOutcome m_lastOutcome;   // of a file being sent so far, too
+    ZYLMsgFileTransferOutcome m_lastOutcome;   // while a file is being sent, its outcome so far
     Wait* m_innermostWait = nullptr;
-    // Target application to the number of confirmations that are still to come for a SendFile that has
+    // Target application to the number of confirmations still expected for SendFile calls that have
     // returned.
     ZYLBasMap<ZYLString, int> m_lateConfirmationMap;
 };

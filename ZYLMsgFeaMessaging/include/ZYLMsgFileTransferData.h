@@ -5,25 +5,24 @@
 #include "ZYLString.h"
 
 /// The steps of the file-transfer protocol: the values of ZYLMsgFileTransferData::m_dataType. A receiver
-/// ignores any other value. A completion of a transfer that failed has the reason in m_targetFileName.
+/// ignores any other value. The completion of a failed transfer carries the reason in m_targetFileName.
 enum DataTypeEnm : int {
-    /// To the source: send me the file of the eight strings.
+    /// To the source: send me the file that the eight strings name.
     FILE_TRANSFER_SEND_REQUEST = 1,
-    /// To the target: the file of the eight strings follows.
+    /// To the target: the file that the eight strings name follows.
     FILE_TRANSFER_RECEIVE_REQUEST = 2,
     /// To the target: the next bytes of the file.
     FILE_TRANSFER_CHUNK = 3,
-    /// To the target: the file of m_sourceApplication is complete, confirm it.
+    /// To the target: the file of m_sourceApplication is complete, please confirm.
     FILE_TRANSFER_SEND_COMPLETION = 4,
-    /// To the target: the file is complete, no confirmation is wanted.
+    /// To the target: the file is complete, do not confirm.
     FILE_TRANSFER_ISEND_COMPLETION = 5,
     /// To the source: the confirmation.
     FILE_TRANSFER_RECEIVE_COMPLETION = 6
 };
 
-/// The content of a file-transfer message: a plain record whose fields stand in the order of the wire. In a
-/// message that is no chunk, m_chunkId is -1, m_chunkSize 0 and m_chunk null, and strings without use are
-/// empty.
+/// The content of a file-transfer message: a plain record with the fields in wire order. In every message
+/// but a chunk, m_chunkId is -1, m_chunkSize 0 and m_chunk null. Unused strings are empty.
 class ZYLMSGMODULES_EXPORT ZYLMsgFileTransferData {
   public:
     /// Code 0, empty strings, no chunk.

@@ -6,18 +6,18 @@
 
 class ZYLMsgFileTransfer;
 
-/// Drives a file-transfer engine with the file-transfer messages that come in. It is registered with a
-/// ZYLMsgFileTransferType as its prototype, and under no other type: the message is not asked what it is. The
-/// callback manager owns it once it is registered.
+/// Drives a file-transfer engine with the incoming file-transfer messages. Register it only with a
+/// ZYLMsgFileTransferType as the prototype: it casts every message to that class unchecked. The callback
+/// manager owns it once it is registered.
 class ZYLMSGMODULES_EXPORT ZYLMsgFileTransferHandler : public ZYLMsgBBMessageHandler {
   public:
-    /// The engine is not owned and must outlive the registration. A null one is a fatal error on the first
-    /// message.
+    /// The engine is not owned and must outlive the registration. With a null engine, the first message is
+    /// a fatal error.
     ZYLMsgFileTransferHandler(ZYLMsgFileTransfer* fileTransfer);
     ~ZYLMsgFileTransferHandler() override;
 
-    /// Answers one step of the protocol. A request to send sends the whole file before it returns. An unknown
-    /// step is ignored.
+    /// Handles one step of the protocol and ignores an unknown one. For a send request it sends the whole
+    /// file before it returns.
     void HandleMessage(const ZYLMsgBBMessage& message, const char* id) override;
 
   private:

@@ -3,7 +3,7 @@
 
 #include "ZYLString.h"
 
-/// How a file transfer ended, as far as one of its two sides knows.
+/// The result of a file transfer as one of its two sides knows it.
 struct ZYLMsgFileTransferOutcome {
     bool ok = true;
     ZYLString text;       ///< what failed, with file and reason, on one line; empty when all went well

@@ -7,17 +7,17 @@
 #include "ZYLMsgModulesExport.h"
 #include "ZYLString.h"
 
-/// Sends each incoming message on to one other application, as it was received but with this process's
-/// identifier in front: the receiver does not learn who sent it first. Any message type may be registered
-/// with one. The callback manager owns it once it is registered.
+/// Forwards each incoming message to another application. The content is unchanged, but the identifier is
+/// this process's, so the receiver does not learn the original sender. It works with any message type. The
+/// callback manager owns it once it is registered.
 class ZYLMSGMODULES_EXPORT ZYLMsgFwdHandler : public ZYLMsgBBMessageHandler {
   public:
     /// Forwards to the application `target` over `communicator`, without a trace.
     ZYLMsgFwdHandler(const ZYLString& target, int communicator);
     ~ZYLMsgFwdHandler() override;
 
-    /// Prints each message to `stream` after it was forwarded; null ends the trace. The stream is not owned
-    /// and must stay open while the handler is registered. The library itself never sets a trace.
+    /// Prints each message to `stream` after forwarding it; null ends the trace. The stream is not owned
+    /// and must stay open while the handler is registered.
     void SetTrace(FILE* stream);
 
     void HandleMessage(const ZYLMsgBBMessage& message, const char* id) override;

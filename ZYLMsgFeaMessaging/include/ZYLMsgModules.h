@@ -3,27 +3,26 @@
 
 #include "ZYLMsgModulesExport.h"
 
-/// Starts and stops the library and its modules. The header serves C callers too: they see the two functions
-/// at its end.
+/// Initialises and finalises the library and its modules. C callers see only the two functions at the end.
 ///
-/// The protocol: every module counts its initialisations minus its finalisations. `count` is the caller's own
-/// tally, which nothing reads: a module that is initialised for the first time adds 1 to it, one that is
-/// finalised for the last time takes 1 from it. Counters are never clamped: a finalisation too many leaves
-/// -1, and the next initialisation then only brings the counter back to 0.
+/// Every module counts its initialisations minus its finalisations. `count` is the caller's tally, which
+/// the library never reads: the first initialisation of a module adds 1 to it, the last finalisation
+/// subtracts 1. Counters are never clamped: a surplus finalisation leaves -1, and the next initialisation
+/// only restores 0.
 ///
-/// Loading the shared library initialises it once, after its static objects exist; unloading it, or the end
-/// of the process, finalises it once, before they go. Other callers therefore only raise and lower the
-/// counter, and must balance their calls: the real finalisation runs when the last user has gone.
+/// Loading the shared library initialises it once, after its static objects are constructed; unloading it,
+/// or the end of the process, finalises it once, before they are destroyed. Other callers therefore only
+/// raise and lower the counter, and must balance their calls; the last finalisation does the work.
 ///
-/// Nothing is locked: no two threads may call these functions at once.
+/// The functions take no lock: two threads must not call them at once.
 
 #ifdef __cplusplus
 
 /// Counts an initialisation of the library. The first one adds 1 to `count` and then initialises, with
-/// `count`, the eight libraries it depends on, its own modules (backbone, types, utilities, handlers) and the
-/// specific step.
+/// `count`, the eight libraries it depends on, its own modules (backbone, types, utilities, handlers) and
+/// the specific step.
 ZYLMSGMODULES_EXPORT void ZYLMsgModules_initialize(int& count);
-/// Counts a finalisation. The last one takes 1 from `count` and undoes the initialisation in the reverse
+/// Counts a finalisation. The last one subtracts 1 from `count` and undoes the initialisation in reverse
 /// order.
 ZYLMSGMODULES_EXPORT void ZYLMsgModules_finalize(int& count);
 

@@ -6,13 +6,13 @@
 #include "ZYLMsgBBMessageHandler.h"
 #include "ZYLMsgModulesExport.h"
 
-/// Writes each incoming message to a stream: a line with the sender's identifier, flushed, then what the
-/// message's own Print writes. Any message type may be registered with one. The callback manager owns it once
-/// it is registered.
+/// Writes each incoming message to a stream: a line with the sender's identifier, flushed, then the
+/// message's own Print. It works with any message type. The callback manager owns it once it is
+/// registered.
 class ZYLMSGMODULES_EXPORT ZYLMsgPrintingHandler : public ZYLMsgBBMessageHandler {
   public:
-    /// `stream` is not owned and must stay open while the handler is registered. Without one nothing is
-    /// written.
+    /// `stream` is not owned and must stay open while the handler is registered. With a null stream the
+    /// handler writes nothing.
     ZYLMsgPrintingHandler(FILE* stream);
     ~ZYLMsgPrintingHandler() override;
 

@@ -5,11 +5,11 @@
 #include "ZYLMsgBBMessage.h"
 #include "ZYLMsgModulesExport.h"
 
-/// Makes kill requests that are encoded and ready to send. Static members only.
+/// Makes encoded kill requests, ready to send. Static members only.
 class ZYLMSGMODULES_EXPORT ZYLMsgProcessControlTypeFactory {
   public:
-    /// A new ZYLMsgProcessControlType that asks for a soft or a hard kill. The pointer returned is its only
-    /// owner.
+    /// A new ZYLMsgProcessControlType that asks for a soft or a hard kill. The pointer returned is its
+    /// only owner.
     static ZYLBasSharedPtr<ZYLMsgBBMessage> CreateSoftKillMsg();
     static ZYLBasSharedPtr<ZYLMsgBBMessage> CreateHardKillMsg();
 

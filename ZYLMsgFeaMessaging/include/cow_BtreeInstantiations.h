@@ -6,14 +6,14 @@
 #include "cow_BtreeIterator.h"
 #include "cow_String.h"
 
-/// The tree maps that ZYLMsgModules carries, so that a program and the library share one copy of their code:
-/// from names to messages, from names to message handlers, and from numbers to messages. Whoever names one of
-/// these maps includes this header.
+/// The tree maps that ZYLMsgModules instantiates and exports, so that a program and the library share one
+/// copy of their code: names to messages, names to message handlers, and numbers to messages. Include this
+/// header wherever one of these maps is used.
 
 class ZYLMsgBBMessage;
 class ZYLMsgBBMessageHandler;
 
-// Each class before the first that uses it: a class that is already instantiated can no longer be exported.
+// Declare each class before its first use: a class that is already instantiated can no longer be exported.
 extern template class ZYLMSGMODULES_EXPORT cow_BtreeValue<ZYLMsgBBMessage*>;
 extern template class ZYLMSGMODULES_EXPORT cow_BtreeValue<ZYLMsgBBMessageHandler*>;
 
