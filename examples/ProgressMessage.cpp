@@ -1,6 +1,7 @@
 #include "ProgressMessage.h"
 
-#include <array>
+#include <fmt/format.h>
+
 #include <cstdio>
 
 #include "ZYLMsgAssert.h"
@@ -11,8 +12,8 @@ namespace {
 
 constexpr const char* kSourceFile = "examples/ProgressMessage";
 
-/// The swapper checks nothing; the reader ends the process over a body that is too short, and names the
-/// field.
+/// The swapper checks nothing; the reader ends the process with an error that names the field if the body
+/// is too short.
 double ReadDouble(ZYLMsgWireReader& body, const char* field) {
     double value = 0;
     ZYLSimRpm_Swapper::InternalizeScalar(body.ReadBytes(sizeof value, field), value);
@@ -22,10 +23,7 @@ double ReadDouble(ZYLMsgWireReader& body, const char* field) {
 }  // namespace
 
 std::string ProgressMessage::Text() const {
-    std::array<char, 128> text{};
-    std::snprintf(text.data(), text.size(), "%g %%, step %d, residual %.3g, hottest %g", percent, step,
-                  residual, hottest);
-    return text.data();
+    return fmt::format("{:g} %, step {}, residual {:.3g}, hottest {:g}", percent, step, residual, hottest);
 }
 
 int ProgressMessage::RequiredBufferSize() const {

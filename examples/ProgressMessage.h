@@ -5,15 +5,16 @@
 
 #include "ZYLMsgBBMessage.h"
 
-/// A message class of one's own: where a solver stands after a step. Sender and receiver compile it in; the
-/// receiver registers one as the prototype. Its body:
+/// An example of an application's own message class: the state of a solver after a step. Sender and
+/// receiver both compile it, and the receiver registers an object as the prototype. Its body:
 ///
 ///     step (4 bytes) | percent (8) | residual (8) | hottest (8)
 ///
-/// the integer and the IEEE 754 doubles with their least significant byte first, without padding: 28 bytes.
+/// the integer and the IEEE 754 doubles with their least significant byte first, without padding: 28
+/// bytes.
 class ProgressMessage : public ZYLMsgBBMessage {
   public:
-    /// The class's own name is the type's, the same in every program.
+    /// The type name is the class name.
     ProgressMessage() : ZYLMsgBBMessage(ZYLString::BuildFromUTF8("ProgressMessage")) {}
 
     int step = 0;

@@ -1,9 +1,10 @@
-// Starts a small analysis: the monitor in DIRECTORY/monitor, where model.dat is expected, the solver in
-// DIRECTORY/solver, and the relay between them, all in a domain of their own. Shows what they write, each
-// line with its program's name in front, until all have ended. Its own status is 0 when theirs are. They do
-// not outlive it: when it is killed or cannot start the next one, they are ended with SIGTERM.
+// Starts a small analysis in a domain of its own: the monitor in DIRECTORY/monitor, which must contain
+// model.dat, the solver in DIRECTORY/solver, and the relay between them. Shows their output, each line
+// preceded by its program's name, until all have ended. The status is 0 if all of theirs are. The programs
+// do not outlive the launcher: if it is killed or cannot start the next one, they get SIGTERM.
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -26,21 +27,21 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// After one has failed, the others have so long to notice it and end in good order.
+/// How long the other programs may take to end in good order after one has failed.
 constexpr std::chrono::seconds kTimeToEnd{5};
 
 struct Program {
     std::string name;
     pid_t pid;
     int output;        // the read end of a pipe; -1 once the program has ended
-    std::string line;  // what has come of the next one
+    std::string line;  // the incomplete last line
 };
 
 [[noreturn]] void Fail(const std::string& what) {
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-/// Starts the program `name`, which lies beside this one, in `directory`.
+/// Starts the program `name` from this program's directory, with `directory` as its current directory.
 Program Start(const std::string& name, const std::filesystem::path& directory,
               const std::vector<std::string>& arguments) {
     const auto path = std::filesystem::canonical("/proc/self/exe").replace_filename(name).string();
@@ -77,7 +78,7 @@ Program Start(const std::string& name, const std::filesystem::path& directory,
     return {name, pid, ends[0], {}};
 }
 
-/// Shows the lines that have come. False at the end of the output.
+/// Shows the lines that have arrived. Returns false at the end of the output.
 bool ShowOutput(Program& program) {
     std::array<char, 4096> bytes{};
     const ssize_t count = read(program.output, bytes.data(), bytes.size());
@@ -92,7 +93,7 @@ bool ShowOutput(Program& program) {
     return count > 0;
 }
 
-/// Waits for a program whose output has ended.
+/// Waits for a program whose output has ended. Returns whether it succeeded.
 bool HasSucceeded(Program& ended) {
     close(ended.output);
     ended.output = -1;
@@ -106,12 +107,12 @@ bool HasSucceeded(Program& ended) {
     return status == 0;
 }
 
-/// Waits for output, until `deadline` at the latest; shows what has come. False when a program has failed.
+/// Waits for output until `deadline` and shows it. Returns false if a program has failed.
 bool ShowNext(std::vector<Program>& programs, Clock::time_point deadline) {
     std::vector<pollfd> outputs;
     outputs.reserve(programs.size());
     for (const Program& program : programs) {
-        outputs.push_back({program.output, POLLIN, 0});  // a negative one is passed over
+        outputs.push_back({program.output, POLLIN, 0});  // poll ignores a negative descriptor
     }
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
     poll(outputs.data(), outputs.size(),
@@ -125,8 +126,9 @@ bool ShowNext(std::vector<Program>& programs, Clock::time_point deadline) {
     return isWell;
 }
 
-/// Shows what all programs write until they have ended. True when all were successful. When one has failed,
-/// others may be waiting for it that have never met it, which nobody tells them.
+/// Shows the output of all programs until they have ended. Returns whether all succeeded. After a failure
+/// it ends the others when kTimeToEnd has passed: a program that never met the failed one is not told of
+/// its loss, and may wait for it for ever.
 bool AwaitAll(std::vector<Program> programs) {
     bool allSucceeded = true;
     Clock::time_point deadline = Clock::time_point::max();
@@ -153,7 +155,7 @@ bool AwaitAll(std::vector<Program> programs) {
 
 int main(int argc, char** argv) try {
     std::filesystem::path directory;
-    std::string domain = "analysis-" + std::to_string(getpid());
+    std::string domain = fmt::format("analysis-{}", getpid());
     std::string steps = "10";
     std::string pauseAt = "1000";  // never
     std::string stopAt = "1000";   // never
@@ -169,12 +171,14 @@ int main(int argc, char** argv) try {
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
 
     std::printf("launcher: the domain is %s\n", domain.c_str());
-    domain.insert(0, "--domain=");
+    const std::string domainOption = fmt::format("--domain={}", domain);
     std::vector<Program> programs;
-    programs.push_back(Start("monitor", directory / "monitor", {domain, "--stop-at=" + stopAt}));
-    programs.push_back(Start("relay", directory, {domain}));
     programs.push_back(
-        Start("solver", directory / "solver", {domain, "--steps=" + steps, "--pause-at=" + pauseAt}));
+        Start("monitor", directory / "monitor", {domainOption, fmt::format("--stop-at={}", stopAt)}));
+    programs.push_back(Start("relay", directory, {domainOption}));
+    programs.push_back(
+        Start("solver", directory / "solver",
+              {domainOption, fmt::format("--steps={}", steps), fmt::format("--pause-at={}", pauseAt)}));
     return AwaitAll(std::move(programs)) ? EXIT_SUCCESS : EXIT_FAILURE;
 } catch (const std::exception& error) {
     std::fprintf(stderr, "launcher: %s\n", error.what());

@@ -1,5 +1,5 @@
-// The monitor of a small analysis: holds the model, prints the solver's messages and its progress, keeps the
-// files that it sends and, with --stop-at, asks it to stop once it has come that far.
+// The monitor of a small analysis: serves the model, prints the solver's messages and progress, and keeps
+// the files that the solver sends. With --stop-at it asks the solver to stop at that percentage.
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -26,7 +26,7 @@
 
 namespace {
 
-/// In a body, a document has its length in front.
+/// The length that precedes a document in a body.
 constexpr int kLengthBytes = 4;
 
 void PrintLine(const ZYLMsgBBMessage& message, const char* id, int size, const std::string& content) {
@@ -41,7 +41,7 @@ class TextHandler : public ZYLMsgBBMessageHandler {
     }
 };
 
-/// Follows the solver's steps, and asks it to stop when it has come far enough.
+/// Prints the solver's progress and asks it to stop at the percentage `stopAt`.
 class ProgressHandler : public ZYLMsgBBMessageHandler {
   public:
     ProgressHandler(int domain, double stopAt) : m_domain(domain), m_stopAt(stopAt) {}
@@ -63,7 +63,7 @@ class ProgressHandler : public ZYLMsgBBMessageHandler {
     bool m_asked = false;
 };
 
-/// Learns from a document how the solver ended, such as <Finished percent="100"/>.
+/// Records how the solver ended, from a document such as <Finished percent="100"/>.
 class EndHandler : public ZYLMsgBBMessageHandler {
   public:
     void HandleMessage(const ZYLMsgBBMessage& message, const char* id) override {
@@ -78,15 +78,15 @@ class EndHandler : public ZYLMsgBBMessageHandler {
         root.GetTagName(m_how);
     }
 
-    /// "Finished" or "Stopped"; "lost" as long as it has not said so.
+    /// "Finished" or "Stopped", or "lost" if no document has arrived.
     const char* How() const { return m_how.IsEmpty() ? "lost" : m_how.GetUTF8(); }
 
   private:
     ZYLString m_how;
 };
 
-/// Ends one wait when the solver has gone, and one when the relay has gone. A file that has not come whole is
-/// closed.
+/// Ends one wait when the solver is lost, and another when the relay is lost. Closes the files of lost
+/// applications.
 class PeerWatch : public ZYLMsgSimpleDisconnectHandler {
   public:
     explicit PeerWatch(ZYLMsgFileTransfer& files) : m_files(files) {
@@ -119,7 +119,7 @@ int main(int argc, char** argv) try {
     CLI11_PARSE(options, argc, argv);
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
 
-    // Deletes the prototypes and handlers when the process ends, in whatever way.
+    // Deletes the prototypes and handlers at every exit of the process.
     static const ZYLMsgBBCallbackManager manager;
     int domain = 0;
     ZYLMsgBBAPI::RegisterCommunicator(domainName.c_str(), domain);
@@ -140,7 +140,7 @@ int main(int argc, char** argv) try {
     ZYLMsgBBAPI::EnableDisconnectHandling(domain, "monitor");
 
     ZYLMsgBBAPI::WaitingLoop(domain, -1, watch.EndingCondition());
-    // The relay leaves when it has forwarded the solver's last message.
+    // The relay leaves after it has forwarded the solver's last message.
     ZYLMsgBBAPI::WaitingLoop(domain, -1, watch.RelayCondition());
     std::printf("the solver has gone at %g %%: %s\n", ZYLMsgAnalysisState::GetPercentage(), end->How());
 } catch (const std::exception& error) {

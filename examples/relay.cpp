@@ -19,7 +19,7 @@ int main(int argc, char** argv) try {
         ->required();
     CLI11_PARSE(options, argc, argv);
 
-    // Deletes the prototypes and handlers when the process ends, in whatever way.
+    // Deletes the prototypes and handlers at every exit of the process.
     static const ZYLMsgBBCallbackManager manager;
     int domain = 0;
     ZYLMsgBBAPI::RegisterCommunicator(domainName.c_str(), domain);

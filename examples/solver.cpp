@@ -1,5 +1,7 @@
-// The solver of a small analysis: fetches its model, lets the heat in it spread step by step, reports its
-// progress to the monitor and sends it the results. It stops early when it is asked to.
+// The solver of a small analysis: fetches its model, computes step by step how heat spreads in it, reports
+// its progress to the monitor and sends the results there. It stops early on request.
+
+#include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -48,11 +50,11 @@ void Save(const Field& field, const char* file) {
     std::ofstream stream(file, std::ios::binary);
     stream.write(reinterpret_cast<const char*>(field.data()), static_cast<std::streamsize>(field.size()));
     if (!stream.flush()) {
-        throw std::system_error(errno, std::generic_category(), std::string("cannot write ") + file);
+        throw std::system_error(errno, std::generic_category(), fmt::format("cannot write {}", file));
     }
 }
 
-/// One step. Returns its residual: the root mean square of all changes.
+/// Computes one step. Returns its residual, the root mean square of all changes.
 double Spread(Field& field) {
     const Field before = field;
     double squares = 0;
@@ -69,7 +71,7 @@ double Hottest(const Field& field) {
     return field.empty() ? 0 : *std::max_element(field.begin(), field.end());
 }
 
-/// Stops the analysis when the monitor asks for it.
+/// Stops the analysis at the monitor's request.
 class StopHandler : public ZYLMsgBBMessageHandler {
   public:
     explicit StopHandler(int& stopCondition) : m_stopCondition(stopCondition) {}
@@ -90,7 +92,8 @@ class StopHandler : public ZYLMsgBBMessageHandler {
     int& m_stopCondition;
 };
 
-/// Without the monitor nobody wants the results: ends the transfer that waits for it, and the steps.
+/// Ends the computation and the current transfer when the monitor is lost, because nobody wants the
+/// results then.
 class MonitorWatch : public ZYLMsgBBDisconnectHandler {
   public:
     MonitorWatch(ZYLMsgFileTransfer& files, int& stopCondition)
@@ -126,15 +129,15 @@ void ReportProgress(int domain, int step, double residual, const Field& field) {
     ZYLMsgBBAPI::SendRequest(domain, "monitor", progress);
 }
 
-/// Says how it ended, "Finished" or "Stopped", in a document.
+/// Reports the end of the analysis, `how` being "Finished" or "Stopped", in a document.
 void ReportEnd(int domain, const std::string& how) {
     const std::string document =
-        "<" + how + " percent=\"" + std::to_string(ZYLMsgAnalysisState::GetPercentage()) + "\"/>";
+        fmt::format("<{} percent=\"{:f}\"/>", how, ZYLMsgAnalysisState::GetPercentage());
     ZYLMsgBBAPI::SendRequest(domain, "monitor",
                              ZYLMsgAnalysisMessageType(ZYLString::BuildFromUTF8(document.c_str())));
 }
 
-/// Runs one transfer and prints what it took; one that fails ends the solver.
+/// Runs one transfer and prints its size and time. Raises an exception if the transfer failed.
 template <class Transfer>
 void Timed(const char* what, const char* file, const ZYLMsgFileTransfer& files, Transfer transfer) {
     const auto start = std::chrono::steady_clock::now();
@@ -149,7 +152,8 @@ void Timed(const char* what, const char* file, const ZYLMsgFileTransfer& files, 
                 size / 1e6 / time.count());
 }
 
-/// Spreads the heat `steps` times; at `pauseAt` percent it goes on only to stop. False when it was stopped.
+/// Computes `steps` steps; at `pauseAt` percent it waits until it is stopped. Returns false if it was
+/// stopped.
 bool Compute(int domain, Field& field, int steps, double pauseAt, int& stopCondition) {
     for (int step = 1; step <= steps && stopCondition != 0; ++step) {
         const double residual = Spread(field);
@@ -189,7 +193,7 @@ int main(int argc, char** argv) try {
     CLI11_PARSE(options, argc, argv);
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
 
-    // Deletes the prototypes and handlers when the process ends, in whatever way.
+    // Deletes the prototypes and handlers at every exit of the process.
     static const ZYLMsgBBCallbackManager manager;
     int domain = 0;
     int stopCondition = -1;

@@ -1,5 +1,7 @@
 #include "QORFatalError.h"
 
+#include <fmt/format.h>
+
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -31,13 +33,13 @@ void FlushAllStreams() {
 [[noreturn]] void QORFatalError(const char* message, const char* detail1, const char* detail2,
                                 const char* detail3, const char* sourceFile, int line) {
     std::fflush(stdout);
-    std::string text = std::string("Fatal error: ") + message;
+    std::string details;
     for (const char* detail : {detail1, detail2, detail3}) {
         if (detail != nullptr) {
-            text.append(" ").append(detail);
+            details.append(" ").append(detail);
         }
     }
-    text.append(" (").append(sourceFile).append(":").append(std::to_string(line)).append(")\n");
+    const std::string text = fmt::format("Fatal error: {}{} ({}:{})\n", message, details, sourceFile, line);
     // A program may have given standard error a buffer. It is emptied first, so that the line is one
     // write.
     std::fflush(stderr);

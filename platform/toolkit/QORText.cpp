@@ -1,8 +1,8 @@
 #include "QORText.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <array>
-#include <cstdio>
 
 namespace {
 
@@ -37,12 +37,7 @@ std::size_t PrintableLength(std::string_view text) {
 }
 
 std::string Escaped(char character) {
-    if (character == '\\') {
-        return "\\\\";
-    }
-    std::array<char, 8> escape{};
-    std::snprintf(escape.data(), escape.size(), "\\x%02x", static_cast<unsigned char>(character));
-    return escape.data();
+    return character == '\\' ? "\\\\" : fmt::format("\\x{:02x}", static_cast<unsigned char>(character));
 }
 
 }  // namespace
@@ -54,9 +49,12 @@ std::string QORText::Printable(std::string_view text, std::size_t limit) {
         result += size > 0 ? std::string(text.substr(at, size)) : Escaped(text[at]);
         at += std::max<std::size_t>(size, 1);
     }
-    return text.size() > limit ? result + "..." : result;
+    if (text.size() > limit) {
+        result += "...";
+    }
+    return result;
 }
 
 std::string QORText::Quoted(std::string_view text, std::size_t limit) {
-    return '\'' + Printable(text, limit) + '\'';
+    return fmt::format("'{}'", Printable(text, limit));
 }

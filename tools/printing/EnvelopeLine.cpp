@@ -1,7 +1,8 @@
 #include "EnvelopeLine.h"
 
+#include <fmt/format.h>
+
 #include <array>
-#include <cstdio>
 #include <filesystem>
 #include <optional>
 #include <utility>
@@ -14,7 +15,7 @@
 
 namespace {
 
-/// The type and the meaning of a foreign message are told by its first bytes, if at all.
+/// How many bytes of an unknown message are shown: enough to recognise its kind.
 constexpr std::size_t kFirstBytes = 16;
 
 std::string FirstBytes(std::string_view body) {
@@ -23,14 +24,13 @@ std::string FirstBytes(std::string_view body) {
     }
     std::string text = "first bytes";
     for (const char byte : body.substr(0, kFirstBytes)) {
-        std::array<char, 4> hex{};
-        std::snprintf(hex.data(), hex.size(), " %02x", static_cast<unsigned char>(byte));
-        text += hex.data();
+        text += fmt::format(" {:02x}", static_cast<unsigned char>(byte));
     }
-    return text + (body.size() > kFirstBytes ? " ..." : "");
+    text += body.size() > kFirstBytes ? " ..." : "";
+    return text;
 }
 
-/// The kind of a kill request; of any other document nothing.
+/// The kind of a kill request; nothing for any other document.
 std::optional<std::string> KillKind(std::string_view document) {
     ZYLBasXmlDocument xml;
     ZYLBasXmlNode root;
@@ -73,11 +73,12 @@ std::string StepName(int step) {
         case FILE_TRANSFER_RECEIVE_COMPLETION:
             return "confirms the file";
         default:
-            return "unknown step " + std::to_string(step);
+            return fmt::format("unknown step {}", step);
     }
 }
 
-/// One side of a transfer: its application and what of its file's name is given. Nothing when all is empty.
+/// One side of a transfer: its application and the given parts of the file's name. Empty if all of them
+/// are.
 std::string SideText(const char* side, const std::array<std::string_view, 4>& strings) {
     std::filesystem::path file;
     for (const std::string_view part : {strings[1], strings[2], strings[3]}) {
@@ -85,9 +86,10 @@ std::string SideText(const char* side, const std::array<std::string_view, 4>& st
             file /= part;
         }
     }
-    std::string text = strings[0].empty() ? "" : ' ' + QORText::Printable(strings[0]);
-    text += file.empty() ? "" : ' ' + QORText::Quoted(file.string());
-    return text.empty() ? text : std::string(", ") + side + text;
+    const std::string application =
+        strings[0].empty() ? "" : fmt::format(" {}", QORText::Printable(strings[0]));
+    const std::string name = file.empty() ? "" : fmt::format(" {}", QORText::Quoted(file.string()));
+    return application.empty() && name.empty() ? "" : fmt::format(", {}{}{}", side, application, name);
 }
 
 bool IsCompletion(int step) {
@@ -95,7 +97,7 @@ bool IsCompletion(int step) {
            step == FILE_TRANSFER_RECEIVE_COMPLETION;
 }
 
-/// Why a transfer failed. Its writer has escaped it, so a backslash stays as it is.
+/// The reason of a failed transfer. The sender has escaped it, so backslashes are not escaped again.
 std::string ReasonText(std::string_view reason) {
     std::string text = QORText::Printable(reason, kShownBytes);
     for (std::size_t at = 0; (at = text.find("\\\\", at)) != std::string::npos; ++at) {
@@ -122,13 +124,13 @@ std::optional<std::string> FileTransferText(std::string_view body) {
     }
     std::string text = StepName(*step);
     if (*step == FILE_TRANSFER_CHUNK) {
-        text += ' ' + std::to_string(*chunk) + " of " + std::to_string(*size) + " bytes";
+        text += fmt::format(" {} of {} bytes", *chunk, *size);
     }
     if (IsCompletion(*step) && !strings[7].empty()) {
-        text += "; it failed: " + ReasonText(std::exchange(strings[7], {}));
+        text += fmt::format("; it failed: {}", ReasonText(std::exchange(strings[7], {})));
     }
-    return text + SideText("from", {strings[0], strings[1], strings[2], strings[3]}) +
-           SideText("to", {strings[4], strings[5], strings[6], strings[7]});
+    return fmt::format("{}{}{}", text, SideText("from", {strings[0], strings[1], strings[2], strings[3]}),
+                       SideText("to", {strings[4], strings[5], strings[6], strings[7]}));
 }
 
 std::string BodyText(std::string_view type, std::string_view body) {
@@ -151,5 +153,6 @@ std::string EnvelopeLine(std::string_view type, std::string_view envelope) {
     WireBytes bytes(envelope);
     const std::optional<std::string_view> sender = bytes.String();
     return sender ? MessageLine(*sender, type, bytes.Left().size(), BodyText(type, bytes.Left()))
-                  : MessageLine("?", type, envelope.size(), "no proper envelope, " + FirstBytes(envelope));
+                  : MessageLine("?", type, envelope.size(),
+                                fmt::format("no proper envelope, {}", FirstBytes(envelope)));
 }

@@ -4,10 +4,9 @@
 #include <string>
 #include <string_view>
 
-/// The line of a message as the backbone delivers it, its envelope not opened yet: see MessageLine. The
-/// content is the string, the document, the kind of kill request or the step of a file transfer; of a type
-/// that is not known here, and of an envelope or a body that breaks its form, the first bytes. The bytes may
-/// be anything.
+/// The MessageLine of a message as the backbone delivers it, still in its envelope. The content is the
+/// string, the document, the kind of kill request or the step of a file transfer; for an unknown type, and
+/// for a malformed envelope or body, it is the first bytes. The bytes are not trusted.
 std::string EnvelopeLine(std::string_view type, std::string_view envelope);
 
 #endif

@@ -5,16 +5,16 @@
 #include <string>
 #include <string_view>
 
-/// How the programs of this project show a message: one line each, whatever the bytes in it are.
+/// The programs of this project show each message as one line, whatever its bytes.
 
-/// So much of a text is shown: any sentence, and the documents that people read, are shorter.
+/// The longest text shown; sentences and documents for people are shorter.
 inline constexpr std::size_t kShownBytes = 400;
 
-/// A message's text between quotes, safe to print. It is cut where a screen would be flooded.
+/// A text in quotes, safe to print and truncated to kShownBytes.
 std::string Content(std::string_view text);
 
-/// "<time> <sender> <type> (<size> bytes): <content>". The time is now, local, to the millisecond; sender and
-/// type are made printable, the content is so already.
+/// "<time> <sender> <type> (<size> bytes): <content>", with the local time in milliseconds. Escapes sender
+/// and type; `content` must be printable.
 std::string MessageLine(std::string_view sender, std::string_view type, std::size_t size,
                         const std::string& content);
 

@@ -7,9 +7,9 @@
 
 #include "ZYLSimRpm_Swapper.h"
 
-/// Reads wire integers and wire strings one after another from foreign bytes, in place. Unlike the library's
-/// reader, which ends the process, it gives nothing for an item that does not lie wholly within them: who
-/// only looks on survives what is wrong. After that it gives nothing more.
+/// Reads wire integers and wire strings in sequence from untrusted bytes, in place. For an item that
+/// exceeds the bytes it returns nothing, and nothing from then on; the library's ZYLMsgWireReader would
+/// end the process, which a program that only displays messages must not do.
 class WireBytes {
   public:
     explicit WireBytes(std::string_view bytes) : m_left(bytes) {}

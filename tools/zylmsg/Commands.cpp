@@ -21,7 +21,7 @@
 
 namespace {
 
-/// Notes that the target has gone, or did not come, and ends the wait for it in a file transfer.
+/// Records the loss of the target and ends the wait for it in a file transfer.
 class TargetWatch : public ZYLMsgBBDisconnectHandler {
   public:
     explicit TargetWatch(const std::string& target) : m_target(target) {}
@@ -37,7 +37,7 @@ class TargetWatch : public ZYLMsgBBDisconnectHandler {
         }
     }
 
-    /// The transfer must live as long as reports may come.
+    /// `transfer` must outlive the waiting loops.
     void EndWaitsOf(ZYLMsgFileTransfer& transfer) { m_transfer = &transfer; }
     bool IsLost() const { return m_isLost; }
 
@@ -47,25 +47,28 @@ class TargetWatch : public ZYLMsgBBDisconnectHandler {
     mutable bool m_isLost = false;
 };
 
-/// Joins the domain. Of a helper that is not announced nobody is told that it has gone.
-int Join(const Identity& identity, bool announce) {
+enum class Presence { kAnnounced, kPassing };
+
+/// Joins the domain. The leaving of a passing helper is not reported to others.
+int Join(const Identity& identity, Presence presence) {
     const JoiningGuard guard;
     int communicator = 0;
     ZYLMsgBBAPI::RegisterCommunicator(identity.domain.c_str(), communicator);
-    ZYLMsgBBAPI::DeclareApplicationId(communicator, identity.name.c_str(), announce);
+    ZYLMsgBBAPI::DeclareApplicationId(communicator, identity.name.c_str(), presence == Presence::kAnnounced);
     ZYLMsgBBCallbackManager::SetMessageID(identity.name.c_str());
     return communicator;
 }
 
-/// The backbone writes a line about a message that it drops. A target that ends once it has the message, as
-/// one does that listens for one only, has it all the same.
+/// Sends one message. The status depends only on whether the target took it, not on whether the target is
+/// still there, since one may end on its first message. The backbone itself reports a message that it
+/// drops.
 int SendOne(const Identity& identity, const std::string& target, const ZYLMsgBBMessage& message) {
-    const int communicator = Join(identity, false);
+    const int communicator = Join(identity, Presence::kPassing);
     ZYLMsgBBAPI::SendRequest(communicator, target.c_str(), message);
     return ZYLMsgBBCallbackManager::IsPendingMessageStreamed() ? kDone : kTargetLost;
 }
 
-/// Why the file cannot be sent; empty when it can.
+/// The reason why the file cannot be sent; empty if it can.
 std::string WhyUnreadable(const std::string& file) {
     std::error_code error;
     const bool isRegular = std::filesystem::is_regular_file(file, error);
@@ -110,11 +113,12 @@ int Send(const Identity& identity, const std::string& target, const std::string&
     return SendOne(identity, target, message);
 }
 
-int Kill(const Identity& identity, const std::string& target, bool hard) {
-    const ZYLBasSharedPtr<ZYLMsgBBMessage> message =
-        hard ? ZYLMsgProcessControlTypeFactory::CreateHardKillMsg()
-             : ZYLMsgProcessControlTypeFactory::CreateSoftKillMsg();
-    return SendOne(identity, target, *message);
+int KillSoftly(const Identity& identity, const std::string& target) {
+    return SendOne(identity, target, *ZYLMsgProcessControlTypeFactory::CreateSoftKillMsg());
+}
+
+int KillHard(const Identity& identity, const std::string& target) {
+    return SendOne(identity, target, *ZYLMsgProcessControlTypeFactory::CreateHardKillMsg());
 }
 
 int Put(const Identity& identity, const std::string& file, const std::string& target,
@@ -124,11 +128,11 @@ int Put(const Identity& identity, const std::string& file, const std::string& ta
                      reason.c_str());
         return kFileUnreadable;
     }
-    // Deletes the prototype and the handler when the program ends, in whatever way.
+    // Deletes the prototype and the handler at every exit of the program.
     static const ZYLMsgBBCallbackManager manager;
     TargetWatch watch(target);
-    // Announced, so that a target learns that no more of the file will come when this program is interrupted.
-    const int communicator = Join(identity, true);
+    // Announced, so that the target is told to close the file if this program is interrupted.
+    const int communicator = Join(identity, Presence::kAnnounced);
     ZYLMsgBBCallbackManager::AssociateDisconnectHandler(&watch);
     ZYLMsgBBAPI::EnableDisconnectHandling(communicator, identity.name.c_str());
     ZYLMsgFileTransfer transfer(communicator, nullptr, 0);

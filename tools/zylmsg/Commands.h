@@ -3,7 +3,7 @@
 
 #include <string>
 
-/// What each subcommand does. The results are the program's exit status.
+/// The subcommands. Each returns the exit status of the program.
 
 enum ExitCode : int {
     kDone = 0,
@@ -14,17 +14,16 @@ enum ExitCode : int {
     kFileNotKept = 5
 };
 
-/// Who this program is: the domain it joins and its application name there.
+/// The domain that this program joins and its application name there.
 struct Identity {
     std::string domain;
     std::string name;
 };
 
-/// While one lives, a fatal end of the library is an ordinary failure of this program: the line that it
-/// writes stands, and the status is kFailed instead of an abort. It lives while the domain is joined, when
-/// what ends the library is the environment that it was given (a directory that cannot be used, a malformed
-/// setting, a name that is taken) and no fault in it. The library itself looks at all of that; a look
-/// beforehand would say it twice, and could be outrun.
+/// While a guard exists, a fatal error of the library ends this program with status kFailed instead of an
+/// abort; the library's line on standard error remains. Join holds one because a fatal error there is
+/// caused by the environment (an unusable directory, a malformed setting, a name that is taken), not by a
+/// bug. Checking the environment beforehand instead would duplicate the library's checks and be a race.
 class JoiningGuard {
   public:
     JoiningGuard();
@@ -33,22 +32,22 @@ class JoiningGuard {
     JoiningGuard& operator=(const JoiningGuard&) = delete;
 };
 
-/// Writes out what has been printed. False when not all could be written, and the reason has been told.
+/// Flushes standard output. Returns false after reporting the reason if not everything could be written.
 bool WriteOut();
 
-/// Sends a string message; kDone once it is in the hands of a target that is still there.
+/// Sends a string message. kDone if the target was there to take it.
 int Send(const Identity& identity, const std::string& target, const std::string& text);
 
-/// Asks the target to end; kDone once the request is in its hands, or the target has gone after that.
-int Kill(const Identity& identity, const std::string& target, bool hard);
+/// Ask the target to end, in good order or at once. kDone if the target was there to take the request.
+int KillSoftly(const Identity& identity, const std::string& target);
+int KillHard(const Identity& identity, const std::string& target);
 
-/// Sends a file and waits for its outcome, which it prints; kDone once the target has confirmed that it has
-/// the whole file.
+/// Sends a file, waits for its outcome and prints it. kDone once the target has confirmed the whole file.
 int Put(const Identity& identity, const std::string& file, const std::string& target,
         const std::string& directory);
 
-/// Prints the next `count` messages for the application that `identity` names, whatever is in them; kFailed
-/// when one cannot be printed.
+/// Prints the next `count` messages for the application that `identity` names, whatever their bytes.
+/// kFailed if one cannot be printed.
 int Listen(const Identity& identity, int count);
 
 #endif

@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <string>
 
 #include "Commands.h"
 #include "EnvelopeLine.h"
@@ -16,8 +17,8 @@ Listening g_listening;
 
 void Receive(const char* type, const void* buffer, int size) {
     const std::string line =
-        EnvelopeLine(type, {static_cast<const char*>(buffer), static_cast<std::size_t>(size)}) + '\n';
-    std::fwrite(line.data(), 1, line.size(), stdout);
+        EnvelopeLine(type, {static_cast<const char*>(buffer), static_cast<std::size_t>(size)});
+    std::puts(line.c_str());
     if (!WriteOut()) {
         g_listening.status = kFailed;
     }
@@ -28,9 +29,9 @@ void Receive(const char* type, const void* buffer, int size) {
 
 }  // namespace
 
-/// It is a full application for as long as it runs: who waits for an answer of it hears of its end. It takes
-/// the messages from the backbone itself, for the callback manager ends a process that gets a message of a
-/// type it has not registered, or one that is malformed.
+/// `listen` is an announced application, so peers that wait for its answer are told of its end. It
+/// receives from the backbone directly, because the callback manager ends the process on a message that is
+/// malformed or of an unregistered type.
 int Listen(const Identity& identity, int count) {
     g_listening.left = count;
     int communicator = 0;

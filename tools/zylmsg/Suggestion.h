@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-/// "; did you mean 'listen'?" for a mistyped `word` that is close to one of `known`, else nothing.
+/// "; did you mean 'listen'?" if `word` is a likely misspelling of one of `known`, else the empty text.
 std::string Suggestion(const std::string& word, const std::vector<std::string>& known);
 
 #endif

@@ -1,5 +1,7 @@
-// zylmsg: what an operator does to a running system by hand. Sends a string message or a file, asks an
-// application to end, prints what an application receives.
+// zylmsg: an operator's command line for a running system. It sends a string message or a file, asks an
+// application to end, and prints what an application receives.
+
+#include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -28,8 +30,8 @@ constexpr const char* kStatusText =
     "  5  the target does not have the file\n"
     "A target that is not there is waited for, ZYL_BACKBONE_CONNECT_TIMEOUT seconds (30).";
 
-/// A descriptor of standard input, output or error that is closed would become one of the backbone's. It gets
-/// one instead that cannot be written.
+/// Opens /dev/null for reading in place of a closed standard input, output or error. Otherwise the
+/// backbone would get that descriptor, and printed text would go into its sockets.
 void OpenClosedDescriptors() {
     std::FILE* file = nullptr;
     do {
@@ -40,11 +42,9 @@ void OpenClosedDescriptors() {
     }
 }
 
-/// Two commands at once must not hold the same name.
+/// Two commands that run at once must not have the same name.
 std::string RandomName() {
-    char name[sizeof "zylmsg-00000000"];
-    std::snprintf(name, sizeof name, "zylmsg-%08x", static_cast<unsigned>(std::random_device()()));
-    return name;
+    return fmt::format("zylmsg-{:08x}", std::random_device()());
 }
 
 std::vector<std::string> SubcommandNames(const CLI::App& app) {
@@ -68,7 +68,7 @@ bool Has(const CLI::App& app, const std::string& option) {
     return std::find(names.begin(), names.end(), option) != names.end();
 }
 
-/// What is wrong with an option that is not known where it stands.
+/// The error text for an option that is unknown in its place.
 std::string MistypedOption(const CLI::App& app, const std::string& option) {
     std::vector<std::string> known = OptionNames(app);
     const bool anyGiven = !app.get_subcommands().empty();
@@ -77,15 +77,17 @@ std::string MistypedOption(const CLI::App& app, const std::string& option) {
             continue;
         }
         if (Has(*subcommand, option)) {
-            return "option '" + option + "' stands behind its subcommand, " + subcommand->get_name();
+            return fmt::format("option '{}' stands behind its subcommand, {}", option,
+                               subcommand->get_name());
         }
         const std::vector<std::string> more = OptionNames(*subcommand);
         known.insert(known.end(), more.begin(), more.end());
     }
-    return "no such option '" + option + "'" + Suggestion(option, known);
+    return fmt::format("no such option '{}'{}", option, Suggestion(option, known));
 }
 
-/// The first mistyped word with what was probably meant; empty when the error is another one.
+/// The error text for the first unknown option or subcommand, with a suggestion; empty if the error is
+/// another.
 std::string MistypedWord(const CLI::App& app) {
     const std::vector<std::string> words = app.remaining(true);
     for (const std::string& word : words) {
@@ -94,7 +96,8 @@ std::string MistypedWord(const CLI::App& app) {
         }
     }
     if (app.get_subcommands().empty() && !words.empty()) {
-        return "no such subcommand '" + words.front() + "'" + Suggestion(words.front(), SubcommandNames(app));
+        return fmt::format("no such subcommand '{}'{}", words.front(),
+                           Suggestion(words.front(), SubcommandNames(app)));
     }
     return {};
 }
@@ -106,13 +109,13 @@ int CountFrom(const std::string& text) {
     const auto [at, error] = std::from_chars(text.data(), end, count);
     if (error != std::errc{} || at != end || count < 1) {
         throw CLI::ValidationError(
-            "--count", QORText::Quoted(text) + " is not a whole number from 1 to " + std::to_string(INT_MAX));
+            "--count", fmt::format("{} is not a whole number from 1 to {}", QORText::Quoted(text), INT_MAX));
     }
     return count;
 }
 
-/// The library ends over a longer name.
-std::string WhyNoName(const std::string& text) {
+/// The error text for a name that the backbone would refuse with a fatal error; empty for a valid name.
+std::string NameError(const std::string& text) {
     constexpr std::size_t kLongestName = 4096;
     return text.size() <= kLongestName ? "" : "a name has 4096 bytes at most";
 }
@@ -136,7 +139,7 @@ int Run(int argc, char** argv) {
                    "this program's application name (default: zylmsg- and a random number)");
 
     CLI::App* const send = app.add_subcommand("send", "sends a string message");
-    send->add_option("target", target, "the application it is for")->required()->check(WhyNoName);
+    send->add_option("target", target, "the application it is for")->required()->check(NameError);
     send->add_option("text", text, "what it says")->required();
 
     CLI::App* const listen = app.add_subcommand("listen", "prints every message that an application gets");
@@ -148,12 +151,12 @@ int Run(int argc, char** argv) {
         ->type_name("INT");
 
     CLI::App* const kill = app.add_subcommand("kill", "asks an application to end");
-    kill->add_option("target", target, "the application")->required()->check(WhyNoName);
+    kill->add_option("target", target, "the application")->required()->check(NameError);
     kill->add_flag("--hard", hard, "at once, rather than in good order");
 
     CLI::App* const put = app.add_subcommand("put", "sends a file and waits for the confirmation");
     put->add_option("file", file, "the file here; the copy has the same name")->required();
-    put->add_option("target", target, "the application that keeps it")->required()->check(WhyNoName);
+    put->add_option("target", target, "the application that keeps it")->required()->check(NameError);
     put->add_option("directory", directory, "where the target keeps it (default: where the target runs)");
 
     for (CLI::App* const subcommand : app.get_subcommands({})) {
@@ -177,7 +180,10 @@ int Run(int argc, char** argv) {
     if (*listen) {
         return Listen({identity.domain, target}, count);
     }
-    return *kill ? Kill(identity, target, hard) : Put(identity, file, target, directory);
+    if (*kill) {
+        return hard ? KillHard(identity, target) : KillSoftly(identity, target);
+    }
+    return Put(identity, file, target, directory);
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "ZYLMsgBBCallbackManager.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <climits>
 #include <cstddef>
@@ -35,8 +37,8 @@ struct Route {
     ZYLMsgBBMessageHandler* handler;
 };
 
-/// Where the messages that have come went, by the prototype's own type name: found in the same time however
-/// many types there are. A registered type keeps its prototype and handler until all of them go.
+/// The routes of the types received so far, for lookup in constant time. The keys are the prototypes' own
+/// type names. Entries stay valid because a type is never unregistered alone, only with all others.
 std::unordered_map<std::string_view, Route> g_routes;
 
 template <class T>
@@ -48,14 +50,15 @@ void DeleteAll(cow_Btree<cow_String, T*>& registry) {
     registry.Clear();
 }
 
-/// Says on standard error, in one line, what a fatal check cannot: whom it concerns and what to do.
+/// Writes one line on standard error with what the text of a fatal check lacks: the culprit and the
+/// remedy.
 void Say(const std::string& text) {
-    const std::string line = "ZYLMsgModules: " + text + "\n";
+    const std::string line = fmt::format("ZYLMsgModules: {}\n", text);
     std::fwrite(line.data(), 1, line.size(), stderr);
     std::fflush(stderr);
 }
 
-/// The sender that an envelope names, as far as that can be read: its bytes are foreign.
+/// The sender that an envelope names, or a phrase that says why there is none. The bytes are not trusted.
 std::string SenderOf(const void* envelope, int size) {
     int length = 0;
     if (size >= kLengthWidth) {
@@ -70,11 +73,10 @@ std::string SenderOf(const void* envelope, int size) {
 }
 
 void SayNobodyHandles(const char* type, const void* envelope, int size) {
-    Say("nobody handles the message of type " + QORText::Quoted(type) + " that came from " +
-        SenderOf(envelope, size) +
-        ": register a prototype and a handler for its type "
-        "(ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler) "
-        "before ZYLMsgBBAPI::EnableReceiveHandling");
+    Say(fmt::format(
+        "nobody handles the message of type {} that came from {}: register a prototype and a handler for its "
+        "type (ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler) before ZYLMsgBBAPI::EnableReceiveHandling",
+        QORText::Quoted(type), SenderOf(envelope, size)));
 }
 
 }  // namespace
@@ -90,8 +92,10 @@ void ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(ZYLMsgBBMessage* proto,
     ZYL_ASSERT(proto != NULL);
     const cow_String type(proto->Type());
     if (m_protos.IsMember(type) || m_handlers.IsMember(type)) {
-        Say("the message type " + QORText::Quoted(type.CStr()) +
-            " is registered already: adopt one prototype and one handler for each type, once in the process");
+        Say(
+            fmt::format("the message type {} is registered already: adopt one prototype and one handler for "
+                        "each type, once in the process",
+                        QORText::Quoted(type.CStr())));
     }
     ZYL_ASSERT(!m_protos.IsMember(type));
     ZYL_ASSERT(!m_handlers.IsMember(type));
@@ -99,7 +103,7 @@ void ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(ZYLMsgBBMessage* proto,
     try {
         m_handlers.InsertUnlessMember(type, handler);
     } catch (...) {
-        m_protos.Remove(type);  // allocates nothing: the registry shares no node with another map
+        m_protos.Remove(type);  // does not allocate, because the registry shares no node with another map
         throw;
     }
 }
@@ -159,9 +163,10 @@ int ZYLMsgBBCallbackManager::RequiredBufferSizeOfPendingMessage() {
     const std::int64_t head = std::int64_t{kLengthWidth} + m_messageID.GetLengthInByte();
     const int bodySize = m_messageToSend->RequiredBufferSize();
     if (bodySize < 0 || bodySize > INT_MAX - head) {
-        Say("the message of type " + QORText::Quoted(m_messageToSend->Type()) + " announces a body of " +
-            std::to_string(bodySize) + " bytes; its RequiredBufferSize() may give 0 to " +
-            std::to_string(INT_MAX - head));
+        Say(
+            fmt::format("the message of type {} announces a body of {} bytes; its RequiredBufferSize() may "
+                        "give 0 to {}",
+                        QORText::Quoted(m_messageToSend->Type()), bodySize, INT_MAX - head));
     }
     ZYL_ASSERT(bodySize >= 0);
     const std::int64_t total = head + bodySize;
@@ -199,19 +204,22 @@ void ZYLMsgBBCallbackManager::AssociateDisconnectHandler(const ZYLMsgBBDisconnec
 
 void ZYLMsgBBCallbackManager::ExpectDisconnectHandler(const char* application) {
     if (m_disconnectHandler == nullptr) {
-        Say("application " + QORText::Quoted(QORText::OrEmpty(application)) +
-            " enables disconnect handling without a disconnect handler, so the first lost peer ends this "
-            "process: call ZYLMsgBBCallbackManager::AssociateDisconnectHandler before "
-            "ZYLMsgBBAPI::EnableDisconnectHandling");
+        Say(fmt::format(
+            "application {} enables disconnect handling without a disconnect handler, so the first lost peer "
+            "ends this process: call ZYLMsgBBCallbackManager::AssociateDisconnectHandler before "
+            "ZYLMsgBBAPI::EnableDisconnectHandling",
+            QORText::Quoted(QORText::OrEmpty(application))));
     }
 }
 
 void ZYLMsgBBCallbackManager::Disconnection(int pid, const char* app, const char* host, const char* user) {
     app = QORText::OrEmpty(app);
     if (m_disconnectHandler == nullptr) {
-        Say("nobody handles the loss of application " + QORText::Quoted(app) +
-            ": call ZYLMsgBBCallbackManager::AssociateDisconnectHandler before "
-            "ZYLMsgBBAPI::EnableDisconnectHandling");
+        Say(
+            fmt::format("nobody handles the loss of application {}: call "
+                        "ZYLMsgBBCallbackManager::AssociateDisconnectHandler before "
+                        "ZYLMsgBBAPI::EnableDisconnectHandling",
+                        QORText::Quoted(app)));
     }
     ZYL_ASSERT(m_disconnectHandler != 0);
     m_disconnectHandler->DetectDisconnection(pid, app, QORText::OrEmpty(host), QORText::OrEmpty(user));

@@ -22,7 +22,7 @@ struct Module {
     void (*finalize)(int& count);
 };
 
-/// What the library initialises, in this order, and finalises in the reverse order.
+/// The modules in the order of their initialisation; finalisation goes in the reverse order.
 const Module kModules[] = {
     {&ZYLSimPoolManager_initialize, &ZYLSimPoolManager_finalize},
     {&ZYLSimContainers_initialize, &ZYLSimContainers_finalize},
@@ -53,10 +53,10 @@ int OnLoaderNotification(unsigned reason) {
 }
 
 #ifndef _WIN32
-/// Stands for the loader's notifications where the system has none. This file is the last one linked into the
-/// library, so this object is the last of its static objects to be constructed and the first to be destroyed.
-/// It does not go through DllMain, which another library of the process may define as well and, coming first,
-/// would receive ours.
+/// Replaces the loader's notifications on systems that have none. This file is linked last into the
+/// library, so this object is constructed last and destroyed first of all its static objects. It does not
+/// call DllMain, because another library of the process may define that symbol and would then receive the
+/// calls.
 struct LoaderNotification {
     LoaderNotification() { OnLoaderNotification(kProcessAttach); }
     ~LoaderNotification() { OnLoaderNotification(kProcessDetach); }

@@ -1,5 +1,7 @@
 #include "ZYLMsgWireReader.h"
 
+#include <fmt/format.h>
+
 #include <cstddef>
 #include <string>
 
@@ -22,7 +24,7 @@ ZYLMsgWireReader::Text ZYLMsgWireReader::CopyText(int length, const char* field)
 }
 
 void ZYLMsgWireReader::Refuse(int length, const char* field) const {
-    const std::string message = std::string("AssertionFailed:") + field + ": " + std::to_string(length) +
-                                " bytes needed, " + std::to_string(m_left) + " bytes left";
+    const std::string message =
+        fmt::format("AssertionFailed:{}: {} bytes needed, {} bytes left", field, length, m_left);
     QORFatalError(message.c_str(), nullptr, nullptr, nullptr, kSourceFile, __LINE__);
 }

@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char* kSourceFile = "ZYLMsgFeaMessaging/ZYLMsgTypes.m/src/ZYLMsgFileTransferType";
 
-/// The bytes of a body without any text: the code, eight lengths, the chunk's number and size.
+/// The bytes of a body without texts and chunk: the code, eight lengths, the chunk's number and size.
 constexpr std::int64_t kFixedSize = 44;
 
 struct StringField {

@@ -40,7 +40,7 @@ void ZYLMsgProcessControlEncoder::InternalizeProcessControlMsg(ZYLMsgProcessCont
     const ZYLString& killType = itr->second;
     ZYL_ASSERT(killType == "symconst");
 
-    // An element with others in it holds no kill value, whatever its own text is.
+    // An element with child elements has no kill value, whatever its own text is.
     ZYLString killVal;
     if (!root.HasChildElements()) {
         root.GetValue(killVal);

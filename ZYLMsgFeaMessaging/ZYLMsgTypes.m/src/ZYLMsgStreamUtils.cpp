@@ -4,7 +4,7 @@
 
 #include "ZYLMsgWireReader.h"
 
-// The numbers of the library's own messages, and of a solver's.
+// The number types of the library's own messages and of a solver's.
 template ZYLMSGMODULES_EXPORT unsigned int ZYLSimRpm_Swapper::ExternalizeScalar(char* out, const int& value);
 template ZYLMSGMODULES_EXPORT unsigned int ZYLSimRpm_Swapper::InternalizeScalar(const char* in, int& value);
 template ZYLMSGMODULES_EXPORT unsigned int ZYLSimRpm_Swapper::ExternalizeScalar(char* out,
@@ -14,7 +14,7 @@ template ZYLMSGMODULES_EXPORT unsigned int ZYLSimRpm_Swapper::InternalizeScalar(
 
 namespace {
 
-/// Taking its address makes the inline function a symbol of the library.
+/// Taking the address of the inline function makes it a symbol of the library.
 [[gnu::used]] constexpr auto kStreamZYLString = &ZYLMsgStreamUtils::StreamZYLString;
 
 }  // namespace

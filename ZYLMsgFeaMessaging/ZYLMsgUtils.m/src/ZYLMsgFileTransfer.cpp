@@ -1,5 +1,7 @@
 #include "ZYLMsgFileTransfer.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
@@ -29,13 +31,13 @@ namespace {
 
 constexpr const char* kSourceFile = "ZYLMsgFeaMessaging/ZYLMsgUtils.m/src/ZYLMsgFileTransfer";
 
-// Flags and permissions in the values of the home platform's C runtime; ZYLBasFileOps::Open maps them to the
-// host's.
+// Flags and permissions in the values of the home platform's C runtime; ZYLBasFileOps::Open maps them to
+// the host's.
 constexpr int kReadBinary = 0x8000;
 constexpr int kReadWriteCreateTruncateBinary = 0x8302;
 constexpr int kOwnerReadsAndWritesGroupReads = 0x1A0;
 
-// Of the three names of a file together: many times what a system takes for a path.
+// The limit for the three names of a file together, many times the longest path that a system accepts.
 constexpr size_t kLongestNames = 65536;
 
 int FlagsFor(bool isSender) {
@@ -50,7 +52,7 @@ ZYLString Text(const char* utf8) {
     return ZYLString::BuildFromUTF8(utf8);
 }
 
-// Whether the message that was sent last went to somebody.
+// Whether the target of the last message was there.
 bool WasTargetThere() {
     return ZYLMsgBBCallbackManager::IsPendingMessageStreamed();
 }
@@ -60,40 +62,40 @@ void SetFailure(ZYLMsgFileTransferOutcome& outcome, const std::string& text) {
     outcome.text = Text(text.c_str());
 }
 
-// For people, whatever the verbosity.
+// Writes a line on standard error, whatever the verbosity.
 void WriteLine(const std::string& text) {
     fprintf(stderr, "ZYLMsgFileTransfer: %s\n", text.c_str());
     fflush(stderr);
 }
 
-// Makes the caller's null texts empty ones.
+// Replaces the caller's null texts by empty ones.
 void FillNulls(std::initializer_list<const char**> texts) {
     for (const char** text : texts) {
         *text = QORText::OrEmpty(*text);
     }
 }
 
-// A failure is never silent, whatever the verbosity.
+// Reports a failure on standard error, whatever the verbosity.
 void WriteAlarm(const ZYLMsgFileTransferOutcome& outcome) {
     WriteLine(outcome.text.GetUTF8());
 }
 
-// The source's application is one of this process, as far as the engine can know.
+// Whether the source application is known to belong to this process.
 bool IsInThisProcess(const char* sourceApplication, const char* targetApplication) {
     const ZYLString source = Text(sourceApplication);
     return source == Text(targetApplication) || source == Text(ZYLMsgBBCallbackManager::MessageID());
 }
 
-// Names that are too long to be worth the memory that it takes to make a path of them are given as they
-// stand, which no system opens.
+// Names beyond the limit are only concatenated, which saves the memory of path resolution; no system opens
+// such a name.
 ZYLString FormPath(const char* baseDir, const char* jobDir, const char* fileName) {
     if (strlen(baseDir) + strlen(jobDir) + strlen(fileName) > kLongestNames) {
-        return Text((std::string(baseDir) + jobDir + fileName).c_str());
+        return Text(fmt::format("{}{}{}", baseDir, jobDir, fileName).c_str());
     }
     return ZYLMsgPathExplorer::FormPath(Text(baseDir), Text(jobDir), Text(fileName));
 }
 
-// What every message but a chunk has in common.
+// Sets the fields that all messages except chunks have in common.
 void SetControl(ZYLMsgFileTransferData& data, int dataType) {
     data.m_dataType = dataType;
     data.m_chunkId = -1;
@@ -344,7 +346,7 @@ int ZYLMsgFileTransfer::OpenToHold(const char* fileName) {
 int ZYLMsgFileTransfer::OpenInAllowedRoot(const char* fileName, int flags) {
     const char* name = nullptr;
     int root = -1;
-    // Names ascend, so that of those the file lies in the innermost comes last.
+    // The names ascend, so the innermost directory that contains the file comes last.
     for (auto itr = m_allowedRoots.begin(); itr != m_allowedRoots.end(); ++itr) {
         if (const char* beneath = ZYLBasUtlFilePath::NameBeneath(itr->first.GetUTF8(), fileName)) {
             name = beneath;
@@ -475,7 +477,7 @@ int ZYLMsgFileTransfer::ReceiveChunk(const char* sourceApplication, int chunkId,
     }
     ZYL_ASSERT(itr != m_receiveFileChunkIdMap.end() &&
                "**ERROR**, cannot write this chunk since we havent initialized the file for app");
-    // The number comes from outside and may be the least int there is.
+    // The number is not trusted: it may be INT_MIN, which must not overflow.
     const int previousId = static_cast<int>(static_cast<unsigned>(chunkId) - 1U);
     if (itr->second != previousId) {
         Log(1, "obtained incorrect file chunk from %s, expected %d got %d\n", sourceApplication, itr->second,
@@ -529,11 +531,11 @@ void ZYLMsgFileTransfer::NoteSourceFailure(const char* sourceApplication, const 
     Flush(4);
 }
 
-// For the fatal end that follows.
+// Precedes a fatal error.
 void ZYLMsgFileTransfer::ExplainNoOpenFile(const char* what, const char* sourceApplication) const {
     std::string open;
     for (auto itr = m_receiveFileMap.begin(); itr != m_receiveFileMap.end(); ++itr) {
-        open += (open.empty() ? "'" : ", '") + std::string(itr->first.GetUTF8()) + "'";
+        open += fmt::format("{}'{}'", open.empty() ? "" : ", ", itr->first.GetUTF8());
     }
     WriteLine(Texts::NoOpenFile(what, sourceApplication, open.empty() ? "none" : open.c_str()));
 }
@@ -633,9 +635,9 @@ int ZYLMsgFileTransfer::ApplicationLost(const char* application) {
     }
     m_lateConfirmationMap.erase(name);
     while (Wait* wait = OldestWait(Awaited::kConfirmation, &name)) {
-        wait->End({false, Text((lost + " before it confirmed the copy").c_str()), 0});
+        wait->End({false, Text(fmt::format("{} before it confirmed the copy", lost).c_str()), 0});
     }
-    // Of an outer wait the condition is met when the inner one has ended.
+    // Ends the innermost wait only: an outer one checks its own state when the inner one has ended.
     if (m_innermostWait != nullptr && m_innermostWait->m_isOver) {
         m_endingCondition = 0;
     }

@@ -4,8 +4,8 @@
 #include "ZYLMsgFileTransfer.h"
 #include "ZYLMsgHeldFile.h"
 
-/// A SendFile or ReceiveFile that is under way: a local object of the operation. They nest when a handler
-/// begins another one, and the engine knows the innermost.
+/// A SendFile or ReceiveFile under way: a local object of the operation. Waits nest when a handler begins
+/// another operation; the engine points to the innermost.
 struct ZYLMsgFileTransfer::Wait {
     Wait(ZYLMsgFileTransfer& engine, Awaited awaited, const char* application);
     ~Wait();
@@ -13,8 +13,7 @@ struct ZYLMsgFileTransfer::Wait {
     Wait& operator=(const Wait&) = delete;
 
     void Run();
-    /// Instead of a wait that has ended before it began: lets come what has come, such as the report of the
-    /// loss.
+    /// Replaces Run when there is nothing to wait for: delivers pending messages and loss reports.
     void Look();
     void End(const ZYLMsgFileTransferOutcome& outcome);
 
@@ -22,8 +21,8 @@ struct ZYLMsgFileTransfer::Wait {
     Wait* const m_outer;
     const Awaited m_awaited;
     const ZYLString m_application;         // the other side
-    ZYLString m_sender;                    // of a SendFile: its source application,
-    ZYLMsgHeldFile* m_sentFile = nullptr;  // and its file
+    ZYLString m_sender;                    // the source application of a SendFile
+    ZYLMsgHeldFile* m_sentFile = nullptr;  // the file of a SendFile
     bool m_isRunning = false;
     bool m_isOver = false;
     ZYLMsgFileTransferOutcome m_outcome;

@@ -1,17 +1,17 @@
 #ifndef ZYLMSGHELDFILE_H
 #define ZYLMSGHELDFILE_H
 
-/// A file that is not to be emptied while it is sent. It is held by a descriptor of its own, which outlives
-/// the engine's: a send that is started during another one takes that one over.
+/// A file that must not be emptied while it is sent. It has a descriptor of its own, because the engine's
+/// may be replaced: a send that begins during another one overwrites it.
 class ZYLMsgHeldFile {
   public:
-    /// The descriptor is adopted; a negative one holds nothing.
+    /// Adopts the descriptor; a negative one holds nothing.
     explicit ZYLMsgHeldFile(int descriptor);
     ~ZYLMsgHeldFile();
     ZYLMsgHeldFile(const ZYLMsgHeldFile&) = delete;
     ZYLMsgHeldFile& operator=(const ZYLMsgHeldFile&) = delete;
 
-    /// Ends the hold before its time.
+    /// Ends the hold early.
     void Release();
 
   private:

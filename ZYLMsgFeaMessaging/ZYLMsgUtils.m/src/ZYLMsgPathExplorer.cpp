@@ -20,7 +20,7 @@ ZYLString AbsolutePath(const ZYLString& name, const ZYLString& directory) {
 
 }  // namespace
 
-// The exported functions take their strings by value; a copy only counts up.
+// The exported functions take their strings by value; a copy only increments a count.
 // NOLINTBEGIN(performance-unnecessary-value-param)
 
 ZYLString ZYLMsgPathExplorer::FormPath(ZYLString baseDir, ZYLString jobDir, ZYLString fileName) {

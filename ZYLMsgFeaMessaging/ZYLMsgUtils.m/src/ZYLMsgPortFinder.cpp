@@ -9,11 +9,11 @@
 
 namespace {
 
-/// What every probe passes to the connector beside the port.
+/// The connector's arguments beside the port.
 constexpr int kBacklog = 10;
 constexpr int kAttempts = 2;
 
-/// The low 16 bits of a candidate: all that a connector takes of it.
+/// The low 16 bits of a candidate; a connector takes no more.
 unsigned short PortNumber(int candidate) {
     return static_cast<unsigned short>(candidate & 0xFFFF);
 }
