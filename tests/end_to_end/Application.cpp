@@ -1,6 +1,9 @@
 #include "Application.h"
 
+#include <fmt/format.h>
+
 #include <cstdio>
+#include <utility>
 
 #include "ZYLMsgBBAPI.h"
 #include "ZYLMsgBBCallbackManager.h"
@@ -9,10 +12,7 @@
 #include "ZYLMsgFileTransferType.h"
 #include "ZYLMsgStringType.h"
 
-void Tell(const std::string& line) {
-    std::printf("%s\n", line.c_str());
-    std::fflush(stdout);
-}
+namespace {
 
 int Domain() {
     int communicator = 0;
@@ -20,38 +20,56 @@ int Domain() {
     return communicator;
 }
 
-class Application::TextHandler : public ZYLMsgBBMessageHandler {
-  public:
-    explicit TextHandler(Application& application) : m_application(application) {}
-
+struct TextHandler : ZYLMsgBBMessageHandler {
+    explicit TextHandler(Application::OnText onText) : m_onText(std::move(onText)) {}
     void HandleMessage(const ZYLMsgBBMessage& message, const char* id) override {
-        std::string text(static_cast<std::size_t>(message.RequiredBufferSize()), '\0');
-        message.Stream(text.data(), message.RequiredBufferSize());
-        Tell(std::string(id) + ": " + text);
-        if (text == "done" && ++m_application.m_done == m_application.m_doneAwaited) {
-            m_application.endingCondition = 0;
-        }
+        const auto& text = static_cast<const ZYLMsgStringType&>(message);
+        m_onText(id, {text.Data(), static_cast<std::size_t>(text.Size())});
     }
-
-  private:
-    Application& m_application;
+    Application::OnText m_onText;
 };
 
-Application::Application(const std::string& name, const ZYLMsgBBDisconnectHandler* watch,
-                         ZYLMsgBBMessageHandler* texts, int verbosity)
-    : files(Domain(), nullptr, verbosity) {
+struct Watch : ZYLMsgBBDisconnectHandler {
+    Watch(ZYLMsgFileTransfer& files, Application::OnLoss onLoss)
+        : m_files(files), m_onLoss(std::move(onLoss)) {}
+    void DetectDisconnection(int pid, const char* app, const char* /*host*/,
+                             const char* /*user*/) const override {
+        m_files.ApplicationLost(app);
+        if (m_onLoss) {
+            m_onLoss(pid, app);
+        }
+    }
+    ZYLMsgFileTransfer& m_files;
+    Application::OnLoss m_onLoss;
+};
+
+}  // namespace
+
+void Tell(const std::string& line) {
+    std::printf("%s\n", line.c_str());
+    std::fflush(stdout);
+}
+
+Application::Application(const std::string& name, OnText onText, OnLoss onLoss, int verbosity)
+    : files(Domain(), nullptr, verbosity), m_watch(std::make_unique<Watch>(files, std::move(onLoss))) {
     static const ZYLMsgBBCallbackManager manager;  // deletes what it adopts when the process ends
+    if (!onText) {
+        onText = [this](const std::string& sender, const std::string& text) {
+            Tell(fmt::format("{}: {}", sender, text));
+            if (text == "done") {
+                End();
+            }
+        };
+    }
     ZYLMsgBBAPI::DeclareApplicationId(Domain(), name.c_str(), true);
     ZYLMsgBBCallbackManager::SetMessageID(name.c_str());
     ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(new ZYLMsgStringType,
-                                                      texts != nullptr ? texts : new TextHandler(*this));
+                                                      new TextHandler(std::move(onText)));
     ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(new ZYLMsgFileTransferType,
                                                       new ZYLMsgFileTransferHandler(&files));
+    ZYLMsgBBCallbackManager::AssociateDisconnectHandler(m_watch.get());
     ZYLMsgBBAPI::EnableReceiveHandling(Domain(), name.c_str());
-    if (watch != nullptr) {
-        ZYLMsgBBCallbackManager::AssociateDisconnectHandler(watch);
-        ZYLMsgBBAPI::EnableDisconnectHandling(Domain(), name.c_str());
-    }
+    ZYLMsgBBAPI::EnableDisconnectHandling(Domain(), name.c_str());
 }
 
 void Application::Say(const std::string& target, const std::string& text) {
@@ -60,8 +78,13 @@ void Application::Say(const std::string& target, const std::string& text) {
     ZYLMsgBBAPI::SendRequest(Domain(), target.c_str(), message);
 }
 
-void Application::ListenUntilDone(int times) {
-    m_doneAwaited = times;
-    endingCondition = m_done >= times ? 0 : -1;
-    ZYLMsgBBAPI::WaitingLoop(Domain(), -1, endingCondition);
+void Application::Listen() {
+    m_endingCondition = m_hasEnded ? 0 : -1;
+    ZYLMsgBBAPI::WaitingLoop(Domain(), -1, m_endingCondition);
+    m_hasEnded = false;
+}
+
+void Application::End() {
+    m_hasEnded = true;
+    m_endingCondition = 0;
 }

@@ -1,40 +1,38 @@
 #ifndef ZYL_TESTS_END_TO_END_APPLICATION_H
 #define ZYL_TESTS_END_TO_END_APPLICATION_H
 
+#include <functional>
+#include <memory>
 #include <string>
 
+#include "ZYLMsgBBDisconnectHandler.h"
 #include "ZYLMsgFileTransfer.h"
-
-class ZYLMsgBBDisconnectHandler;
-class ZYLMsgBBMessageHandler;
 
 /// Writes a line at once.
 void Tell(const std::string& line);
 
-/// The communicator of the domain in which all roles of a test meet.
-int Domain();
-
-/// What a role of a test needs to be an application: it takes part in file transfers, and writes each text
-/// that comes as the line "sender: text".
+/// The application that a role of a test plays in the domain "job". It takes part in file transfers, and
+/// ends those of lost applications.
 class Application {
   public:
-    /// With `texts`, which is adopted, the string messages go there instead. Neither handler is needed. The
+    using OnText = std::function<void(const std::string& sender, const std::string& text)>;
+    using OnLoss = std::function<void(int pid, const std::string& application)>;
+
+    /// Without `onText` it tells each text as the line "sender: text", and ends at the text "done". The
     /// lines of file transfers up to the level `verbosity` go to standard error.
-    explicit Application(const std::string& name, const ZYLMsgBBDisconnectHandler* watch = nullptr,
-                         ZYLMsgBBMessageHandler* texts = nullptr, int verbosity = 0);
+    explicit Application(const std::string& name, OnText onText = {}, OnLoss onLoss = {}, int verbosity = 0);
 
     static void Say(const std::string& target, const std::string& text);
-    /// Handles what comes until the text "done" has come `times` times, counted from the start.
-    void ListenUntilDone(int times = 1);
+    /// Handles what comes until End was called once since the last Listen.
+    void Listen();
+    void End();
 
     ZYLMsgFileTransfer files;
-    /// Never met by itself.
-    int endingCondition = -1;
 
   private:
-    class TextHandler;
-    int m_done = 0;
-    int m_doneAwaited = 0;
+    std::unique_ptr<ZYLMsgBBDisconnectHandler> m_watch;
+    bool m_hasEnded = false;
+    int m_endingCondition = -1;
 };
 
 #endif

@@ -1,6 +1,7 @@
 #include "Process.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/prctl.h>
@@ -98,8 +99,8 @@ std::string Process::Wait() {
     int status = 0;
     waitpid(m_pid, &status, 0);
     m_pid = -1;
-    return WIFSIGNALED(status) ? "signal " + std::to_string(WTERMSIG(status))
-                               : "status " + std::to_string(WEXITSTATUS(status));
+    return WIFSIGNALED(status) ? fmt::format("signal {}", WTERMSIG(status))
+                               : fmt::format("status {}", WEXITSTATUS(status));
 }
 
 EndToEnd::EndToEnd() {
@@ -107,6 +108,10 @@ EndToEnd::EndToEnd() {
     std::filesystem::permissions(m_directory / "backbone", std::filesystem::perms::owner_all);
     setenv("ZYL_BACKBONE_DIR", (m_directory / "backbone").c_str(), 1);
     RestartDeadline();
+}
+
+OnLane::OnLane() {
+    setenv("ZYL_BACKBONE_LANE", GetParam(), 1);
 }
 
 void EndToEnd::RestartDeadline() {

@@ -11,8 +11,8 @@
 
 #include "TemporaryDirectory.h"
 
-/// A real process that a test has started. What it writes, to either stream, comes back to the test. It does
-/// not outlive the test.
+/// A real process that a test has started. What it writes, to either stream, comes back to the test. It
+/// does not outlive the test.
 class Process {
   public:
     /// Plays `role`, whose result is the exit status, in a child of this process. The test itself never
@@ -24,7 +24,8 @@ class Process {
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
 
-    /// Waits for a line that holds `text` and returns it; without one the test fails, and the line is empty.
+    /// Waits for a line that holds `text` and returns it; without one the test fails, and the line is
+    /// empty.
     std::string AwaitLine(const std::string& text);
     void Kill(int signal) const;
     /// Waits for the end, of its own children too, and says how it came: "status 0", "signal 9".
@@ -53,6 +54,16 @@ class EndToEnd : public ::testing::Test {
 
     TemporaryDirectory m_directory;
 };
+
+/// A test whose lanes are those of the parameter, "memory" or "socket".
+class OnLane : public EndToEnd, public ::testing::WithParamInterface<const char*> {
+  protected:
+    OnLane();
+};
+
+inline std::string LaneName(const ::testing::TestParamInfo<const char*>& lane) {
+    return lane.param;
+}
 
 /// Makes a file of random bytes, its directory included.
 void MakeFile(const std::string& path, std::size_t size);

@@ -1,5 +1,6 @@
 // The programs that users run and copy: the examples, the command-line program and the text of the README.
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -12,13 +13,13 @@
 #include <regex>
 
 #include "Application.h"
+#include "EnvelopeLine.h"
 #include "Process.h"
-#include "Soak.h"
-#include "ZYLFeaBackbone.h"
 
 using ::testing::AllOf;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 using ::testing::Not;
 
 namespace {
@@ -46,7 +47,7 @@ class Analysis : public EndToEnd {
   protected:
     Analysis() { MakeFile(m_job + "/monitor/model.dat", 200'000); }
 
-    std::vector<std::string> Launch(const std::vector<std::string>& options = {}) const {
+    std::vector<std::string> Launch(const std::vector<std::string>& options) const {
         std::vector<std::string> command{Program("launcher"), m_job};
         command.insert(command.end(), options.begin(), options.end());
         return command;
@@ -59,53 +60,43 @@ class Analysis : public EndToEnd {
         return std::stoi(line.substr(line.rfind(' ')));
     }
 
-    void ExpectAllFilesCopied() const {
+    static void ExpectAllFilesCopied(const std::string& job, std::size_t size) {
         for (const char* file : {"/model.dat", "/restart.dat", "/result.dat", "/warnings.log"}) {
-            EXPECT_SAME_FILE(m_job + "/monitor" + file, m_job + "/solver" + file);
+            EXPECT_SAME_FILE(job + "/monitor" + file, job + "/solver" + file);
         }
-        EXPECT_EQ(FileBytes(m_job + "/monitor/result.dat").size(), 200'000U);
-        EXPECT_EQ(FileBytes(m_job + "/monitor/warnings.log").size(), 0U);
+        EXPECT_EQ(FileBytes(job + "/monitor/result.dat").size(), size);
+        EXPECT_EQ(FileBytes(job + "/monitor/warnings.log").size(), 0U);
     }
 
     std::string m_job = m_directory / "job";
 };
 
-TEST_F(Analysis, RunsToItsEnd) {
-    Process launcher(Launch());
-    EXPECT_EQ(launcher.Wait(), "status 0");
-    for (const char* line :
+TEST_F(Analysis, RunsToItsEndBesideAnotherThatTheMonitorStopsAndNothingIsLeft) {
+    const std::string other = m_directory / "other";
+    MakeFile(other + "/monitor/model.dat", 100'000);
+    Process whole({Program("launcher"), other});
+    Process stopped(Launch({"--stop-at=40", "--pause-at=50"}));
+    const std::pair<Process*, std::vector<std::string>> launchers[] = {
+        {&whole,
          {" solver ZYLMsgStringType (28 bytes): 'The solver says this itself.'\n",
           " relay ZYLMsgStringType (39 bytes): 'The solver says this through the relay.'\n",
           " solver ProgressMessage (28 bytes): 50 %, step 5, residual ",
           "'<Finished percent=\"100.000000\"/>'\n", "solver: finished at 100 %\n",
-          "monitor: the solver has gone at 100 %: Finished\n"}) {
-        EXPECT_THAT(launcher.Output(), HasSubstr(line));
-    }
-    ExpectAllFilesCopied();
-}
-
-TEST_F(Analysis, MeetsNoOther) {
-    const std::string other = m_directory / "other";
-    MakeFile(other + "/monitor/model.dat", 100'000);
-    Process first(Launch({"--pause-at=50", "--stop-at=50"}));
-    Process second({Program("launcher"), other, "--pause-at=50", "--stop-at=50"});
-    EXPECT_EQ(first.Wait(), "status 0") << first.Output();
-    EXPECT_EQ(second.Wait(), "status 0") << second.Output();
-    ExpectAllFilesCopied();
-    EXPECT_SAME_FILE(other + "/monitor/result.dat", other + "/solver/result.dat");
-    EXPECT_EQ(FileBytes(other + "/monitor/result.dat").size(), 100'000U);
-}
-
-TEST_F(Analysis, StopsCleanlyWhenTheMonitorAsksForIt) {
-    Process launcher(Launch({"--stop-at=40", "--pause-at=50"}));
-    EXPECT_EQ(launcher.Wait(), "status 0");
-    for (const char* line :
+          "monitor: the solver has gone at 100 %: Finished\n"}},
+        {&stopped,
          {"monitor: asks solver to stop\n", " monitor ZYLMsgProcessControlType (80 bytes): SOFT_KILL\n",
-          "solver: stopped cleanly at ", "%: Stopped\n"}) {
-        EXPECT_THAT(launcher.Output(), HasSubstr(line));
+          "solver: stopped cleanly at ", "%: Stopped\n"}},
+    };
+    for (const auto& [launcher, lines] : launchers) {
+        EXPECT_EQ(launcher->Wait(), "status 0");
+        for (const std::string& line : lines) {
+            EXPECT_THAT(launcher->Output(), HasSubstr(line));
+        }
     }
-    EXPECT_THAT(launcher.Output(), Not(HasSubstr(": 60 %,")));
-    ExpectAllFilesCopied();
+    EXPECT_THAT(stopped.Output(), Not(HasSubstr(": 60 %,")));
+    ExpectAllFilesCopied(other, 100'000);
+    ExpectAllFilesCopied(m_job, 200'000);
+    EXPECT_THAT(BackboneFiles(), IsEmpty());
 }
 
 TEST_F(Analysis, EndsForTheMonitorWhenTheSolverIsKilled) {
@@ -177,30 +168,16 @@ TEST_F(EndToEnd, ZylmsgSendsStringsAndKillsThatZylmsgPrints) {
     EXPECT_EQ(WithoutTimes(listener.Output()), lines);
 }
 
-/// A message as the backbone carries it; its callbacks carry no object along.
-struct Raw {
-    const char* type;
-    std::string bytes;
-    const char* line;
-};
-const Raw* g_raw = nullptr;
-
-void SendRaw(const Raw& message, const char* target) {
-    g_raw = &message;
-    SendRequest(
-        Domain(), target,
-        [](void* buffer, int size) {
-            g_raw->bytes.copy(static_cast<char*>(buffer), static_cast<std::size_t>(size));
-        },
-        [] { return static_cast<int>(g_raw->bytes.size()); }, [] { return g_raw->type; });
-}
-
-TEST_F(EndToEnd, ZylmsgListsWhatNobodyKnowsAndWhatMakesNoSense) {
+TEST(EnvelopeLine, ShowsWhatNobodyKnowsAndWhatMakesNoSense) {
     using namespace std::string_literals;
     const std::string id = "\1\0\0\0x"s;
     const std::string longest(400, 'a');
     const std::string cut = "x ZYLMsgStringType (401 bytes): '" + longest + "...'";
-    const Raw messages[] = {
+    const struct {
+        const char* type;
+        std::string bytes;
+        const char* line;
+    } messages[] = {
         {"Strain", id + "\0\x7f\xff 0123456789abcdef"s,
          "x Strain (20 bytes): first bytes 00 7f ff 20 30 31 32 33 34 35 36 37 38 39 61 62 ..."},
         {"Bell\a", id, "x Bell\\x07 (0 bytes): no bytes"},
@@ -235,21 +212,9 @@ TEST_F(EndToEnd, ZylmsgListsWhatNobodyKnowsAndWhatMakesNoSense) {
         {"ZYLMsgFileTransferType", id + "\6\0\0\0\xff"s,
          "x ZYLMsgFileTransferType (5 bytes): first bytes 06 00 00 00 ff"},
     };
-    Process sender([&] {
-        for (const Raw& message : messages) {
-            SendRaw(message, "me");
-        }
-        return 0;
-    });
-    Process listener(
-        {Program("zylmsg"), "--domain=job", "listen", "me", "--count", std::to_string(std::size(messages))});
-    EXPECT_EQ(sender.Wait(), "status 0");
-    EXPECT_EQ(listener.Wait(), "status 0");
-    std::string lines;
-    for (const Raw& message : messages) {
-        lines += std::string(message.line) + '\n';
+    for (const auto& [type, bytes, line] : messages) {
+        EXPECT_EQ(WithoutTimes(EnvelopeLine(type, bytes)), line);
     }
-    EXPECT_EQ(WithoutTimes(listener.Output()), lines);
 }
 
 TEST_F(EndToEnd, ZylmsgPutsAFileAndWaitsForTheConfirmationAlsoAfterOneThatWasKilled) {
@@ -259,11 +224,7 @@ TEST_F(EndToEnd, ZylmsgPutsAFileAndWaitsForTheConfirmationAlsoAfterOneThatWasKil
     const std::string there = m_directory / "there";
     std::filesystem::create_directory(there);
     Process target([] {
-        Application* self = nullptr;
-        const Losses losses([&](int, const std::string& lost) { self->files.ApplicationLost(lost.c_str()); });
-        Application me("target", &losses, nullptr, 4);
-        self = &me;
-        me.ListenUntilDone();
+        Application("target", {}, {}, 4).Listen();
         return 0;
     });
     Process killed(Zylmsg({"put", m_directory / "large", "target", there}));
