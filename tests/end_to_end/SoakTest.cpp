@@ -102,8 +102,11 @@ class RestartedPeer : public Soak {
         Application me(
             "sender",
             [&](const std::string&, const std::string& text) {
-                receiver = text.starts_with("hello ") ? NumberAfter("hello ", text) : receiver;
-                had = text;
+                if (text.starts_with("hello ")) {
+                    receiver = NumberAfter("hello ", text);
+                } else {
+                    had = text;
+                }
                 me.End();
             },
             [&](int pid, const std::string&) {
@@ -140,12 +143,21 @@ class RestartedPeer : public Soak {
         }
     }
 
+    /// Whichever of the two starts last finds the other there.
     static int Receiver() {
-        Application me("receiver", [](const std::string&, const std::string& text) {
-            Application::Say("sender", text == "start" ? fmt::format("hello {}", getpid())
-                                                       : fmt::format("{} at {}", text, getpid()));
-        });
-        Application::Say("sender", fmt::format("hello {}", getpid()));
+        const auto greet = [] { Application::Say("sender", fmt::format("hello {}", getpid())); };
+        Application me(
+            "receiver",
+            [&](const std::string&, const std::string& text) {
+                text == "start" ? greet()
+                                : Application::Say("sender", fmt::format("{} at {}", text, getpid()));
+            },
+            [&](int, const std::string& application) {
+                if (application == "sender") {
+                    greet();
+                }
+            });
+        greet();
         me.Listen();
         return 0;
     }
