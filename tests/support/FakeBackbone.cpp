@@ -5,10 +5,13 @@
 
 namespace {
 
-void Wait(int* endingCondition) {
+void Wait(int* endingCondition, int limit) {
     auto& script = FakeBackbone::Get().script;
     const int before = *endingCondition;
     while (before != 0 && *endingCondition == before) {
+        if (script.empty() && limit == 0) {
+            return;
+        }
         if (script.empty()) {
             fprintf(stderr, "FakeBackbone: a wait has nothing left to run\n");
             abort();
@@ -54,6 +57,9 @@ void AssociateDisconnectHandler(int communicator, const char* application,
 
 void SendRequest(int communicator, const char* target, ZYLFeaBackbone_StreamCallback stream,
                  ZYLFeaBackbone_SizeCallback size, ZYLFeaBackbone_TypeCallback type) {
+    if (!FakeBackbone::Get().isAnybodyThere) {
+        return;
+    }
     FakeBackbone::Message message{communicator, target, type(),
                                   std::string(static_cast<size_t>(size()), '?')};
     stream(message.bytes.data(), static_cast<int>(message.bytes.size()));
@@ -65,10 +71,10 @@ void SendRequest(int communicator, const char* target, ZYLFeaBackbone_StreamCall
 
 void WaitingLoop(int communicator, int limit, int* endingCondition) {
     Record("WaitingLoop(", std::to_string(communicator), ", ", std::to_string(limit), ")");
-    Wait(endingCondition);
+    Wait(endingCondition, limit);
 }
 
 void BBSysLoopWait(int* endingCondition, int limit) {
     Record("BBSysLoopWait(", std::to_string(limit), ")");
-    Wait(endingCondition);
+    Wait(endingCondition, limit);
 }

@@ -26,6 +26,7 @@ struct FakeBackbone {
     ZYLFeaBackbone_DisconnectCallback disconnect = nullptr;  ///< the last one associated
     std::vector<Message> sent;
     std::function<void(const Message&)> onSend;  ///< called after a message was recorded, where it is set
+    bool isAnybodyThere = true;                  ///< else every message is dropped and waits of 0 ms end
     std::deque<std::function<void()>> script;    ///< what waits run, from the front
     int nextCommunicator = 1;
 };

@@ -9,7 +9,6 @@
 #include <optional>
 #include <sstream>
 
-#include "../foundation/AllocationFaults.h"
 #include "FileTransferFixture.h"
 
 namespace fs = std::filesystem;
@@ -43,6 +42,19 @@ TEST_F(FileTransfer, EveryFlowCopiesFilesOfEverySize) {
     EXPECT_EQ(OpenDescriptors(), openBefore);
     // Of the three, ISendFile alone does not wait.
     EXPECT_EQ(m_backbone.calls, std::vector<std::string>(10, "WaitingLoop(1, -1)"));
+}
+
+TEST_F(FileTransfer, NullTextsAreEmptyOnesAndAnotherCommunicatorServesAll) {
+    ZYLMsgFileTransfer& engine = Add("", 4).m_engine;
+    engine.SetCommunicatorId(9);
+    for (const Operation flow : {kSendFile, kISendFile, kReceiveFile}) {
+        EXPECT_EQ((engine.*flow)(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr), 0);
+        Deliver();
+    }
+    EXPECT_EQ(engine.ApplicationLost(nullptr), 0);
+    EXPECT_THAT(Log(""), testing::Not(HasSubstr("null")));
+    EXPECT_THAT(m_backbone.sent, testing::Each(testing::Field(&FakeBackbone::Message::communicator, 9)));
+    EXPECT_THAT(m_backbone.calls, testing::Each("WaitingLoop(9, -1)"));
 }
 
 std::string Wire(int value) {
@@ -124,30 +136,6 @@ TEST_F(FileTransfer, LogHasTheLinesOfItsLevel) {
     }
 }
 
-TEST_F(FileTransfer, EngineThatCannotBeMadeLeavesNothing) {
-    const int before = AllocationFaults::LiveBlocks();
-    bool isMade = false;
-    for (int nth = 1; !isMade; ++nth) {
-        AllocationFaults::FailAt(nth);
-        try {
-            const ZYLMsgFileTransfer engine(1, nullptr, 0);
-            isMade = true;
-        } catch (const std::bad_alloc&) {
-            EXPECT_EQ(AllocationFaults::LiveBlocks(), before) << nth;
-        }
-    }
-    AllocationFaults::FailAt(0);
-}
-
-TEST_F(FileTransfer, LogGoesToStandardErrorWithoutAStream) {
-    for (const int verbosity : {0, 1}) {
-        testing::internal::CaptureStderr();
-        ZYLMsgFileTransfer(1, nullptr, verbosity).SendISendCompletion("T");
-        EXPECT_EQ(testing::internal::GetCapturedStderr(),
-                  verbosity == 0 ? "" : "::SendISendCompletion Application=T \n");
-    }
-}
-
 TEST_F(FileTransfer, FilesOfTwoSourcesStaySeparateWhenTheirChunksMix) {
     Application& t = Add("T");
     for (const std::string name : {"1", "2"}) {
@@ -207,8 +195,6 @@ TEST_F(FileTransfer, AFailureIsAnOutcomeOfBothSidesAndOneLineOnStandardError) {
         {"T", "cannot open file /T/job/out: " + missing, 0, [&] { fs::remove_all(m_directory / "T/job"); },
          "isSender 0 fileId -1\nZYLMsgFileTransfer::OpenFile Opening file /T/job/out Failed\nopened file "
          "out"},
-        {"T", "cannot open file /T/job/out: Is a directory", 0,
-         [&] { fs::remove(Out()), fs::create_directory(Out()); }, "isSender 0 fileId -1\n"},
         {"T", "cannot write all of file /T/job/out: File too large", 70'000, [&] { disk.emplace(70'000); },
          "::WriteChunk bytesWritten=65536\n::ReceiveChunk sourceApplication=S chunkId=2 chunkSize=65536\n"
          "updating chunkId 2 for source Application S\n::WriteChunk sourceApplication=S chunkSize=65536\n"
@@ -242,6 +228,35 @@ TEST_F(FileTransfer, AFailureIsAnOutcomeOfBothSidesAndOneLineOnStandardError) {
     }
 }
 
+TEST_F(FileTransfer, AFileSentOntoItselfKeepsItsBytes) {
+    const Application& s = Add("S");
+    Add("T");
+    Write(In(), "abc");
+    fs::create_symlink(In(), Out());
+    Run(kSendFile);
+    const std::string held = "it is being sent, or locked by another program, and keeps its bytes";
+    EXPECT_EQ(Outcome("S"), "T reports: cannot open file /T/job/out: " + held + " after 3");
+    ZYLMsgFileTransfer& engine = m_applications.at("S")->m_engine;
+    ZYLMsgBBCallbackManager::SetMessageID("S");
+    engine.ReceiveFile("S", s.m_base.c_str(), "job", "in", "S", s.m_base.c_str(), "job", "in");
+    EXPECT_EQ(Outcome("S"), "cannot open file /S/job/in: " + held + " after 0");
+    EXPECT_EQ(Read(In()), "abc");
+}
+
+TEST_F(FileTransfer, NobodyWaitsForAnApplicationThatIsNotThere) {
+    const Application& s = Add("S");
+    const Application& t = Add("T");
+    Write(In(), "abc");
+    m_backbone.isAnybodyThere = false;
+    for (const Operation flow : {kSendFile, kISendFile, kReceiveFile}) {
+        Run(flow);
+        EXPECT_EQ(
+            Outcome(flow == kReceiveFile ? "T" : "S"),
+            std::string("application ") + (flow == kReceiveFile ? "S" : "T") + " was not there after 0");
+        EXPECT_TRUE(s.IsIdle() && t.IsIdle());
+    }
+}
+
 TEST_F(FileTransfer, WordsOfTheOtherSideAreEscapedAndBounded) {
     const std::string base = m_directory.Path();
     ZYLMsgFileTransfer& engine = Add("T").m_engine;
@@ -258,16 +273,6 @@ TEST_F(FileTransfer, WordsOfTheOtherSideAreEscapedAndBounded) {
     engine.ReceiveISendCompletion("S");
     EXPECT_THAT(Outcome("T"), HasSubstr("...: File name too long"));
     EXPECT_LT(Outcome("T").size(), 6000U);
-}
-
-TEST_F(FileTransfer, NullTextsAreEmptyOnes) {
-    ZYLMsgFileTransfer& engine = Add("", 4).m_engine;
-    for (const Operation flow : {kSendFile, kISendFile, kReceiveFile}) {
-        EXPECT_EQ((engine.*flow)(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr), 0);
-        Deliver();
-    }
-    EXPECT_EQ(engine.ApplicationLost(nullptr), 0);
-    EXPECT_THAT(Log(""), testing::Not(HasSubstr("null")));
 }
 
 TEST_F(FileTransfer, AWaitThatAnotherTransferEndsDoesNotLookDone) {
@@ -341,16 +346,6 @@ TEST_F(FileTransfer, SendDuringASendWarnsAndGoesOnWithoutClosingTheEarlierFile) 
     EXPECT_EQ(close(earlier), 0);
 }
 
-TEST_F(FileTransfer, NextMessageAndWaitUseTheNewCommunicator) {
-    Application& s = Add("S");
-    Add("T");
-    EXPECT_EQ(s.m_engine.SetCommunicatorId(9), 0);
-    Run(kSendFile);
-    EXPECT_EQ(m_backbone.sent[0].communicator, 9);
-    EXPECT_EQ(m_backbone.sent[1].communicator, 9);
-    EXPECT_THAT(m_backbone.calls, ElementsAre("WaitingLoop(9, -1)"));
-}
-
 std::string Death(const std::string& line, const std::string& condition) {
     return line + ".*AssertionFailed:.*" + condition +
            ".*ZYLMsgFeaMessaging/ZYLMsgUtils.m/src/ZYLMsgFileTransfer:";
@@ -390,22 +385,6 @@ TEST_F(FileTransfer, BrokenProtocolEndsTheReceiver) {
     close(engine.m_receiveFileMap.begin()->second);
     engine.ReceiveISendCompletion("S");
     EXPECT_THAT(engine.LastOutcome().text.GetUTF8(), HasSubstr("/out: Bad file descriptor"));
-}
-
-TEST_F(FileTransfer, LostContentMessageIsFatalWhereverItIsNeeded) {
-    ZYLMsgFileTransfer engine(1, nullptr, 0);
-    const std::function<void()> uses[] = {
-        [&] { engine.Send("", "", "", "", "", "", "", ""); },
-        [&] { engine.ReceiveFile("", "", "", "", "", "", "", ""); },
-        [&] { engine.ReadChunk(); },
-        [&] { engine.SendChunk("T"); },
-        [&] { engine.ReceiveChunk("S", 1, 1, "a"); },
-        [&] { engine.ReceiveISendCompletion("S"); },
-        [&] { engine.~ZYLMsgFileTransfer(); },
-    };
-    for (const auto& use : uses) {
-        EXPECT_DEATH((engine.m_contentMsg = nullptr, use()), Death("", "m_contentMsg != NULL"));
-    }
 }
 
 }  // namespace

@@ -16,22 +16,17 @@ TEST(PortFinder, RunsThroughTheRangesItIsGiven) {
         std::vector<int> candidates;
     } cases[] = {
         {"700-702", {700, 701, 702, 700, 701}},
-        {"700", {700, 700}},
         {"700-702,800", {700, 701, 702, 800, 700}},
         {"9-9,5,9", {9, 5, 9, 9, 5}},  // neither sorted nor merged
         {"0,0-10,abc,12x,10-5,10-x,7", {7, 7}},
         {"10-", {10, 10}},
-        {"10--20", {10, 10}},
         {"10-12-99", {10, 11, 12, 10}},
         {" 10-\t11", {10, 11, 10}},
         {"10 -11,7", {7, 7}},
-        {"+10", {10, 10}},
         {"-10,7", {7, 7}},
         {"5,,7", {5, 5}},
-        {"5,", {5, 5}},
         {",5", {0, 0}},
         {"", {0, 0}},
-        {"x", {0, 0}},
         {"2147483646-99999999999999999999", {2147483646, 2147483647, 2147483646}},
         {"-99999999999999999999,7-4294967298", {7, 8}},
     };
@@ -79,17 +74,13 @@ TEST(PortFinder, WithoutRangesMakesOneAttemptWithAPortOfTheSystemsChoice) {
     }
 }
 
-TEST(PortFinder, EndsAtACandidateWhoseLow16BitsAre0) {
+TEST(PortFinder, TriesTheLow16BitsOfALargeCandidateUntilTheyAre0) {
+    const PortBlock ports;
+    EXPECT_EQ(ZYLMsgPortFinder(std::to_string(65536 + ports[0]).c_str()).FindOpenPort(), ports[0]);
+    EXPECT_GT(ZYLMsgPortFinder("65536").FindOpenPort(), 0) << "the first candidate: the system's choice";
     ZYLMsgPortFinder finder("65535-70000");  // a connector that reports 65535 holds no port
     EXPECT_EQ(finder.FindOpenPort(), 0);
     EXPECT_EQ(finder.GetPort(), 65537);
-}
-
-TEST(PortFinder, TriesTheLow16BitsOfALargeCandidate) {
-    const PortBlock ports;
-    EXPECT_EQ(ZYLMsgPortFinder(std::to_string(65536 + ports[0]).c_str()).FindOpenPort(), ports[0]);
-    EXPECT_GT(ZYLMsgPortFinder("65536").FindOpenPort(), 0)
-        << "as the first candidate it leaves the choice to the system";
 }
 
 }  // namespace
