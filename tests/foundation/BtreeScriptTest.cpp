@@ -121,13 +121,25 @@ class BtreeScriptTest : public testing::Test {
         return content;
     }
 
-    static void ExpectDescendingWalk(const Map& map, const Model& model) {
+    /// Walks to and fro, from one end to beyond either.
+    void ExpectWalk(const Map& map, const Model& model) {
         cow_BtreeIterator<Key, Value> iterator(map);
-        iterator.Last();
-        for (auto expected = model.rbegin(); expected != model.rend(); ++expected, iterator.Previous()) {
+        EXPECT_TRUE(iterator.IsDone());
+        const bool fromTheFront = Random(2) == 0;
+        auto expected = fromTheFront || model.empty() ? model.begin() : std::prev(model.end());
+        fromTheFront ? iterator.First() : iterator.Last();
+        while (expected != model.end()) {
             ASSERT_FALSE(iterator.IsDone());
             ASSERT_EQ(Keys::ModelOf(iterator.CurrentKey()), expected->first);
+            ASSERT_EQ(iterator.CurrentValue(), expected->second);
             ASSERT_EQ(map.ConstGet(iterator.CurrentKey()), expected->second);
+            if ((Random(4) == 0) != fromTheFront) {
+                iterator.Next();
+                ++expected;
+            } else {
+                iterator.Previous();
+                expected = expected == model.begin() ? model.end() : std::prev(expected);
+            }
         }
         ASSERT_TRUE(iterator.IsDone());
     }
@@ -136,7 +148,7 @@ class BtreeScriptTest : public testing::Test {
         BtreeChecker<Key, Value> checker;
         for (const Version& version : m_versions) {
             ASSERT_EQ(ContentOf(*version.map), version.model);
-            ExpectDescendingWalk(*version.map, version.model);
+            ExpectWalk(*version.map, version.model);
             checker.Add(*version.map, version.depths);
         }
         checker.CheckCounts();
