@@ -5,9 +5,6 @@
 #include "ZYLMsgBBCallbackManager.h"
 #include "ZYLMsgBBDisconnectHandler.h"
 #include "ZYLMsgBBMessageHandler.h"
-#include "ZYLMsgProcessControlEncoder.h"
-#include "ZYLMsgProcessControlType.h"
-#include "ZYLMsgProcessControlTypeFactory.h"
 #include "ZYLMsgStringType.h"
 
 using testing::ElementsAre;
@@ -52,21 +49,11 @@ TEST_F(Bridge, ForwardsItsArgumentsUnchanged) {
 
 TEST_F(Bridge, WaitsUntilAHandlerChangesTheCondition) {
     int condition = -1;
-    int ran = 0;
-    for (int wait = 0; wait < 2; ++wait) {
-        m_backbone.script.push_back([&] { ++ran; });
-        m_backbone.script.push_back([&] { condition = 0; });
-    }
+    m_backbone.script.push_back([&] { condition = 0; });
     ZYLMsgBBAPI::WaitingLoop(3, -1, condition);
     EXPECT_EQ(condition, 0);
-    EXPECT_EQ(ran, 1);
-    ZYLMsgBBAPI::WaitingLoop(3, 5, condition);
-    EXPECT_EQ(ran, 1);
-    condition = -1;
     ZYLMsgBBAPI::BBSysLoopWait(condition, 250);
-    EXPECT_EQ(ran, 2);
-    EXPECT_THAT(m_backbone.calls,
-                ElementsAre("WaitingLoop(3, -1)", "WaitingLoop(3, 5)", "BBSysLoopWait(250)"));
+    EXPECT_THAT(m_backbone.calls, ElementsAre("WaitingLoop(3, -1)", "BBSysLoopWait(250)"));
 }
 
 TEST_F(Bridge, SendsTheMessageAtHandBehindTheIdentifier) {
@@ -81,16 +68,6 @@ TEST_F(Bridge, SendsTheMessageAtHandBehindTheIdentifier) {
         m_backbone.sent,
         ElementsAre(FakeBackbone::Message{1, "", "ZYLMsgStringType", {"\0\0\0\0hi", 6}},
                     FakeBackbone::Message{2, "second", "ZYLMsgStringType", {"\3\0\0\0p\xc3\xa9", 7}}));
-}
-
-TEST_F(Bridge, SendsAKillMadeByHandLikeOneOfTheFactory) {
-    ZYLMsgProcessControlType kill;
-    kill.m_processControlType = ZYLMsgProcessControlType::PROCESS_CONTROL_KILL;
-    kill.m_attributes[ZYLString::BuildFromUTF8("Kill")] = ZYLString::BuildFromUTF8("HARD_KILL");
-    ZYLMsgProcessControlEncoder::ExternalizeProcessControlMsg(kill);
-    ZYLMsgBBAPI::SendRequest(1, "a", kill);
-    ZYLMsgBBAPI::SendRequest(1, "a", *ZYLMsgProcessControlTypeFactory::CreateHardKillMsg());
-    EXPECT_EQ(m_backbone.sent[0], m_backbone.sent[1]);
 }
 
 TEST_F(Bridge, HandsMessagesAndLossesToTheHandlers) {

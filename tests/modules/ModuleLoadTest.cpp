@@ -42,52 +42,24 @@ void UseRegistries() {
 
 }  // namespace
 
+#define STAND_IN(library, name)                 \
+    void library##_initialize(int& /*count*/) { \
+        Initialised(name);                      \
+    }                                           \
+    void library##_finalize(int& /*count*/) {   \
+        Finalised(name);                        \
+    }
+STAND_IN(ZYLSimContainers, "containers ")
+STAND_IN(ZYLBasXmlDocument, "document ")
+STAND_IN(ZYLBasXmlParser, "parser ")
+STAND_IN(ZYLBasShared, "shared ")
+STAND_IN(ZYLBasCoreUtils, "core ")
+STAND_IN(ZYLBasGenericsLib, "generics ")
+STAND_IN(ZYLBasAlloc, "alloc ")
+
 void ZYLSimPoolManager_initialize(int& /*count*/) {
     Initialised("pool ");
     ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(new ZYLMsgStringType, new Handler);
-}
-void ZYLSimContainers_initialize(int& /*count*/) {
-    Initialised("containers ");
-}
-void ZYLBasXmlDocument_initialize(int& /*count*/) {
-    Initialised("document ");
-}
-void ZYLBasXmlParser_initialize(int& /*count*/) {
-    Initialised("parser ");
-}
-void ZYLBasShared_initialize(int& /*count*/) {
-    Initialised("shared ");
-}
-void ZYLBasCoreUtils_initialize(int& /*count*/) {
-    Initialised("core ");
-}
-void ZYLBasGenericsLib_initialize(int& /*count*/) {
-    Initialised("generics ");
-}
-void ZYLBasAlloc_initialize(int& /*count*/) {
-    Initialised("alloc ");
-}
-
-void ZYLBasAlloc_finalize(int& /*count*/) {
-    Finalised("alloc ");
-}
-void ZYLBasGenericsLib_finalize(int& /*count*/) {
-    Finalised("generics ");
-}
-void ZYLBasCoreUtils_finalize(int& /*count*/) {
-    Finalised("core ");
-}
-void ZYLBasShared_finalize(int& /*count*/) {
-    Finalised("shared ");
-}
-void ZYLBasXmlParser_finalize(int& /*count*/) {
-    Finalised("parser ");
-}
-void ZYLBasXmlDocument_finalize(int& /*count*/) {
-    Finalised("document ");
-}
-void ZYLSimContainers_finalize(int& /*count*/) {
-    Finalised("containers ");
 }
 void ZYLSimPoolManager_finalize(int& /*count*/) {
     Finalised("pool ");

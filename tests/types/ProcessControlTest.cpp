@@ -3,7 +3,6 @@
 #include <memory>
 
 #include "ExpectFatal.h"
-#include "MemoryStream.h"
 #include "MessageBytes.h"
 #include "ZYLMsgProcessControlEncoder.h"
 #include "ZYLMsgProcessControlType.h"
@@ -16,10 +15,7 @@ namespace {
 
 const std::string kSources = "ZYLMsgFeaMessaging/ZYLMsgTypes.m/src/";
 const std::string kEncoder = kSources + "ZYLMsgProcessControlEncoder";
-const std::string kSoft =
-    "<?xml version=\"1.0\" encoding=\"utf-8\"?><Kill type=\"symconst\">SOFT_KILL</Kill>";
-const std::string kHard =
-    "<?xml version=\"1.0\" encoding=\"utf-8\"?><Kill type=\"symconst\">HARD_KILL</Kill>";
+const std::string kHard = "<Kill type=\"symconst\">HARD_KILL</Kill>";
 
 ZYLString Text(const char* text) {
     return ZYLString::BuildFromUTF8(text);
@@ -30,42 +26,24 @@ std::string Body(const std::string& document) {
     return std::string(1, static_cast<char>(document.size())) + "\0\0\0"s + document;
 }
 
-void ExpectKill(const Message& message, const std::string& value, const std::string& document) {
-    EXPECT_EQ(message.ControlType(), Message::PROCESS_CONTROL_KILL);
-    EXPECT_TRUE(message.isPresent(Text("Kill")));
-    EXPECT_EQ(message.GetVal(Text("Kill")).GetUTF8(), value);
-    EXPECT_EQ(BodyOf(message), Body(document));
-}
-
 TEST(ProcessControl, KillsArriveAsTheyWereSent) {
-    struct {
-        ZYLBasSharedPtr<ZYLMsgBBMessage> sent;
-        const char* value;
-        const std::string& document;
-    } const cases[] = {{ZYLMsgProcessControlTypeFactory::CreateSoftKillMsg(), "SOFT_KILL", kSoft},
-                       {ZYLMsgProcessControlTypeFactory::CreateHardKillMsg(), "HARD_KILL", kHard}};
-    for (const auto& c : cases) {
-        ASSERT_EQ(c.document.size(), 76u);
-        EXPECT_EQ(c.sent.PRIVATEGetCounter()->m_count, 1u);
-        EXPECT_STREQ(c.sent->Type(), "ZYLMsgProcessControlType");
-        ExpectKill(dynamic_cast<const Message&>(*c.sent), c.value, c.document);
-        auto received = std::make_unique<Message>();
-        UnstreamFrom(Body(c.document), *received);
-        const std::unique_ptr<Message> clone(received->Clone());
-        received.reset();
-        ExpectKill(*clone, c.value, c.document);
-        MemoryStream out;
-        clone->Print(out.Get(), "> ");
-        EXPECT_EQ(out.Flushed(),
-                  "> Message Type: ZYLMsgProcessControlType\n>    Content: " + c.document + "\n");
+    const std::pair<ZYLBasSharedPtr<ZYLMsgBBMessage>, const char*> kills[] = {
+        {ZYLMsgProcessControlTypeFactory::CreateSoftKillMsg(), "SOFT_KILL"},
+        {ZYLMsgProcessControlTypeFactory::CreateHardKillMsg(), "HARD_KILL"}};
+    for (const auto& [sent, value] : kills) {
+        Message received;
+        EXPECT_TRUE(received.GetVal(Text("Kill")).IsEmpty() && !received.isPresent(Text("Kill")));
+        EXPECT_EQ(received.ControlType(), Message::PROCESS_CONTROL_NONE);
+        UnstreamFrom(BodyOf(*sent), received);
+        const std::unique_ptr<Message> clone(received.Clone());
+        const auto* const original = dynamic_cast<const Message*>(sent.get());
+        for (const Message* message :
+             {original, static_cast<const Message*>(&received), static_cast<const Message*>(clone.get())}) {
+            EXPECT_EQ(message->ControlType(), Message::PROCESS_CONTROL_KILL);
+            EXPECT_TRUE(message->isPresent(Text("Kill")));
+            EXPECT_STREQ(message->GetVal(Text("Kill")).GetUTF8(), value);
+        }
     }
-}
-
-TEST(ProcessControl, AskingForAnAttributeDoesNotAddIt) {
-    const Message message;
-    EXPECT_TRUE(message.GetVal(Text("Kill")).IsEmpty());
-    EXPECT_FALSE(message.isPresent(Text("Kill")));
-    EXPECT_EQ(message.ControlType(), Message::PROCESS_CONTROL_NONE);
 }
 
 TEST(ProcessControl, DecodesWhatDiffersInSyntaxOnlyAndKeepsAnEarlierAttribute) {
@@ -83,14 +61,11 @@ TEST(ProcessControl, RefusesDocumentsThatAreNoKill) {
         std::string document, message;
     } const cases[] = {
         {"SOFT_KILL", "hr == S_OK"},
-        {kSoft.substr(0, 70), "hr == S_OK"},
         {"<kill type=\"symconst\">SOFT_KILL</kill>", "rootTagName == \"Kill\""},
         {"<Kill>SOFT_KILL</Kill>", "atts.size() == 1"},
         {"<Kill type=\"symconst\" a=\"b\">SOFT_KILL</Kill>", "atts.size() == 1"},
         {"<Kill Type=\"symconst\">SOFT_KILL</Kill>", "itr != atts.end()"},
         {"<Kill type=\"SymConst\">SOFT_KILL</Kill>", "killType == \"symconst\""},
-        {"<Kill type=\"symconst\">soft_kill</Kill>", wrongText},
-        {"<Kill type=\"symconst\">KILL</Kill>", wrongText},
         {"<Kill type=\"symconst\"> SOFT_KILL</Kill>", wrongText},
         {"<Kill type=\"symconst\"/>", wrongText},
         {"<Kill type=\"symconst\">SOFT_KILL<a/></Kill>", wrongText},
@@ -103,7 +78,7 @@ TEST(ProcessControl, RefusesDocumentsThatAreNoKill) {
 }
 
 TEST(ProcessControl, RefusesLengthsBelowOne) {
-    for (const std::string& body : {"\0\0\0\0"s, "\0\0\0\0x"s, "\xff\xff\xff\xffx"s, "\0\0\0\x80"s}) {
+    for (const std::string& body : {"\0\0\0\0x"s, "\xff\xff\xff\xffx"s}) {
         Message message;
         EXPECT_FATAL(UnstreamFrom(body, message), "len > 0", kSources + "ZYLMsgProcessControlType");
     }

@@ -11,36 +11,23 @@ using namespace std::string_literals;
 namespace {
 
 TEST(StreamUtils, WritesAndReadsStringsAtTheRunningOffset) {
-    struct {
-        const char* text;
-        std::string bytes;
-    } const cases[] = {{"", "\0\0\0\0"s}, {"abc", "\3\0\0\0abc"s}, {"\xc3\xa9", "\2\0\0\0\xc3\xa9"s}};
     char buffer[32] = "?";
-    std::string expected = "?";
     int written = 1;
-    for (const auto& c : cases) {
-        ZYLMsgStreamUtils::StreamZYLString(ZYLString::BuildFromUTF8(c.text), buffer, written);
-        expected += c.bytes;
-        EXPECT_EQ(std::string(buffer, static_cast<std::size_t>(written)), expected);
+    for (const char* text : {"", "abc", "\xc3\xa9"}) {
+        ZYLMsgStreamUtils::StreamZYLString(ZYLString::BuildFromUTF8(text), buffer, written);
     }
+    EXPECT_EQ(std::string(buffer, static_cast<std::size_t>(written)),
+              "?\0\0\0\0\3\0\0\0abc\2\0\0\0\xc3\xa9"s);
+    buffer[10] = '\0';  // a NUL ends a received text but not the item
     int read = 1;
-    for (const auto& c : cases) {
+    for (const char* expected : {"", "a", "\xc3\xa9"}) {
         ZYLString text = ZYLString::BuildFromUTF8("old");
         const ZYLString copy = text;
         ZYLMsgStreamUtils::UnstreamZYLString(text, buffer, read);
-        EXPECT_STREQ(text.GetUTF8(), c.text);
-        EXPECT_STREQ(copy.GetUTF8(), "old");
+        EXPECT_EQ(text, expected);
+        EXPECT_EQ(copy, "old");
     }
     EXPECT_EQ(read, written);
-}
-
-TEST(StreamUtils, NulEndsAReceivedTextButNotTheItem) {
-    const std::string item = "\3\0\0\0a\0b"s;
-    ZYLString text;
-    int offset = 0;
-    ZYLMsgStreamUtils::UnstreamZYLString(text, item.data(), offset);
-    EXPECT_STREQ(text.GetUTF8(), "a");
-    EXPECT_EQ(offset, 7);
 }
 
 TEST(StreamUtils, RefusesLengthsThatCannotBe) {
