@@ -178,9 +178,13 @@ class RestartedPeer : public Soak {
 int Keep(const std::function<int()>& role) {
     for (std::minstd_rand random(1);;) {
         std::fflush(nullptr);
+        const pid_t keeper = getpid();
         const pid_t pid = fork();
         if (pid == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
+            if (getppid() != keeper) {
+                _exit(EXIT_FAILURE);  // it was killed before that call
+            }
             std::exit(role());
         }
         if (random() % 4 == 0) {

@@ -94,24 +94,14 @@ TEST(SocketConnector, ForPort0HoldsOneNumberForBothFamilies) {
     }
 }
 
-TEST(SocketConnector, WithoutIpv6HoldsThePortForIpv4Alone) {
+TEST(SocketConnector, DoesWithoutIpv6ButReportsAnyOtherErrorAndHoldsNothing) {
     const PortBlock ports;
     QORSocketConnector connector = Connector(ports[0]);
-    {
-        const SocketFault noIpv6(AF_INET6, EAFNOSUPPORT);
-        EXPECT_EQ(connector.Declare(nullptr), 0);
-    }
-    EXPECT_EQ(connector.GetPort(), ports[0]);
-    EXPECT_LT(TestSocket::BoundIpv4(ports[0], INADDR_ANY).Descriptor(), 0);
-}
-
-TEST(SocketConnector, ReportsTheErrorOfEitherFamilyAndHoldsNothing) {
-    const PortBlock ports;
-    QORSocketConnector connector = Connector(ports[0]);
-    for (const int family : {AF_INET, AF_INET6}) {
-        const SocketFault fault(family, EMFILE);
-        EXPECT_EQ(connector.Declare(nullptr), EMFILE);
-        EXPECT_EQ(connector.GetPort(), QORSocketConnector::kNoPort);
+    for (const auto& [family, error] :
+         {std::pair(AF_INET6, EAFNOSUPPORT), {AF_INET, EMFILE}, {AF_INET6, EMFILE}}) {
+        const SocketFault fault(family, error);
+        EXPECT_EQ(connector.Declare(nullptr), error == EMFILE ? EMFILE : 0);
+        EXPECT_EQ(connector.GetPort(), error == EMFILE ? QORSocketConnector::kNoPort : ports[0]);
     }
     EXPECT_FALSE(BoundByOthers(ports[0]));
 }
