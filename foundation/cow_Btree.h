@@ -8,17 +8,17 @@
 #include "cow_BtreeValue.h"
 #include "mem_AllocationOperators.h"
 
-/// An ordered map with unique keys whose copies share their nodes: copying or assigning a map takes constant
-/// time and one small allocation, and a map that is then changed copies only the shared nodes on the path of
-/// the change, so that the others never see it. See cow_BtreeNode for how, BtreeCompare for the order of
-/// keys.
+/// An ordered map with unique keys and copy-on-write nodes: copying or assigning a map takes constant time
+/// and one small allocation. A change copies only the shared nodes on its path, so other maps never see
+/// it. cow_BtreeNode describes the sharing, BtreeCompare the order of keys.
 ///
-/// The map owns its nodes and holders. Values are copied in; what a pointer value points to is the caller's.
+/// The map owns its nodes and holders. Values are copied in; the objects that pointer values point to
+/// belong to the caller.
 ///
-/// Changes cost a logarithmic number of steps and at most as many allocated nodes (holders and counters
-/// beside them); the lookups marked const, sizes and depths allocate nothing. When memory is exhausted
-/// std::bad_alloc leaves the call: every other map is as before, and this one stays in order and counted; the
-/// entry that was to be inserted or removed may be in or out.
+/// Changes take a logarithmic number of steps and allocate at most as many nodes, each with a counter and
+/// holders. Const lookups, sizes and depths allocate nothing. If memory is exhausted, std::bad_alloc
+/// leaves the call: other maps are unchanged, and this one stays ordered and counted; the entry to be
+/// inserted or removed may or may not be in it.
 ///
 /// A map and all that share nodes with it are used by one thread at a time.
 template <class K, class V>
@@ -26,7 +26,7 @@ class cow_Btree : public ZYLBasCowAllocator {
   public:
     /// Empty, with the null value cow_BtreeValue<V>::NullValue().
     cow_Btree() : m_nullValue(GetNullValue()) {}
-    /// Shares the other's nodes.
+    /// Shares the nodes of `other`.
     cow_Btree(const cow_Btree& other)
         : ZYLBasCowAllocator(),
           m_root(Share(other.m_root)),
@@ -34,32 +34,34 @@ class cow_Btree : public ZYLBasCowAllocator {
           m_nullValue(other.m_nullValue) {}
     ~cow_Btree() { delete m_root; }
 
-    /// Lets go of this map's nodes and shares the other's; takes its null value too. Unchanged if it raises.
+    /// Releases this map's nodes and shares those of `other`, with its null value. Unchanged if it raises.
     const cow_Btree& operator=(const cow_Btree& other);
-    /// A new map that shares this one's nodes; the caller owns it.
+    /// A new map that shares the nodes of this one; the caller owns it.
     cow_Btree* Copy() const { return new cow_Btree(*this); }
 
-    /// Inserts unless the key is present, in which case the stored value stays; returns whether it inserted.
+    /// Inserts the entry unless the key is present. Returns whether it inserted.
     bool InsertUnlessMember(const K& key, const V& value);
-    /// Removes the entry; returns whether it was there.
+    /// Removes the entry. Returns whether the key was present.
     bool Remove(const K& key);
     /// Removes every entry; the null value stays.
     void Clear();
 
     bool IsMember(const K& key) const { return ConstFind(key) != nullptr; }
-    /// The entry's value for writing, or the null value of this map if the key is absent; copies the shared
-    /// nodes of the path in either case. Valid until the map is changed or copied.
+    /// The entry's value for writing, or this map's null value if the key is absent. Copies the shared
+    /// nodes on the path in either case. Valid until the map is changed or copied.
     V& Get(const K& key);
-    /// The entry's value, or the null value of this map if the key is absent. Valid until the map is changed.
+    /// The entry's value, or the null value of this map if the key is absent. Valid until the map is
+    /// changed.
     const V& ConstGet(const K& key) const;
 
-    /// What Get and ConstGet give for absent keys.
+    /// The result of Get and ConstGet for absent keys.
     const V& NullValue() const { return m_nullValue; }
     void SetNullValue(const V& value) { m_nullValue = value; }
 
     int Size() const { return m_size; }
     bool IsEmpty() const { return m_size == 0; }
-    /// The depth recorded at the root, 0 for an empty map; never less than the true depth, see cow_BtreeNode.
+    /// The depth recorded at the root, 0 for an empty map; never less than the true depth, see
+    /// cow_BtreeNode.
     int Depth() const { return Node::Depth(m_root); }
 
     /// The order of the keys, with the sign of BtreeCompare.
@@ -71,8 +73,8 @@ class cow_Btree : public ZYLBasCowAllocator {
     using Node = cow_BtreeNode<K, V>;
     using Holder = typename Node::Holder;
 
-    /// A parent for the root node while an entry is removed: it borrows the root and gives back what is then
-    /// in its slot, whether or not the removal raises.
+    /// A temporary parent for the root node during a removal. It borrows the root and returns the content
+    /// of its slot to the map, even if the removal raises.
     struct RootParent {
         explicit RootParent(cow_Btree& map) : m_map(map), m_node(K(), map.m_nullValue) {
             m_node.m_left = map.m_root;
@@ -120,7 +122,7 @@ const cow_Btree<K, V>& cow_Btree<K, V>::operator=(const cow_Btree& other) {
     return *this;
 }
 
-// A rotation on the way back up may find no memory when the entry is already in or out.
+// A rotation on the way back up may run out of memory after the entry was inserted or removed.
 template <class K, class V>
 bool cow_Btree<K, V>::InsertUnlessMember(const K& key, const V& value) {
     try {

@@ -8,11 +8,11 @@
 ///
 ///     for (iterator.First(); !iterator.IsDone(); iterator.Next()) { ... iterator.CurrentKey() ... }
 ///
-/// The iterator keeps pointers to the holders on its path: while it is positioned, its map is neither
-/// changed, cleared nor assigned, and stays alive. Find and Get may be used on a map that shares no node with
-/// another, since they then copy nothing. Each step allocates one stack entry for each node it pushes, and
-/// may raise std::bad_alloc; ClearStack and the destructor then still free all. It never copies nodes. One
-/// thread at a time, together with its map.
+/// The iterator keeps pointers to the holders on its path: while it is positioned, its map must stay alive
+/// and must not be changed, cleared or assigned. Find and Get are allowed on a map that shares no nodes,
+/// because they then copy nothing. Each step allocates one stack entry for each node it pushes, and may
+/// raise std::bad_alloc; nothing leaks then. The iterator never copies nodes. One thread at a time,
+/// together with its map.
 template <class K, class V>
 class cow_BtreeIterator {
   public:
@@ -60,8 +60,8 @@ void cow_BtreeIterator<K, V>::Restart(Side side) {
     PushAll(m_map->m_root, side);
 }
 
-/// Goes on in the direction `ahead`: down into the subtree there, or up past all nodes whose subtree there is
-/// done.
+/// Moves on in the direction `ahead`: down into the subtree on that side, or up past all nodes whose
+/// subtree on that side is finished.
 template <class K, class V>
 void cow_BtreeIterator<K, V>::Step(Side ahead, Side back) {
     if (const Holder* child = Top().*ahead) {
@@ -75,7 +75,7 @@ void cow_BtreeIterator<K, V>::Step(Side ahead, Side back) {
     } while (!IsDone() && Top().*ahead == left);
 }
 
-/// Pushes a holder and the way from it to the end of one side; nothing if it is null.
+/// Pushes a holder and the path from it to the end of one side; nothing if it is null.
 template <class K, class V>
 void cow_BtreeIterator<K, V>::PushAll(const Holder* holder, Side side) {
     for (; holder != nullptr; holder = holder->ConstGet().*side) {

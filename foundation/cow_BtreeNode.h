@@ -18,20 +18,19 @@ class cow_BtreeIterator;
 /// A node of a tree map: one entry and the subtrees of the keys that order before (left) and after (right)
 /// its key.
 ///
-/// A node is shared by all the maps that reach it, through holders that count. The rule of the whole family:
-/// a node held more than once is never changed. A change makes each holder on its way down exclusive first
-/// (cow_COW::Get), which copies the nodes that are shared, found or not; the operations below that change
-/// anything are called on nodes that are exclusive already. Each holder is owned by the one slot (a node's
-/// left or right, or a map's root) that points to it.
+/// All maps that reach a node share it through counting holders. The invariant: a node with more than one
+/// holder is never changed. A change makes each holder on its way down exclusive first (cow_COW::Get),
+/// which copies shared nodes, whether the key is found or not. The changing operations below are called
+/// only on exclusive nodes. Each holder is owned by the one slot (a node's left or right, or a map's root)
+/// that points to it.
 ///
-/// Depths are kept by recomputing a node from what its children have recorded, never by walking down. A
-/// missing child counts like a leaf, and only single rotations are made. After a removal that moves a
-/// successor up from the depth, the nodes between the successor's former parent and the top of its subtree
-/// keep the depth they had: recorded depths may be too large, and become exact again as later changes pass
-/// by.
+/// The depth of a node is recomputed from the recorded depths of its children, never by walking down. A
+/// missing child counts like a leaf, and there are only single rotations. If a removal moves a successor
+/// up, the nodes between the successor's former parent and the top of its subtree keep their recorded
+/// depth: it may be too large until a later change passes by.
 ///
-/// When an allocation fails (std::bad_alloc), whatever was partly built is freed, and every node that stays
-/// reachable is in order.
+/// If an allocation fails (std::bad_alloc), partly built nodes are freed, and the reachable nodes stay
+/// ordered.
 template <class K, class V>
 class cow_BtreeNode : public ZYLBasCowAllocator {
   public:
@@ -50,21 +49,21 @@ class cow_BtreeNode : public ZYLBasCowAllocator {
     /// 0 for a leaf, else 1 + the larger recorded depth of the children.
     int MaxDepth() const { return m_maxDepth; }
 
-    /// The node with this key from here down, for writing, or null; makes its whole path exclusive in either
-    /// case.
+    /// The node with this key from here down, for writing, or null. Makes the whole path exclusive in
+    /// either case.
     cow_BtreeNode* Find(const K& key);
-    /// The same for reading; changes and allocates nothing.
+    /// Find for reading; neither changes nor allocates.
     const cow_BtreeNode* ConstFind(const K& key) const;
 
-    /// Inserts below this node unless the key is here; returns whether it did.
+    /// Inserts below this node unless the key is present. Returns whether it inserted.
     bool InsertUnlessMember(const K& key, const V& value);
-    /// Removes the key from here down; returns whether it was there. `parent` is the node with the slot that
-    /// holds this one, which may be gone afterwards.
+    /// Removes the key from here down. Returns whether it was present. `parent` is the node whose slot
+    /// holds this one; this node may no longer exist afterwards.
     bool Remove(const K& key, cow_BtreeNode& parent);
 
-    /// Rotates once if the recorded depths of the children differ by 2 or more. `self` is the holder of this
-    /// node. Returns the holder of the node that is now on top, for the slot that had `self`, or null if
-    /// nothing changed. Allocates only if the child that comes up is shared.
+    /// Rotates once if the recorded depths of the children differ by 2 or more. `self` is the holder of
+    /// this node. Returns the holder of the node that is now on top, for the slot that had `self`, or null
+    /// if nothing changed. Allocates only if the child that comes up is shared.
     Holder* Balance(Holder* self);
 
   private:
@@ -88,8 +87,8 @@ class cow_BtreeNode : public ZYLBasCowAllocator {
     std::int32_t m_maxDepth = 0;
 };
 
-// Delegating makes the object whole before its children are shared, so that the destructor frees the first
-// holder when the second cannot be had.
+// After delegation the object counts as constructed, so the destructor frees the first holder if the
+// allocation of the second fails.
 template <class K, class V>
 cow_BtreeNode<K, V>::cow_BtreeNode(const cow_BtreeNode& other) : cow_BtreeNode(other.m_key, other.m_value) {
     if (other.m_left != nullptr) {
@@ -133,8 +132,8 @@ const cow_BtreeNode<K, V>* cow_BtreeNode<K, V>::ConstFind(const K& key) const {
     return node;
 }
 
-// In `new Holder(new cow_BtreeNode(...))` the holder's memory comes first and the holder adopts the node
-// before it allocates: wherever memory runs out, what was made before is freed.
+// `new Holder(new cow_BtreeNode(...))` leaks nothing wherever an allocation fails: the memory of the
+// holder is allocated first, and the holder adopts the node before it allocates its counter.
 template <class K, class V>
 bool cow_BtreeNode<K, V>::InsertUnlessMember(const K& key, const V& value) {
     const int comparison = Compare(m_key, key);
@@ -204,7 +203,7 @@ int cow_BtreeNode<K, V>::CountEntries() const {
     return count;
 }
 
-/// Puts `replacement` into the slot that refers to `child`, which is released with its holder.
+/// Puts `replacement` into the slot of `child` and releases `child` with its holder.
 template <class K, class V>
 void cow_BtreeNode<K, V>::RemoveNode(cow_BtreeNode* child, Holder* replacement) {
     Holder*& slot = m_right != nullptr && m_right->GetPtr() == child ? m_right : m_left;
@@ -219,7 +218,7 @@ void cow_BtreeNode<K, V>::SetMaxDepth() {
     m_maxDepth = isLeaf ? 0 : 1 + std::max(Depth(m_left), Depth(m_right));
 }
 
-/// Joins this node's subtrees into one that can take its place, and keeps none of them.
+/// Joins this node's subtrees into one that can replace this node, and detaches them.
 template <class K, class V>
 typename cow_BtreeNode<K, V>::Holder* cow_BtreeNode<K, V>::ReleaseSubtrees() {
     if (m_right == nullptr) {
@@ -231,8 +230,8 @@ typename cow_BtreeNode<K, V>::Holder* cow_BtreeNode<K, V>::ReleaseSubtrees() {
     return ReleaseToSuccessor();
 }
 
-/// The same where both are there: the node with the next greater key comes on top. Everything that can raise
-/// is done before the first slot changes.
+/// ReleaseSubtrees of a node with both subtrees: the node with the next greater key becomes the top.
+/// Everything that can raise happens before the first slot changes.
 template <class K, class V>
 typename cow_BtreeNode<K, V>::Holder* cow_BtreeNode<K, V>::ReleaseToSuccessor() {
     cow_BtreeNode* parent = nullptr;

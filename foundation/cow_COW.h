@@ -6,8 +6,8 @@
 #include "cow_CountedHld.h"
 #include "cow_Direct.h"
 
-/// A copy-on-write holder: a cow_CountedHld, without data of its own, that copies a shared referent before
-/// giving it out for writing. `Policy` makes the copy. Ownership, exceptions and threads are as there.
+/// A copy-on-write holder: a cow_CountedHld that copies a shared referent before it is written. `Policy`
+/// makes the copy. Ownership, exceptions and threads are those of cow_CountedHld.
 template <class T, class Policy = cow_Direct<T>>
 class cow_COW : public cow_CountedHld<T> {
   public:
@@ -27,8 +27,9 @@ class cow_COW : public cow_CountedHld<T> {
     /// Whether both hold the same object.
     bool Identical(const cow_COW& other) const { return this->m_referent == other.m_referent; }
 
-    /// The referent for writing; only while HasValue(). A shared one is copied first (one object and one
-    /// counter are allocated) and left to the other holders. If that raises, this holder still shares it.
+    /// The referent for writing; only while HasValue(). A shared referent is copied first, with two
+    /// allocations (object and counter), and stays with the other holders. If that raises, this holder
+    /// still shares it.
     T* Get();
 };
 

@@ -6,19 +6,18 @@
 #include "cow_Counter.h"
 #include "mem_AllocationOperators.h"
 
-/// A reference-counted holder: all holders of one referent share its counter, and the last to let go destroys
-/// and frees both. A referent belongs to its holders from the moment it is given to the first, even if that
-/// one then raises.
+/// A reference-counted holder: all holders of a referent share its counter, and the last one destroys and
+/// frees both. The first holder owns the referent from the start of its constructor, even if that raises.
 ///
-/// Copying never allocates and never raises; what makes a new counter allocates once and raises
-/// std::bad_alloc when memory is exhausted. Holders of one referent are used by one thread at a time.
+/// Copying never allocates and never raises. Operations that need a new counter allocate once and may
+/// raise std::bad_alloc. One thread at a time uses the holders of a referent.
 template <class T>
 class cow_CountedHld : public ZYLBasCowAllocator {
   public:
     /// Holds nothing; allocates a counter all the same.
     cow_CountedHld() : m_counter(new cow_Counter) {}
-    /// Adopts `referent`, made with `new` and held by nobody; null is allowed. If no counter can be had, the
-    /// referent is destroyed.
+    /// Adopts `referent`, which was made with `new` and has no holder; null is allowed. If the counter
+    /// cannot be allocated, the referent is destroyed.
     cow_CountedHld(T* referent) : cow_CountedHld(std::unique_ptr<T>(referent)) {}
     /// Shares the other's referent.
     cow_CountedHld(const cow_CountedHld& other) noexcept
@@ -27,10 +26,10 @@ class cow_CountedHld : public ZYLBasCowAllocator {
     }
     ~cow_CountedHld() { DropReference(); }
 
-    /// Lets go of what is held and adopts `referent` as the constructor does. If that raises, `referent` is
-    /// destroyed and this holder unchanged.
+    /// Releases the current referent and adopts `referent` as the constructor does. If that raises,
+    /// `referent` is destroyed and this holder unchanged.
     cow_CountedHld& operator=(T* referent);
-    /// Lets go of what is held and shares the other's referent, which may be its own already.
+    /// Releases the current referent and shares that of `other`, which may be the same.
     // NOLINTNEXTLINE(bugprone-unhandled-self-assignment)
     cow_CountedHld& operator=(const cow_CountedHld& other) noexcept;
 
@@ -39,7 +38,7 @@ class cow_CountedHld : public ZYLBasCowAllocator {
     bool HasValue() const { return m_referent != nullptr; }
     bool IsNull() const { return m_referent == nullptr; }
 
-    /// The referent as it stands, shared or not, null if there is none.
+    /// The referent, shared or not; null if there is none.
     T* GetPtr() const { return m_referent; }
     /// The same; only while HasValue().
     T& GetRef() const { return *m_referent; }
@@ -47,7 +46,8 @@ class cow_CountedHld : public ZYLBasCowAllocator {
     const T& ConstGet() const { return *m_referent; }
 
   protected:
-    /// Lets go; the last holder destroys and frees the referent and the counter, and both become null.
+    /// Releases the referent. The last holder destroys and frees it with its counter, and both become
+    /// null.
     void DropReference();
     /// Destroys and frees the referent and the counter; both become null.
     void Delete();
@@ -76,7 +76,8 @@ cow_CountedHld<T>& cow_CountedHld<T>::operator=(T* referent) {
     return *this;
 }
 
-// Counting up first makes assigning a holder to itself, or to one that its own referent keeps alive, safe.
+// Incrementing first makes self-assignment safe, and assignment from a holder that this one's referent
+// owns.
 template <class T>
 // NOLINTNEXTLINE(bugprone-unhandled-self-assignment)
 cow_CountedHld<T>& cow_CountedHld<T>::operator=(const cow_CountedHld& other) noexcept {

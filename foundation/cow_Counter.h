@@ -5,14 +5,14 @@
 
 #include "mem_AllocationOperators.h"
 
-/// The number of holders that share a referent: a plain (non-atomic) count, allocated apart from both.
+/// The number of holders that share a referent: a plain (non-atomic) count in an allocation of its own.
 class cow_Counter : public mem_AllocationOperatorsTiny {
   public:
     /// The count of a referent with its first holder: 1.
     cow_Counter() = default;
 
     void Increment() { ++m_count; }
-    /// Returns true when the last holder has gone.
+    /// Returns true if no holder is left.
     bool Decrement() { return --m_count == 0; }
     int References() const { return m_count; }
 

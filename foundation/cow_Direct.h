@@ -5,8 +5,7 @@
 template <class T>
 class cow_Direct {
   public:
-    /// A new object, allocated by T's own `operator new`; the caller owns it. Raises what that or the copy
-    /// raises.
+    /// A new object, allocated by T's own `operator new`; the caller owns it.
     static T* Copy(const T& object) { return new T(object); }
 };
 
