@@ -213,7 +213,7 @@ TEST_P(RestartedPeer, IsReportedOnceForEachLifeAndMetAgain) {
     Process receiver([] { return Keep([] { return Receiver(); }); });
     Process sender([&] { return Keep([&] { return Sender(); }); });
     std::set<int> killed;
-    while (HasTime(12)) {
+    do {
         int pids[2];
         do {
             const std::string met = sender.AwaitLine("has met");
@@ -229,7 +229,7 @@ TEST_P(RestartedPeer, IsReportedOnceForEachLifeAndMetAgain) {
                 ++m_kills;
             }
         }
-    }
+    } while (HasTime(12));
     for (std::set<int> unheard = killed; !unheard.empty() && !HasFailure();) {
         unheard.erase(NumberAfter("lost ", auditor.AwaitLine("lost ")));
     }

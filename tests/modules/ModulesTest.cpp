@@ -78,24 +78,13 @@ TEST_F(Modules, ShareTheirCounterAmongAllEntryPathsButNotTheTallies) {
     int count = 0;
     ZYLMsgModules_initializeC();
     ASSERT_TRUE(Notify(kAttach));
+    EXPECT_TRUE(Notify(kThreadAttach) && Notify(kThreadAttach) && Notify(kThreadDetach));
     ZYLMsgModules_initialize(count);
     EXPECT_EQ(count, 0);
     ZYLMsgModules_finalizeC();
     ASSERT_TRUE(Notify(kDetach));
     ZYLMsgModules_finalize(count);
     EXPECT_EQ(count, -kAll) << "the tally of C took what this one gives back";
-}
-
-TEST_F(Modules, IgnoreThreads) {
-    EXPECT_TRUE(Notify(kThreadAttach));
-    EXPECT_TRUE(Notify(kThreadAttach));
-    EXPECT_TRUE(Notify(kThreadDetach));
-    int count = 0;
-    ZYLMsgModules_initialize(count);
-    EXPECT_EQ(count, kAll);
-    EXPECT_TRUE(Notify(kThreadDetach));
-    ZYLMsgModules_finalize(count);
-    EXPECT_EQ(count, 0);
 }
 
 }  // namespace

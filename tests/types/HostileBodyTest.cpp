@@ -143,13 +143,4 @@ TEST_F(HostileBody, FalseLengthsAreRefusedByNameWithBothNumbers) {
     }
 }
 
-TEST(PendingMessage, HeadIsWrittenBeforeTheMessageIsMissed) {
-    ZYLMsgBBCallbackManager::SetMessageID("me");
-    ZYLMsgBBCallbackManager::AppendMessageToSend(nullptr);
-    char buffer[] = "????????";
-    EXPECT_THROW(ZYLMsgBBCallbackManager::StreamPendingMessage(buffer, 8), FatalError);
-    EXPECT_EQ(std::string(buffer, 8), "\2\0\0\0me??"s);
-    ZYLMsgBBCallbackManager::SetMessageID("");
-}
-
 }  // namespace
