@@ -97,28 +97,29 @@ class RestartedPeer : public Soak {
     }
 
     int Sender() {
-        int receiver = 0;
+        // A life that was killed while it started can be heard after the next one.
+        std::set<int> receivers;
         std::string had;
         Application me(
             "sender",
             [&](const std::string&, const std::string& text) {
                 if (text.starts_with("hello ")) {
-                    receiver = NumberAfter("hello ", text);
+                    receivers.insert(NumberAfter("hello ", text));
                 } else {
                     had = text;
                 }
                 me.End();
             },
             [&](int pid, const std::string&) {
-                receiver = pid == receiver ? 0 : receiver;
+                receivers.erase(pid);
                 me.End();
             });
         Application::Say("receiver", "start");
         for (int n = 1, met = 0;; ++n) {
-            while (receiver == 0) {
+            while (receivers.empty()) {
                 me.Listen();
             }
-            const int life = receiver;
+            const int life = *receivers.rbegin();
             const std::string source =
                 std::to_string(kSizes[static_cast<std::size_t>(n) % std::size(kSizes)]);
             const std::string copy = fmt::format("{}-{}", getpid(), n);
@@ -127,7 +128,7 @@ class RestartedPeer : public Soak {
                              copy.c_str());
             Application::Say("receiver", copy);
             const std::string whole = fmt::format("{} at {}", copy, life);
-            while (had != whole && receiver == life) {
+            while (had != whole && receivers.contains(life)) {
                 me.Listen();
             }
             if (had != whole) {
