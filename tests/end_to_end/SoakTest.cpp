@@ -97,8 +97,7 @@ class RestartedPeer : public Soak {
     }
 
     int Sender() {
-        // A life that was killed while it started can be heard after the next one.
-        std::set<int> receivers;
+        std::set<int> receivers;  // the lives that are heard of and not lost
         std::string had;
         Application me(
             "sender",
@@ -177,7 +176,7 @@ class RestartedPeer : public Soak {
 /// Plays a role in one child after another, for as long as they are killed. Some are killed while they
 /// start.
 int Keep(const std::function<int()>& role) {
-    for (std::minstd_rand random(1);;) {
+    for (;;) {
         std::fflush(nullptr);
         const pid_t keeper = getpid();
         const pid_t pid = fork();
@@ -187,10 +186,6 @@ int Keep(const std::function<int()>& role) {
                 _exit(EXIT_FAILURE);  // it was killed before that call
             }
             std::exit(role());
-        }
-        if (random() % 4 == 0) {
-            usleep(static_cast<useconds_t>(random() % 6000));
-            kill(pid, SIGKILL);
         }
         int status = 0;
         waitpid(pid, &status, 0);
