@@ -11,10 +11,15 @@
 #include <chrono>
 #include <string>
 #include <thread>
+#include <utility>
 
-#include "RetryInterrupted_posix.h"
+#include "platform/system/FileDescriptor.h"
+#include "platform/system/Retried.h"
 
 namespace {
+
+using zyl::platform::FileDescriptor;
+using zyl::platform::Retried;
 
 constexpr int kReadWrite = 0x0002;
 constexpr int kCreate = 0x0100;
@@ -43,7 +48,7 @@ int HostFlags(int flags) {
 }
 
 bool Lock(int descriptor, int operation) {
-    return RetryInterrupted([&] { return ::flock(descriptor, operation | LOCK_NB); }) == 0;
+    return Retried([&] { return ::flock(descriptor, operation | LOCK_NB); }) == 0;
 }
 
 /// 0 for a regular file, else the errno with which Open refuses it.
@@ -88,27 +93,26 @@ int Empty(int descriptor) {
         return error;
     }
     // The lock lasts until the file is empty, so that no hold can begin in between.
-    const int failure = RetryInterrupted([&] { return ::ftruncate(descriptor, 0); }) == 0 ? 0 : errno;
+    const int failure = Retried([&] { return ::ftruncate(descriptor, 0); }) == 0 ? 0 : errno;
     Lock(descriptor, LOCK_UN);
     return failure;
 }
 
 /// Accepts the descriptor of a regular file, which it empties if the flags say so. Closes any other and
 /// returns -1 with errno set.
-int Accept(int descriptor, int flags) {
-    if (descriptor < 0) {
+int Accept(FileDescriptor opened, int flags) {
+    if (!opened.IsOpen()) {
         return -1;
     }
-    int error = ErrorUnlessRegular(descriptor);
+    int error = ErrorUnlessRegular(opened.Get());
     if (error == 0 && (flags & kTruncate) != 0) {
-        error = Empty(descriptor);
+        error = Empty(opened.Get());
     }
     if (error != 0) {
-        ::close(descriptor);
         errno = error;
         return -1;
     }
-    return descriptor;
+    return opened.Release();
 }
 
 }  // namespace
@@ -123,13 +127,12 @@ int ZYLBasFileOps::Open(const char* path, int flags, int permissions) {
         errno = EINVAL;
         return -1;
     }
-    return Accept(
-        RetryInterrupted([&] { return ::open(path, HostFlags(flags), static_cast<mode_t>(permissions)); }),
-        flags);
+    const auto open = [&] { return ::open(path, HostFlags(flags), static_cast<mode_t>(permissions)); };
+    return Accept(FileDescriptor(Retried(open)), flags);
 }
 
 int ZYLBasFileOps::OpenDirectory(const char* path) {
-    return RetryInterrupted([&] { return ::open(path, O_PATH | O_DIRECTORY | O_CLOEXEC); });
+    return Retried([&] { return ::open(path, O_PATH | O_DIRECTORY | O_CLOEXEC); });
 }
 
 int ZYLBasFileOps::OpenBeneath(int directory, const char* path, int flags, int permissions) {
@@ -141,15 +144,14 @@ int ZYLBasFileOps::OpenBeneath(int directory, const char* path, int flags, int p
     how.flags = static_cast<unsigned>(HostFlags(flags));
     how.mode = (flags & kCreate) != 0 ? static_cast<unsigned>(permissions) : 0;
     how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS;
-    int descriptor = -1;
-    for (int attempt = 0; attempt < kResolveAttempts; ++attempt) {
-        descriptor = static_cast<int>(
-            RetryInterrupted([&] { return ::syscall(SYS_openat2, directory, path, &how, sizeof how); }));
-        if (descriptor >= 0 || errno != EAGAIN) {
-            break;
-        }
+    const auto open = [&] {
+        return static_cast<int>(::syscall(SYS_openat2, directory, path, &how, sizeof how));
+    };
+    FileDescriptor opened(Retried(open));
+    for (int attempt = 1; !opened.IsOpen() && errno == EAGAIN && attempt < kResolveAttempts; ++attempt) {
+        opened = FileDescriptor(Retried(open));
     }
-    return Accept(descriptor, flags);
+    return Accept(std::move(opened), flags);
 }
 
 void ZYLBasFileOps::Hold(int descriptor) {

@@ -5,9 +5,11 @@
 
 #include <climits>
 
-#include "RetryInterrupted_posix.h"
+#include "platform/system/Retried.h"
 
 namespace {
+
+using zyl::platform::Retried;
 
 bool IsTooMany(unsigned count) {
     if (count <= INT_MAX) {
@@ -25,7 +27,7 @@ int _read(int descriptor, void* buffer, unsigned count) {
     if (IsTooMany(count)) {
         return -1;
     }
-    return static_cast<int>(RetryInterrupted([&] { return ::read(descriptor, buffer, count); }));
+    return static_cast<int>(Retried([&] { return ::read(descriptor, buffer, count); }));
 }
 
 int _write(int descriptor, const void* buffer, unsigned count) {
@@ -35,7 +37,7 @@ int _write(int descriptor, const void* buffer, unsigned count) {
     unsigned written = 0;
     while (written < count) {
         const char* rest = static_cast<const char*>(buffer) + written;
-        const ssize_t step = RetryInterrupted([&] { return ::write(descriptor, rest, count - written); });
+        const ssize_t step = Retried([&] { return ::write(descriptor, rest, count - written); });
         if (step <= 0) {
             return written > 0 ? static_cast<int>(written) : -1;
         }

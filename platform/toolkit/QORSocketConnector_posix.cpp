@@ -1,12 +1,15 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "QORSocketConnector.h"
+#include "platform/system/FileDescriptor.h"
 
 namespace {
+
+using zyl::platform::FileDescriptor;
 
 /// How many ports of the system's choice Declare tries. Each is free for IPv4; it is rare that another
 /// socket holds the same number for IPv6 only.
@@ -31,31 +34,25 @@ int BindAll(int socket, int family, unsigned short port) {
     return bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
 }
 
-/// A socket bound to `port`, or -1 with `errno` set. Neither SO_REUSEADDR nor SO_REUSEPORT is set: with
-/// either, this bind could succeed beside another socket that has the port.
-int BoundSocket(int family, unsigned short port) {
-    const int descriptor = socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (descriptor >= 0 && BindAll(descriptor, family, port) != 0) {
-        const int error = errno;
-        close(descriptor);
-        errno = error;
-        return -1;
+/// A socket bound to `port`; not open, with errno set, on failure. Neither SO_REUSEADDR nor SO_REUSEPORT
+/// is set: with either, this bind could succeed beside another socket that has the port.
+FileDescriptor BoundSocket(int family, unsigned short port) {
+    FileDescriptor made(socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (made.IsOpen() && BindAll(made.Get(), family, port) != 0) {
+        made.Close();
     }
-    return descriptor;
+    return made;
 }
 
-unsigned short PortOf(int descriptor) {
+unsigned short PortOf(const FileDescriptor& bound) {
     sockaddr_in address{};
     socklen_t size = sizeof address;
-    getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size);
+    getsockname(bound.Get(), reinterpret_cast<sockaddr*>(&address), &size);
     return ntohs(address.sin_port);
 }
 
 void Close(std::intptr_t& descriptor) {
-    if (descriptor >= 0) {
-        close(static_cast<int>(descriptor));
-    }
-    descriptor = -1;
+    FileDescriptor(static_cast<int>(std::exchange(descriptor, -1))).Close();
 }
 
 }  // namespace
@@ -81,19 +78,18 @@ unsigned short QORSocketConnector::GetPort() const {
 
 int QORSocketConnector::Hold() {
     Release();
-    const int ipv4 = BoundSocket(AF_INET, m_requestedPort);
-    if (ipv4 < 0) {
+    FileDescriptor ipv4 = BoundSocket(AF_INET, m_requestedPort);
+    if (!ipv4.IsOpen()) {
         return errno;
     }
-    m_ipv4Socket = ipv4;
     const unsigned short port = PortOf(ipv4);
-    m_ipv6Socket = BoundSocket(AF_INET6, port);
-    const bool machineHasNoIpv6 = m_ipv6Socket < 0 && (errno == EAFNOSUPPORT || errno == EADDRNOTAVAIL);
-    if (m_ipv6Socket < 0 && !machineHasNoIpv6) {
-        const int error = errno;
-        Release();
-        return error;
+    FileDescriptor ipv6 = BoundSocket(AF_INET6, port);
+    const bool machineHasNoIpv6 = !ipv6.IsOpen() && (errno == EAFNOSUPPORT || errno == EADDRNOTAVAIL);
+    if (!ipv6.IsOpen() && !machineHasNoIpv6) {
+        return errno;
     }
+    m_ipv4Socket = ipv4.Release();
+    m_ipv6Socket = ipv6.Release();
     m_port = port;
     return 0;
 }
