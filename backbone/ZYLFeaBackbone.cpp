@@ -7,11 +7,9 @@
 
 #include "Diagnostics.h"
 #include "QORText.h"
-#include "local/FileDescriptor.h"
-#include "local/LocalTransport.h"
+#include "system/MakeSystem.h"
+#include "transport/Transports.h"
 #include "switchboard/Switchboard.h"
-#include "system/Process.h"
-#include "transport/Settings.h"
 
 namespace zyl::backbone {
 
@@ -19,7 +17,9 @@ namespace {
 
 constexpr const char* kSourceFile = "backbone/ZYLFeaBackbone";
 
-/// The switchboard of this process. In the child of a fork it belongs to the parent, and stays as it is.
+/// The switchboard of this process, and the system below it. In the child of a fork they belong to the parent,
+/// and stay as they are.
+system::System* s_system = nullptr;
 Switchboard* s_switchboard = nullptr;
 
 /// The thread that is in a plain function, or in a callback of one.
@@ -41,6 +41,7 @@ struct AtEnd {
             s_switchboard->Leave();
         } else {
             delete std::exchange(s_switchboard, nullptr);
+            delete std::exchange(s_system, nullptr);
         }
     }
 };
@@ -50,7 +51,7 @@ const AtEnd s_atEnd;
 void Forked() {
     if (s_switchboard != nullptr && !s_switchboard->Abandoned()) {
         s_switchboard->Abandon();
-        local::FileDescriptor::CloseAllInChild();
+        system::LeaveToParent();
     }
 }
 
@@ -84,8 +85,9 @@ class Call {
     Switchboard* operator->() const {
         if (s_switchboard == nullptr) {
             const Settings settings = Settings::FromEnvironment();
-            s_switchboard = new Switchboard(MakeLocalTransport(settings), settings);
-            OnForkInChild(Forked);
+            s_system = system::MakeSystem().release();
+            s_switchboard = new Switchboard(MakeTransport(*s_system), settings);
+            system::OnForkInChild(Forked);
         }
         return s_switchboard;
     }

@@ -14,17 +14,29 @@ using zyl::backbone::local::FrameKind;
 using zyl::backbone::local::FrameReader;
 using zyl::backbone::local::FrameView;
 using zyl::backbone::local::Greeting;
+using zyl::backbone::local::ReadAnnouncement;
+using zyl::backbone::local::ReadBlock;
+using zyl::backbone::local::ReadDropBlock;
 using zyl::backbone::local::ReadGreeting;
-using zyl::backbone::local::ReadLaneFrame;
+using zyl::backbone::local::ReadLane;
 
 std::string Read(const FrameView& frame) {
     std::string text = std::to_string(static_cast<int>(frame.kind)) + frame.type + '\0';
-    if (frame.kind == FrameKind::kGreeting) {
-        const Greeting greeting = ReadGreeting(frame.body);
-        return text + std::to_string(greeting.pid) + greeting.host + '\0' + greeting.user;
-    }
-    if (frame.kind == FrameKind::kLane) {
-        return text + std::to_string(ReadLaneFrame(frame.body));
+    switch (frame.kind) {
+        case FrameKind::kGreeting: {
+            const Greeting greeting = ReadGreeting(frame.body);
+            return text + std::to_string(greeting.pid) + greeting.host + '\0' + greeting.user + greeting.application;
+        }
+        case FrameKind::kAnnounce:
+            return text + ReadAnnouncement(frame.body).application;
+        case FrameKind::kLane:
+            return text + std::to_string(ReadLane(frame.body));
+        case FrameKind::kBlock:
+            return text + std::to_string(ReadBlock(frame.body).size);
+        case FrameKind::kDropBlock:
+            return text + std::to_string(ReadDropBlock(frame.body));
+        case FrameKind::kMessage:
+            break;
     }
     return text.append(frame.body.data(), frame.body.size());
 }

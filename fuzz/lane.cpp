@@ -4,26 +4,24 @@
 #include <array>
 #include <cstring>
 #include <deque>
-#include <new>
+#include <memory>
 #include <string>
 
 #include "Fuzz.h"
+#include "HeapMemory.h"
 #include "local/Lane.h"
 
 namespace {
 
-using zyl::backbone::Progress;
 using zyl::backbone::local::BadFrame;
-using zyl::backbone::local::FileDescriptor;
-using zyl::backbone::local::kLaneMemory;
-using zyl::backbone::local::kPageSize;
-using zyl::backbone::local::kRingSize;
+using zyl::backbone::local::kLaneHead;
+using zyl::backbone::local::LaneHead;
 using zyl::backbone::local::LaneMessage;
-using zyl::backbone::local::LanePositions;
 using zyl::backbone::local::LaneReader;
+using zyl::backbone::local::LaneShape;
 using zyl::backbone::local::LaneWriter;
-using zyl::backbone::local::MakeSharedMemory;
-using zyl::backbone::local::Mapping;
+
+constexpr LaneShape kShape{std::size_t{64} * 1024, 4096};
 
 /// Takes the numbers of a script; zeros when it is at its end.
 class Script {
@@ -51,7 +49,7 @@ class Script {
 /// Looks at the messages that were handed out last, however long ago.
 class Reader {
   public:
-    explicit Reader(Mapping mapping) : m_reader(std::move(mapping)) {}
+    explicit Reader(const std::shared_ptr<HeapMemory>& memory) : m_reader(memory, kShape) {}
     void Take() {
         if (std::optional<LaneMessage> message = m_reader.Take()) {
             m_seen = m_seen + static_cast<int>(std::strlen(message->type));
@@ -74,35 +72,28 @@ class Reader {
 };
 
 struct SharedPages {
-    FileDescriptor memory = MakeSharedMemory(kLaneMemory);
-    Mapping hostile{memory, kPageSize, kRingSize};
-    LanePositions& positions = *new (hostile.Head()) LanePositions;
+    std::shared_ptr<HeapMemory> memory = std::make_shared<HeapMemory>(kShape.Memory());
+    LaneHead& head = *reinterpret_cast<LaneHead*>(memory->Bytes().data());
 
-    Mapping Map() const { return {memory, kPageSize, kRingSize}; }
-    char* At(std::uint64_t position) const { return hostile.Tail() + position % kRingSize; }
+    char* At(std::uint64_t position) const {
+        return memory->Bytes().data() + kLaneHead + position % kShape.ring;
+    }
+    static std::size_t UpToTheEnd(std::uint64_t position) { return kShape.ring - position % kShape.ring; }
 };
-
-/// A size that the reader refuses, or a moderate one: the fuzzer's allocator pays for every byte of it.
-std::uint32_t MessageSize(std::uint32_t wanted) {
-    return wanted > 0x7fffffff ? wanted : wanted % (std::uint32_t{1} << 24);
-}
 
 /// Puts a record's head with the script's fields at the writer's position and publishes what the script says.
 void WriteRecord(SharedPages& pages, Script& script) {
-    const std::uint64_t at = pages.positions.written;
-    const std::array<std::uint32_t, 6> head = {script.Next<std::uint8_t>(),
-                                               script.Next<std::uint16_t>(),
-                                               script.Next<std::uint16_t>(),
-                                               script.Next<std::uint32_t>(),
-                                               MessageSize(script.Next<std::uint32_t>()),
-                                               0};
-    std::memcpy(pages.At(at), head.data(), sizeof head);
-    pages.positions.written = at + std::uint64_t{64} * script.Next<std::uint16_t>();
+    const std::uint64_t at = pages.head.written.Load();
+    const std::array<std::uint32_t, 6> head = {script.Next<std::uint8_t>(),  script.Next<std::uint16_t>(),
+                                               script.Next<std::uint16_t>(), script.Next<std::uint32_t>(),
+                                               script.Next<std::uint32_t>(), 0};
+    std::memcpy(pages.At(at), head.data(), std::min(sizeof head, pages.UpToTheEnd(at)));
+    pages.head.written.Store(at + std::uint64_t{64} * script.Next<std::uint16_t>());
 }
 
 void ReadFromHostileWriter(Script& script) {
     SharedPages pages;
-    Reader reader(pages.Map());
+    Reader reader(pages.memory);
     while (!script.IsOver()) {
         switch (script.Next<std::uint8_t>() % 8) {
             case 0:
@@ -117,15 +108,15 @@ void ReadFromHostileWriter(Script& script) {
                 reader.Lane().GiveBack();
                 break;
             case 4:
-                pages.positions.written = script.Next<std::uint64_t>();
+                pages.head.written.Store(script.Next<std::uint64_t>());
                 break;
             case 5:
-                pages.positions.roomWanted = script.Next<std::uint32_t>();
+                pages.head.wanted.Store(script.Next<std::uint64_t>());
                 break;
             case 6: {
-                char* const at = pages.At(script.Next<std::uint32_t>());
+                const std::uint64_t at = script.Next<std::uint32_t>();
                 const std::string_view bytes = script.Bytes(script.Next<std::uint8_t>());
-                std::copy(bytes.begin(), bytes.end(), at);
+                std::copy_n(bytes.begin(), std::min(bytes.size(), pages.UpToTheEnd(at)), pages.At(at));
                 break;
             }
             default:
@@ -137,22 +128,21 @@ void ReadFromHostileWriter(Script& script) {
 
 void WriteToHostileReader(Script& script) {
     SharedPages pages;
-    LaneWriter writer(pages.Map());
-    bool blocked = false;
+    LaneWriter writer(pages.memory, kShape);
     while (!script.IsOver()) {
         const std::uint8_t step = script.Next<std::uint8_t>();
         if (step % 2 == 0) {
-            pages.positions.read =
-                step % 4 == 0 ? script.Next<std::uint64_t>() : pages.positions.written.load();
-        } else if (blocked) {
-            blocked = !writer.HasRoom() || writer.Commit() != Progress::kDone;
-        } else {
-            const std::size_t size = 1 + script.Next<std::uint32_t>() % (2 * kRingSize);
-            const std::string type(script.Next<std::uint16_t>() % 65535, 't');
-            if (char* const room = static_cast<char*>(writer.Reserve(type.c_str(), size))) {
-                room[size / 2] = room[size - 1] = 'b';
-                blocked = writer.Commit() != Progress::kDone;
-            }
+            pages.head.read.Store(step % 4 == 0 ? script.Next<std::uint64_t>() : pages.head.written.Load());
+            continue;
+        }
+        const std::size_t size = 1 + script.Next<std::uint16_t>() % kShape.LongestRecord();
+        const std::string type(script.Next<std::uint16_t>() % 4096, 't');
+        if (!writer.Fits(type.size() + 1, size)) {
+            continue;
+        }
+        if (char* const room = static_cast<char*>(writer.Reserve(type.c_str(), type.size() + 1, size))) {
+            room[size / 2] = room[size - 1] = 'b';
+            writer.Publish(step);
         }
     }
 }
@@ -167,6 +157,5 @@ void RunInput(std::string_view input) {
             WriteToHostileReader(script);
         }
     } catch (const BadFrame&) {
-    } catch (const std::bad_alloc&) {
     }
 }

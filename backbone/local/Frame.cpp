@@ -1,5 +1,7 @@
 #include "Frame.h"
 
+#include <fmt/format.h>
+
 #include <cstring>
 #include <limits>
 
@@ -21,14 +23,15 @@ void Store(char* out, Integer value) {
     std::memcpy(out, &value, sizeof value);
 }
 
-void AppendNumber(std::string& out, std::uint32_t value) {
+template <class Integer>
+void Append(std::string& out, Integer value) {
     char bytes[sizeof value];
     Store(bytes, value);
     out.append(bytes, sizeof bytes);
 }
 
 void AppendText(std::string& out, const std::string& text) {
-    AppendNumber(out, static_cast<std::uint32_t>(text.size()));
+    Append(out, static_cast<std::uint32_t>(text.size()));
     out += text;
 }
 
@@ -43,17 +46,19 @@ class Fields {
   public:
     explicit Fields(std::span<const char> body) : m_rest(body) {}
 
-    std::uint32_t Number(const char* field) { return Load<std::uint32_t>(Take(4, field).data()); }
+    template <class Integer>
+    Integer Number(const char* field) {
+        return Load<Integer>(Take(sizeof(Integer), field).data());
+    }
     std::string Text(const char* field) {
-        const std::span<const char> bytes = Take(Number(field), field);
+        const std::span<const char> bytes = Take(Number<std::uint32_t>(field), field);
         return {bytes.data(), bytes.size()};
     }
 
   private:
     std::span<const char> Take(std::size_t size, const char* field) {
         if (size > m_rest.size()) {
-            throw BadFrame(std::string("the field ") + field + " needs " + std::to_string(size) +
-                           " bytes of " + std::to_string(m_rest.size()));
+            throw BadFrame(fmt::format("the field {} needs {} bytes of {}", field, size, m_rest.size()));
         }
         const std::span<const char> taken = m_rest.first(size);
         m_rest = m_rest.subspan(size);
@@ -78,10 +83,10 @@ FrameHeader ReadFrameHeader(const char* in) {
     const FrameHeader header{static_cast<FrameKind>(kind), Load<std::uint16_t>(in + 6),
                              Load<std::uint32_t>(in + 8)};
     if (magic != kMagic) {
-        throw BadFrame("the frame's magic number is " + std::to_string(magic));
+        throw BadFrame(fmt::format("the frame's magic number is {}", magic));
     }
-    if (kind < static_cast<int>(FrameKind::kGreeting) || kind > static_cast<int>(FrameKind::kBell)) {
-        throw BadFrame("the frame's kind is " + std::to_string(kind));
+    if (kind < static_cast<int>(FrameKind::kGreeting) || kind > static_cast<int>(FrameKind::kDropBlock)) {
+        throw BadFrame(fmt::format("the frame's kind is {}", kind));
     }
     if (header.typeSize == 0) {
         throw BadFrame("the frame's type has no terminator");
@@ -89,52 +94,102 @@ FrameHeader ReadFrameHeader(const char* in) {
     const std::size_t limit =
         header.kind == FrameKind::kMessage ? std::numeric_limits<std::int32_t>::max() : kLongestControlBody;
     if (header.bodySize > limit) {
-        throw BadFrame("the frame's body has " + std::to_string(header.bodySize) + " bytes of at most " +
-                       std::to_string(limit));
+        throw BadFrame(fmt::format("the frame's body has {} bytes of at most {}", header.bodySize, limit));
     }
     return header;
 }
 
 std::string GreetingFrame(const Greeting& greeting) {
     std::string body;
-    AppendNumber(body, greeting.version);
-    AppendNumber(body, static_cast<std::uint32_t>(greeting.pid));
+    Append(body, greeting.version);
+    Append(body, greeting.identity.high);
+    Append(body, greeting.identity.low);
+    Append(body, greeting.pid);
     AppendText(body, greeting.host);
     AppendText(body, greeting.user);
+    AppendText(body, greeting.application);
     return ControlFrame(FrameKind::kGreeting, body);
 }
 
-std::string AnnounceFrame(const std::string& application) {
-    return ControlFrame(FrameKind::kAnnounce, application);
-}
-
-std::string BellFrame() {
-    return ControlFrame(FrameKind::kBell, "");
+std::string AnnounceFrame(const Announcement& announcement) {
+    std::string body;
+    Append(body, announcement.order);
+    AppendText(body, announcement.application);
+    return ControlFrame(FrameKind::kAnnounce, body);
 }
 
 std::string LaneFrame(std::uint32_t ringSize) {
     std::string body;
-    AppendNumber(body, ringSize);
+    Append(body, ringSize);
     return ControlFrame(FrameKind::kLane, body);
 }
 
-std::uint32_t ReadLaneFrame(std::span<const char> body) {
-    return Fields(body).Number("ring size");
+std::string BlockFrame(const BlockNotice& block) {
+    std::string body;
+    Append(body, block.number);
+    Append(body, block.size);
+    return ControlFrame(FrameKind::kBlock, body);
+}
+
+std::string DropBlockFrame(std::uint32_t number) {
+    std::string body;
+    Append(body, number);
+    return ControlFrame(FrameKind::kDropBlock, body);
 }
 
 Greeting ReadGreeting(std::span<const char> body) {
     Fields fields(body);
     Greeting greeting;
-    greeting.version = fields.Number("version");
+    greeting.version = fields.Number<std::uint32_t>("version");
     if (greeting.version != kProtocolVersion) {
-        throw BadFrame("the peer speaks version " + std::to_string(greeting.version) +
-                       ", this process version " + std::to_string(kProtocolVersion) +
-                       "; both must use the same library");
+        throw BadFrame(
+            fmt::format("the peer speaks version {}, this process version {}; both must use the same library",
+                        greeting.version, kProtocolVersion));
     }
-    greeting.pid = static_cast<std::int32_t>(fields.Number("pid"));
+    greeting.identity.high = fields.Number<std::uint64_t>("identity");
+    greeting.identity.low = fields.Number<std::uint64_t>("identity");
+    greeting.pid = fields.Number<std::int32_t>("pid");
     greeting.host = fields.Text("host");
     greeting.user = fields.Text("user");
+    greeting.application = fields.Text("application");
     return greeting;
+}
+
+Announcement ReadAnnouncement(std::span<const char> body) {
+    Fields fields(body);
+    Announcement announcement;
+    announcement.order = fields.Number<std::uint64_t>("order");
+    announcement.application = fields.Text("application");
+    return announcement;
+}
+
+std::uint32_t ReadLane(std::span<const char> body) {
+    return Fields(body).Number<std::uint32_t>("ring size");
+}
+
+BlockNotice ReadBlock(std::span<const char> body) {
+    Fields fields(body);
+    BlockNotice block;
+    block.number = fields.Number<std::uint32_t>("block number");
+    block.size = fields.Number<std::uint64_t>("block size");
+    return block;
+}
+
+std::uint32_t ReadDropBlock(std::span<const char> body) {
+    return Fields(body).Number<std::uint32_t>("block number");
+}
+
+void AppendNote(std::string& out, const Note& note) {
+    Append(out, note.kind);
+    Append(out, note.value);
+}
+
+Note ReadNote(const char* in) {
+    const auto kind = Load<std::uint8_t>(in);
+    if (kind < static_cast<int>(NoteKind::kRoom) || kind > static_cast<int>(NoteKind::kHeldUp)) {
+        throw BadFrame(fmt::format("the listener's note is of kind {}", kind));
+    }
+    return {static_cast<NoteKind>(kind), Load<std::uint64_t>(in + 1)};
 }
 
 }  // namespace zyl::backbone::local

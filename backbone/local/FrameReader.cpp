@@ -59,7 +59,14 @@ void FrameReader::Received(std::size_t size) {
     m_busy = m_busy || m_end == m_chunk->capacity;
 }
 
-std::optional<FrameKind> FrameReader::NextKind() const {
+void FrameReader::SkipBells() {
+    while (m_begin < m_end && m_chunk->bytes[m_begin] == kBell) {
+        ++m_begin;
+    }
+}
+
+std::optional<FrameKind> FrameReader::NextKind() {
+    SkipBells();
     if (m_end - m_begin < kFrameHeaderSize) {
         return std::nullopt;
     }
@@ -67,6 +74,7 @@ std::optional<FrameKind> FrameReader::NextKind() const {
 }
 
 std::optional<FrameView> FrameReader::Next() {
+    SkipBells();
     const std::size_t frameSize = FrameSize();
     if (m_end - m_begin < kFrameHeaderSize || m_end - m_begin < frameSize) {
         return std::nullopt;

@@ -19,7 +19,7 @@ struct FrameView {
     std::shared_ptr<const MessageStorage> storage;
 };
 
-/// Cuts a stream of received bytes into frames, without copying whole ones: the caller receives into Room and
+/// Cuts a stream of received bytes into frames, drops the bells between them, and copies no whole frame: the caller receives into Room and
 /// takes frames out with Next until there is none. Memory grows with what has been received, never with what
 /// is announced.
 class FrameReader {
@@ -29,7 +29,7 @@ class FrameReader {
     /// The first `size` bytes of Room were filled.
     void Received(std::size_t size);
     /// The kind of the next frame, once its header is there. Throws BadFrame.
-    std::optional<FrameKind> NextKind() const;
+    std::optional<FrameKind> NextKind();
     /// The next whole frame, if there is one. Throws BadFrame; nothing may be read afterwards.
     std::optional<FrameView> Next();
 
@@ -37,6 +37,7 @@ class FrameReader {
     struct Chunk;
 
     std::size_t FrameSize() const;
+    void SkipBells();
     void MakeRoom(std::size_t frameSize);
 
     std::shared_ptr<Chunk> m_chunk;

@@ -1,104 +1,167 @@
 #ifndef ZYL_BACKBONE_LOCAL_LANE_H
 #define ZYL_BACKBONE_LOCAL_LANE_H
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <span>
+#include <string>
 #include <utility>
 #include <vector>
 
 #include "Frame.h"
-#include "SharedMemory.h"
+#include "SharedWord.h"
+#include "system/System.h"
 #include "transport/Transport.h"
 
 /// A lane carries a link's messages through shared memory: a ring of bytes with one writer and one reader. A
 /// message is streamed straight into the ring and handed to the receiver where it lies.
 ///
-/// The memory is a page with the two positions, then the ring, which is mapped twice in a row so that nothing
-/// ever wraps. A position counts bytes since the lane was made. The writer's position is published after a
-/// record is complete: a writer that dies in the middle of one leaves nothing to be seen.
+/// The memory is a head with positions and flags, then the ring. A position counts bytes since the lane was
+/// made. The writer's position is published after a record is complete: a writer that dies in the middle of
+/// one leaves nothing to be seen.
 ///
 ///   record    offset  bytes  field
-///             0       4      kind: 1 a whole message, 2 the first piece of one, 3 a further piece
-///             4       4      t: bytes of the type, its NUL terminator included; 0 in a further piece
+///             0       4      kind: 1 a message, 2 a message whose body is in a block, 3 nothing
+///             4       4      t: bytes of the type, its NUL terminator included; 0 in nothing
 ///             8       4      b: offset of the body in the record, a multiple of 8
 ///             12      4      n: bytes of the body in this record
-///             16      4      bytes of the body of the whole message
-///             20      4      zero
+///             16      4      bytes of the body in the block
+///             20      4      the block's number
 ///             24      t      type
 ///             b       n      body; the next record begins at the next multiple of 64
 ///
-/// Bodies of 512 bytes and more start on 64-byte boundaries, large ones on pages: copies between buffers that
-/// lie a few bytes apart modulo a page are slow on some processors. Smaller ones follow their type, as each
-/// cache line that need not pass between the processors counts there. What the other side may write is
-/// checked on every use.
+/// A record lies in one piece: where it would run over the ring's end, "nothing" fills the rest. Bodies of 512
+/// bytes and more start on cache lines, large ones on pages, which avoids 4K aliasing between the two ends of a
+/// copy. Smaller ones follow their type, as each cache line that need not pass between the processors counts
+/// there. What the other side may write is checked on every use.
+///
+/// Each word in the head is written by one side alone, and how the two wake each other is the same in both
+/// directions:
+///
+///   the writer has news             the reader goes to sleep
+///     writes the record               1. Sleeps = a number not used before
+///     1. Written = its end            2. store-load fence
+///     2. store-load fence             3. looks at Written: nothing new, so it sleeps
+///     3. looks at Sleeps: not 0,
+///        so it sends a bell
+///
+///   the reader gives room back      the writer wants room
+///     1. Read = up to where           1. Wanted = where Read must be
+///     2. store-load fence             2. store-load fence
+///     3. looks at Wanted: reached,    3. looks at Read: not there yet, so it sleeps; and at
+///        so it sends a note              Sleeps: not 0, so it sends a bell before that
+///
+/// So one of the two always sees the other, and a reader that sleeps on room which it cannot give back learns
+/// that the room is wanted. Either looks at a number once only: a bell is sent once for each
+/// sleep, a note once for each want.
 
 namespace zyl::backbone::local {
 
-/// The ring holds some dozen large messages. In a smaller one the reader's second cache keeps the lines from
-/// which the writer wants them back, which costs more than bytes that come from the third.
-constexpr std::size_t kRingSize = std::size_t{2} * 1024 * 1024;
-constexpr std::size_t kLaneMemory = kPageSize + kRingSize;
+constexpr std::size_t kCacheLine = 64;
+constexpr std::size_t kLaneHead = 4096;
 
-/// The least room that is worth telling the writer of: a fraction of the ring, so that a writer faster than
-/// its reader goes on while the reader is at its next message.
-constexpr std::size_t kRoomStep = std::size_t{64} * 1024;
+/// The sizes of a lane; `ring` is a multiple of four cache lines.
+struct LaneShape {
+    std::size_t ring = 0;
+    /// The least room that is given back while messages come.
+    std::size_t roomStep = 0;
 
-/// Longer messages travel in pieces, so that several records are always under way.
-constexpr std::size_t kLongestRecord = kRingSize / 4;
-
-/// The positions, each on a cache line of its own. Shared with a process that may write anything.
-struct LanePositions {
-    alignas(64) std::atomic<std::uint64_t> written;
-    alignas(64) std::atomic<std::uint64_t> read;
-    /// The writer is held up until there is room. It alone changes this: a reader that took the word back
-    /// could take back the next one, too, which it has not answered.
-    alignas(64) std::atomic<std::uint32_t> roomWanted;
+    std::size_t Memory() const { return kLaneHead + ring; }
+    /// With records of a quarter, several are always under way, and one fits into any ring that is read to its end,
+    /// wherever it ended.
+    std::size_t LongestRecord() const { return ring / 4; }
 };
 
-/// The writing end. Used like a Link: Reserve, fill, Commit until it is done.
+struct LaneHead {
+    /// By the writer: its position, and how many of its control frames must be read before what lies there.
+    alignas(kCacheLine) SharedWord written;
+    SharedWord controls;
+    /// By the writer, seldom.
+    alignas(kCacheLine) SharedWord wanted;
+    SharedWord writersProcessor;  ///< plus 1; 0: unknown
+    /// By the reader.
+    alignas(kCacheLine) SharedWord read;
+    /// By the reader, seldom.
+    alignas(kCacheLine) SharedWord sleeps;
+    SharedWord readersProcessor;  ///< plus 1; 0: unknown
+};
+static_assert(sizeof(LaneHead) <= kLaneHead);
+
+/// Prepares the memory of a lane that is used for the first time: as much again as was used so far, so that a lane which
+/// carries little stays small. Both ends do so, each in its own mapping.
+class RingGrowth {
+  public:
+    /// The end is at `position` now.
+    void Reached(std::uint64_t position, system::Memory& memory, std::size_t ring) {
+        if (m_prepared < ring && position + kPage > m_prepared) {
+            Grow(position, memory, ring);
+        }
+    }
+
+  private:
+    static constexpr std::size_t kPage = 4096;
+    void Grow(std::uint64_t position, system::Memory& memory, std::size_t ring);
+
+    std::size_t m_prepared = 0;
+};
+
+/// The writing end.
 class LaneWriter {
   public:
-    explicit LaneWriter(Mapping mapping);
+    LaneWriter(std::shared_ptr<system::Memory> memory, const LaneShape& shape);
 
-    /// Null when there is no room now. Throws BadFrame when the reader's position makes no sense.
-    void* Reserve(const char* type, std::size_t size);
-    /// kDone when the whole message is in the ring. Throws BadFrame.
-    Progress Commit();
-    /// Whether Reserve or Commit may get on after having been held up.
+    /// Whether a message fits into a record.
+    bool Fits(std::size_t typeSize, std::size_t bodySize) const;
+    /// Room for a body, and kGuardSize bytes behind it; null when there is none now. `type` has `typeSize` bytes, its
+    /// terminator included. Throws BadFrame when the reader's position makes no sense.
+    void* Reserve(const char* type, std::size_t typeSize, std::size_t bodySize);
+    /// The same for a message whose body lies in a block.
+    bool ReserveForBlock(const char* type, std::size_t typeSize, std::size_t bodySize, std::uint32_t block);
+    /// Publishes the record that was reserved last. `controls` is the number of control frames that were sent on this link before.
+    /// True: the reader sleeps, and is to be sent a bell.
+    bool Publish(std::uint64_t controls);
+
+    /// The same after room was wanted in vain: a reader that has read everything, and sleeps while one of its messages is
+    /// still looked at, is to find that out. True once for each sleep.
+    bool ReaderNeedsBell();
+    /// Whether the room that was wanted in vain is there.
     bool HasRoom() const;
+    void PublishProcessor(int processor);
+    /// Where the reader was last seen; -1: not known.
+    int ReadersProcessor() const { return static_cast<int>(Head().readersProcessor.Load()) - 1; }
 
   private:
     bool MakeRoom(std::size_t size);
-    void SetRoomWanted(bool wanted);
+    void Want(std::uint64_t position);
     void Refresh();
-    void Publish(std::size_t recordSize);
-    bool CommitPiece();
-    LanePositions& Positions() const { return *reinterpret_cast<LanePositions*>(m_mapping.Head()); }
-    char* At(std::uint64_t position) const { return m_mapping.Tail() + position % kRingSize; }
+    LaneHead& Head() const { return *reinterpret_cast<LaneHead*>(m_memory->Bytes().data()); }
+    char* At(std::uint64_t position) const {
+        return m_memory->Bytes().data() + kLaneHead + position % m_shape.ring;
+    }
 
-    Mapping m_mapping;
+    std::shared_ptr<system::Memory> m_memory;
+    LaneShape m_shape;
     std::uint64_t m_written = 0;
     std::uint64_t m_read = 0;
-    std::uint64_t m_heldUpAt = 0;
-    bool m_wantsRoom = false;
+    std::uint64_t m_wanted = 0;
+    std::uint64_t m_controls = 0;
+    std::uint64_t m_rungFor = 0;
     std::size_t m_recordSize = 0;
-    /// A message that travels in pieces: its type and body, and how much of the body is in the ring.
-    std::vector<char> m_type;
-    std::unique_ptr<char[]> m_body;
-    std::size_t m_bodySize = 0;
-    std::size_t m_bodySent = 0;
-    bool m_inPieces = false;
+    RingGrowth m_growth;
 };
 
-/// A message as a lane hands it out: a view of the ring for as long as `storage` is held alone.
+/// A message as a lane hands it out.
 struct LaneMessage {
     const char* type;
+    /// A view of the ring for as long as `storage` is held; empty where the body lies in a block.
     std::span<const char> body;
     std::shared_ptr<const MessageStorage> storage;
+    bool inBlock = false;
+    std::uint32_t block = 0;
+    std::size_t sizeInBlock = 0;
 
     /// The same message in memory of its own: out of the ring, which others need.
     LaneMessage Copy() const;
@@ -106,51 +169,71 @@ struct LaneMessage {
 
 /// The reading end.
 ///
-/// A message is viewed in the ring until its storage is let go. If another one is taken before that (from a
-/// nested loop, or by a send that waits for room) the held one first gets private pages with its bytes, at
-/// its addresses; so a handler that does not return never holds the ring up. Where the
-/// memory cannot be mapped a second time, as that takes, messages are copies. Room is given back in steps,
-/// and by GiveBack.
+/// A message is viewed in the ring until its storage is let go. Several may be viewed at once (from nested
+/// loops); room is given back up to the oldest one. If that holds the writer up, it is to make another lane:
+/// the view keeps this one's memory.
 class LaneReader {
   public:
-    explicit LaneReader(Mapping mapping);
-    ~LaneReader();
+    LaneReader(std::shared_ptr<system::Memory> memory, const LaneShape& shape);
 
     bool HasNews() { return m_seen != m_next || Refresh(); }
-    /// The next whole message, if there is one. Throws BadFrame, and std::bad_alloc for one that has no
-    /// place.
+    /// How many control frames must have been read before the next message is taken; valid when there is news.
+    std::uint64_t Controls() const { return m_controls; }
+    /// The next message, if there is one. Throws BadFrame.
     std::optional<LaneMessage> Take();
-    /// Gives back all room that is free.
-    void GiveBack();
-    /// Whether room was given back since the last call while the writer wanted some: it is to be woken.
+
+    /// Gives all room back that is free.
+    void GiveBack() { GiveBackUpTo(Free()); }
+    /// Whether room was given back since the last call that the writer waits for: it is to be told.
     bool WriterWaits() { return std::exchange(m_writerWaits, false); }
+    /// Whether there is more to give back, once messages that are looked at are let go.
+    bool OwesRoom() const { return m_givenBack != m_next; }
+    /// Whether all is read, and the writer wants room that a message which is looked at takes. True once.
+    bool NeedsAnother();
+
+    /// Says that this process sleeps and wants a bell; HasNews is to be asked behind a StoreLoadFence, before it
+    /// does. Awake takes it back.
+    void Asleep();
+    void Awake();
+    void PublishProcessor(int processor);
+    int WritersProcessor() const { return static_cast<int>(Head().writersProcessor.Load()) - 1; }
 
   private:
     struct View;
     struct Record;
+    struct Held {
+        std::uint64_t begin;
+        std::shared_ptr<View> view;
+    };
 
     bool Refresh();
     Record NextRecord() const;
-    void LetGo();
-    void GiveBackInSteps();
-    void Assemble(const Record& record);
-    LanePositions& Positions() const { return *reinterpret_cast<LanePositions*>(m_mapping.Head()); }
-    const char* At(std::uint64_t position) const { return m_mapping.Tail() + position % kRingSize; }
+    void SetViewAside();
+    std::uint64_t Free();
+    void GiveBackUpTo(std::uint64_t position);
+    LaneHead& Head() const { return *reinterpret_cast<LaneHead*>(m_memory->Bytes().data()); }
+    const char* At(std::uint64_t position) const {
+        return m_memory->Bytes().data() + kLaneHead + position % m_shape.ring;
+    }
 
-    Mapping m_mapping;
+    std::shared_ptr<system::Memory> m_memory;
+    LaneShape m_shape;
     /// The writer's position as last seen. Looked at anew when all before it is taken: each look costs the
     /// writer its cache line.
     std::uint64_t m_seen = 0;
+    std::uint64_t m_controls = 0;
     std::uint64_t m_next = 0;
-    std::uint64_t m_free = 0;
     std::uint64_t m_givenBack = 0;
+    /// What was handed out last, and where its record begins; and older ones that are still looked at.
     std::shared_ptr<View> m_view;
-    bool m_canView;
-    std::span<const char> m_viewed;
-    std::shared_ptr<View> m_assembly;
-    std::size_t m_assembled = 0;
-    std::size_t m_assemblySize = 0;
+    std::uint64_t m_viewBegin = 0;
+    std::deque<Held> m_held;
+    std::uint64_t m_answered = 0;
+    std::uint64_t m_sleeps = 0;
+    bool m_asleep = false;
+    bool m_askedForAnother = false;
     bool m_writerWaits = false;
+    RingGrowth m_growth;
 };
 
 }  // namespace zyl::backbone::local

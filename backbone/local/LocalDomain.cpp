@@ -1,18 +1,40 @@
+#include "LocalDomain.h"
+
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <cerrno>
-#include <system_error>
 #include <utility>
 
-#include "Descriptors.h"
 #include "Diagnostics.h"
-#include "LocalDomain.h"
 
 namespace zyl::backbone::local {
 
 namespace {
 
-/// Out of descriptors: how long until the next try to accept.
-constexpr std::chrono::milliseconds kDescriptorPause{100};
+using std::chrono::milliseconds;
+
+/// How long until the next try, where something was short, or a peer had no room for a connection.
+constexpr milliseconds kShortagePause{50};
+
+/// How often a sender looks whether its target has come: short beside the start of a process, long beside a
+/// look.
+constexpr milliseconds kLookInterval{5};
+
+/// A name that is found held so often, with this time between two looks, is not held by a process that is just
+/// about to end.
+constexpr int kLooksAtAName = 500;
+constexpr milliseconds kNameInterval{2};
+
+/// A process whose channel has ended is looked at again after so long, and then at intervals that double. One
+/// that goes on living has closed the channel for a reason of its own.
+constexpr milliseconds kFirstPause{1};
+constexpr milliseconds kLongestPause{1000};
+/// At this pause it was looked at for some tenths of a second: it does not end.
+constexpr milliseconds kGivenUpLinkPause{256};
+
+/// The channels of a process that dies are closed one after the other, and its names are given up among them;
+/// all of that in less than this time.
+constexpr milliseconds kDying{1000};
 
 /// A peer that announces more is none of this library, or has lost its way; each is kept while it lives.
 constexpr std::size_t kMostNames = 4096;
@@ -20,59 +42,122 @@ constexpr std::size_t kMostNames = 4096;
 /// After this many messages in a row a look at the other links is due, so that a busy one hides none.
 constexpr int kMessagesBetweenLooks = 256;
 
+/// The switchboard's handle on a connection, which the domain keeps for as long as the peer lives.
+class OpenLink final : public Link {
+  public:
+    OpenLink(LocalDomain& domain, std::shared_ptr<Outgoing> outgoing)
+        : m_domain(domain), m_outgoing(std::move(outgoing)) {}
+    const Peer& To() const override { return m_outgoing->To(); }
+    bool Announced() const override { return m_outgoing->Announced(); }
+    bool Alive() override { return m_outgoing->Alive(); }
+    void* Reserve(const char* type, int size) override {
+        void* room = m_outgoing->Reserve(type, size);
+        if (room == nullptr) {
+            m_domain.Sent(m_outgoing);
+        }
+        return room;
+    }
+    Progress Commit() override {
+        m_domain.Sent(m_outgoing);
+        return m_outgoing->Commit();
+    }
+    std::uint64_t HeldUp() const override { return m_outgoing->HeldUp(); }
+
+  private:
+    LocalDomain& m_domain;
+    std::shared_ptr<Outgoing> m_outgoing;
+};
+
 }  // namespace
 
-LocalDomain::LocalDomain(const Settings& settings, const std::string& name, const Greeting& greeting,
-                         Doorbell& bell)
-    : m_greeting(greeting),
-      m_bell(bell),
-      m_opensLanes(settings.lane == Settings::Lane::kMemory),
-      m_directory(settings.directory, name),
-      m_bellEntry(m_poller, m_bell.Bell(), m_bellRung) {}
+LocalDomain::LocalDomain(system::System& system, const LocalSettings& settings, KeptBlocks& kept,
+                         const std::string& name)
+    : m_system(system),
+      m_settings(settings),
+      m_kept(kept),
+      m_names(system.Join(settings.directory, name)),
+      m_intake(*this) {
+    m_names->Watch(*this);
+}
 
 /// The names go before the links, so that who sees the end of a link finds nobody under the name.
 LocalDomain::~LocalDomain() {
-    m_listeners.clear();
+    m_names.reset();
 }
 
 void LocalDomain::Announce(int number, const std::string& name, bool announced) {
-    Claim claim = m_directory.Take(name, announced);
-    m_listeners.emplace(
-        number, std::make_unique<Listener>(m_poller, m_knocking, number, name, announced, std::move(claim)));
+    const system::Names::Claimed claimed = Claim(name, announced);
+    if (!claimed.taken) {
+        throw NameTaken(claimed.entry.pid, claimed.entry.host);
+    }
+    m_applications[number] = {name, announced, claimed.entry.order};
     if (!announced) {
         return;
     }
-    const std::string frame = AnnounceFrame(name);
     for (const auto& [target, outgoing] : m_outgoing) {
-        outgoing->SendControl(frame);
+        outgoing->SendControl(AnnounceFrame({claimed.entry.order, name}));
     }
-    for (const std::string& watcher : m_directory.Watchers()) {
-        OutgoingTo(watcher);
+    for (const system::Entry& entry : m_names->List()) {
+        if (entry.watches) {
+            Reach(entry);
+        }
     }
+}
+
+/// A holder that is dying lets go in a moment. This counts looks, not time: this process may have been stopped
+/// between two of them.
+system::Names::Claimed LocalDomain::Claim(const std::string& name, bool announced) {
+    system::Names::Claimed claimed = m_names->Claim(name, announced);
+    for (int looks = 1; !claimed.taken && looks < kLooksAtAName; ++looks) {
+        m_system.Wait(m_system.Now() + kNameInterval);
+        claimed = m_names->Claim(name, announced);
+    }
+    return claimed;
 }
 
 void LocalDomain::Deliver(int number) {
-    m_listeners.at(number)->delivered = true;
-    Unpark();
+    m_applications.at(number).delivered = true;
+    m_intake.HandlerCame();
 }
 
-/// First our mark, then the look around: a newcomer makes its socket first and then looks for marks, so at
+/// First our mark, then the look around: a newcomer claims its name first and then looks for marks, so at
 /// least one of the two finds the other.
 void LocalDomain::Watch(int number) {
-    m_directory.MarkWatcher(m_listeners.at(number)->Name());
-    for (const std::string& application : m_directory.Announced()) {
-        OutgoingTo(application);
+    m_watches = true;
+    m_names->MarkWatcher(m_applications.at(number).name);
+    for (const system::Entry& entry : m_names->List()) {
+        if (entry.announced) {
+            Reach(entry);
+        }
+    }
+}
+
+/// One link to a process is enough to see its end, and to tell it our names, unless it is held up.
+void LocalDomain::Reach(const system::Entry& entry) {
+    const auto known = m_outgoingByHolder.find(entry.identity);
+    if (known == m_outgoingByHolder.end() || !known->second->Alive() || known->second->HasBacklog()) {
+        Connect(entry);
+    } else if (!m_presence.IsOver(entry.identity)) {
+        Know(entry);
+    }
+}
+
+void LocalDomain::ReachAgain() {
+    for (const auto& [key, entry] : std::exchange(m_toReach, {})) {
+        Reach(entry);
+        if (!HasOpenLink(entry.identity)) {
+            ChannelEnded(entry.identity);  // it may have ended meanwhile
+        }
     }
 }
 
 std::unique_ptr<Link> LocalDomain::Open(const std::string& target) {
     std::shared_ptr<Outgoing> outgoing = OutgoingTo(target);
-    return outgoing != nullptr ? std::make_unique<OpenLink>(std::move(outgoing)) : nullptr;
-}
-
-bool LocalDomain::IsOwn(const std::string& name) const {
-    return std::any_of(m_listeners.begin(), m_listeners.end(),
-                       [&](const auto& entry) { return entry.second->Name() == name; });
+    if (outgoing == nullptr) {
+        m_lookForTarget = m_system.Now() + kLookInterval;
+        return nullptr;
+    }
+    return std::make_unique<OpenLink>(*this, std::move(outgoing));
 }
 
 /// The living connection to the application, made if there is none; null when it is not there, or is this
@@ -82,500 +167,490 @@ std::shared_ptr<Outgoing> LocalDomain::OutgoingTo(const std::string& target) {
     if (known != m_outgoing.end() && known->second->Alive()) {
         return known->second;
     }
-    if (IsOwn(target)) {
+    const std::optional<system::Entry> entry = m_names->Find(target);
+    return entry ? Connect(*entry) : nullptr;
+}
+
+std::shared_ptr<Outgoing> LocalDomain::Connect(const system::Entry& entry) {
+    const system::Self& me = m_system.Me();
+    if (entry.identity == me.identity || m_presence.IsOver(entry.identity) ||
+        m_presence.WasReported(entry.identity)) {
         return nullptr;
     }
-    Connected connected = m_directory.Connect(target);
-    if (!connected.socket.IsOpen() || m_lives.EndedJustNow(connected.pid)) {
+    system::Names::Connection connection = m_names->Connect(entry);
+    // Who was forked from a dead holder may still have what can be connected to.
+    const system::Names::Holding holding = connection.reached == system::Names::Reached::kNobody
+                                               ? system::Names::Holding::kNo
+                                               : m_names->IsHeld(entry);
+    if (holding == system::Names::Holding::kNo) {
         return nullptr;
     }
-    const Peer peer{target, connected.pid, m_greeting.host, m_greeting.user};
-    auto outgoing = std::make_shared<Outgoing>(*this, std::move(connected.socket), peer, connected.announced);
-    outgoing->SendControl(GreetingFrame(m_greeting));
-    for (const auto& [number, listener] : m_listeners) {
-        if (listener->Announced()) {
-            outgoing->SendControl(AnnounceFrame(listener->Name()));
+    if (connection.reached == system::Names::Reached::kNotNow ||
+        holding == system::Names::Holding::kUnknown) {
+        if (entry.watches || m_watches) {
+            m_toReach[{entry.identity, entry.name}] = entry;
+            Know(entry);
+            TryAgainSoon();
+        }
+        return nullptr;
+    }
+    OutgoingOwner& owner = *this;
+    auto outgoing =
+        std::make_shared<Outgoing>(owner, m_system, m_settings, m_kept, std::move(connection.channel), entry,
+                                   Peer{entry.name, entry.pid, entry.host, me.user});
+    std::string hello = GreetingFrame({kProtocolVersion, me.identity, me.pid, me.host, me.user, entry.name});
+    for (const auto& [number, application] : m_applications) {
+        if (application.announced) {
+            hello += AnnounceFrame({application.order, application.name});
         }
     }
-    m_lives.Meet(peer.pid, peer.host, peer.user);
-    m_lives.Name(peer.pid, target, connected.announced);
-    m_outgoing[target] = outgoing;
-    Succeed(target, peer.pid);
+    outgoing->SendControl(hello);
+    m_outgoing[entry.name] = outgoing;
+    m_outgoingByHolder[entry.identity] = outgoing;
+    Know(entry);
     return outgoing;
 }
 
+void LocalDomain::Know(const system::Entry& entry) {
+    m_presence.Meet(entry.identity, entry.pid, entry.host, m_system.Me().user);
+    m_presence.AddName(entry.identity, entry.name, entry.order, entry.announced);
+    ResolveRivals(entry.name, entry.identity);
+}
+
 bool LocalDomain::OwesLossOf(const std::string& name) {
-    HearNewcomers();
-    return m_lives.Holders(name).size() > 1 ||
+    m_system.Wait(m_system.Now());
+    Accept();
+    m_intake.Next(Take::kNothing);
+    return m_presence.OwesEndOf(name) ||
            std::any_of(m_reports.begin(), m_reports.end(),
                        [&](const PeerLost& report) { return report.peer->application == name; });
 }
 
-bool LocalDomain::HasNews(Take take) const {
-    if (take == Take::kNothing) {
-        return HasLaneNews(take);
-    }
-    return !m_readable.empty() || !m_reports.empty() || (m_lives.SomeEnding() && m_starved.empty()) ||
-           MayAccept() || MaySettleBells() || (take == Take::kAll && !m_parked.empty()) || HasLaneNews(take);
-}
-
-bool LocalDomain::HasLaneNews(Take take) const {
-    return (m_fullLane != nullptr && m_fullLane->LaneHasRoom()) ||
-           std::any_of(m_lanes.begin(), m_lanes.end(),
-                       [&](const Incoming* incoming) { return MayTakeFromLane(*incoming, take); });
-}
-
-void LocalDomain::GiveBackRoom() {
-    for (const Incoming* incoming : m_lanes) {
-        incoming->Lane()->GiveBack();
-        if (incoming->Lane()->WriterWaits()) {
-            incoming->WritersBell()->Ring();
-        }
-    }
-}
-
-void LocalDomain::LaneIsFull(const Outgoing& outgoing, bool full) {
-    if (full) {
-        m_fullLane = &outgoing;
-    } else if (m_fullLane == &outgoing) {
-        m_fullLane = nullptr;
-    }
-}
-
-void LocalDomain::Met(const std::shared_ptr<PeerDoorbell>& peer) {
-    if (m_lastMet != peer) {
-        m_lastMet = peer;
-    }
-    m_bell.PublishProcessor();
-}
-
-bool LocalDomain::IsWanted(const Incoming& incoming, Take take) const {
-    return take == Take::kAll ||
-           (take == Take::kDelivered && m_listeners.at(incoming.Application())->delivered);
-}
-
-std::optional<std::chrono::milliseconds> LocalDomain::LongestWait() const {
-    const bool isShort = m_outOfDescriptors || !m_starved.empty() || m_bellsDue;
-    return isShort ? std::optional(kDescriptorPause) : std::nullopt;
-}
-
-void LocalDomain::Readable(Incoming& incoming) {
-    if (!incoming.queued) {
-        incoming.queued = true;
-        m_readable.push_back(&incoming);
-    }
-}
-
-void LocalDomain::Ended(int pid) {
-    if (!m_lives.End(pid)) {
-        return;
-    }
-    m_endUnexamined = true;
-    for (const auto& incoming : m_incoming) {
-        if (incoming->Pid() == pid) {
-            incoming->Recheck();
-        }
-    }
-}
-
 std::string LocalDomain::WhereItLooks() const {
-    return "it looks in " + QuotedPath(m_directory.Path()) +
-           "; most often such an application was not started, or runs as another user or with another "
-           "ZYL_BACKBONE_DIR or XDG_RUNTIME_DIR";
+    return fmt::format(
+        "it looks in {}; most often such an application was not started, or runs as another user or with "
+        "another ZYL_BACKBONE_DIR or XDG_RUNTIME_DIR",
+        QuotedPath(m_names->Place()));
+}
+
+void LocalDomain::BeforeWait() {
+    m_intake.GiveBack();
+    if (m_somebodyWaits) {
+        Accept();
+    }
+    TryAgain();
+}
+
+bool LocalDomain::HasNews(Take take) {
+    if (take == Take::kNothing) {
+        return m_sendMayGetOn || HasLaneNews(take);
+    }
+    return m_sendMayGetOn || !m_reports.empty() || m_somebodyWaits || m_intake.HasNews(take) ||
+           HasLaneNews(take) || MayReportSome();
+}
+
+bool LocalDomain::HasLaneNews(Take take) {
+    return (m_lastSent != nullptr && m_lastSent->RoomHasCome()) || m_intake.HasLaneNews(take);
+}
+
+bool LocalDomain::FallAsleep(Take take) {
+    return take == Take::kNothing || m_intake.FallAsleep();
+}
+
+system::Deadline LocalDomain::NextTry() const {
+    system::Deadline next = m_tryAgain;
+    const auto also = [&](system::Clock::time_point time) { next = std::min(next.value_or(time), time); };
+    if (m_lookForTarget) {
+        also(*m_lookForTarget);
+    }
+    for (const auto& [life, suspicion] : m_suspects) {
+        also(suspicion.next);
+    }
+    for (const auto& [life, until] : m_doubts) {
+        also(until);
+    }
+    return next;
+}
+
+void LocalDomain::SayHeldUp(std::uint64_t token) {
+    m_heldUp = token;
+    m_intake.SayHeldUp(token);
+}
+
+bool LocalDomain::PeerRunsElsewhere(int processor) {
+    bool elsewhere = false;
+    const auto consider = [&](int theirs) { elsewhere = elsewhere || (theirs >= 0 && theirs != processor); };
+    if (m_lastSent != nullptr && m_lastSent->Lane() != nullptr) {
+        m_lastSent->Lane()->PublishProcessor(processor);
+        consider(m_lastSent->Lane()->ReadersProcessor());
+    }
+    if (Incoming* incoming = m_intake.LastInLane(); incoming != nullptr && incoming->HasLane()) {
+        incoming->Lane()->PublishProcessor(processor);
+        consider(incoming->Lane()->WritersProcessor());
+    }
+    return elsewhere;
 }
 
 std::optional<Event> LocalDomain::Next(Take take) {
     if (++m_sinceLook > kMessagesBetweenLooks) {
         m_sinceLook = 0;
-        m_poller.Wait(std::chrono::milliseconds(0));
-        m_endUnexamined = m_endUnexamined || m_lives.SomeEnding();
+        m_system.Wait(m_system.Now());
+        TryAgain();
     }
-    if (m_endUnexamined) {
-        ReportEnds();
-    }
-    if (MaySettleBells()) {
-        SettleBells();
-    }
-    if (MayAccept()) {
+    if (m_somebodyWaits) {
         Accept();
     }
+    ReportEnds();
     if (!m_reports.empty()) {
         return TakeReport();
     }
-    if (take == Take::kAll) {
-        Unpark();
+    if (std::optional<Message> message = m_intake.Next(take)) {
+        return message;
     }
-    Feed();
-    m_lanesFirst = !m_lanesFirst;
-    for (const bool inLanes : {m_lanesFirst, !m_lanesFirst}) {
-        if (std::optional<Event> event = inLanes ? NextInLanes(take) : NextMessage(take)) {
-            return event;
-        }
-    }
-    if (m_lives.SomeEnding()) {
-        ReportEnds();
-    }
+    TryAgain();
+    ReportEnds();
     return TakeReport();
 }
 
-void LocalDomain::Accept() {
-    m_knocking = false;
-    for (const auto& [number, listener] : m_listeners) {
-        while (AcceptOne(*listener)) {
+/// What is due: a shortage that may be over, peers to be reached, processes that may have ended.
+void LocalDomain::TryAgain() {
+    if (!m_tryAgain && m_suspects.empty() && m_doubts.empty()) {
+        return;
+    }
+    const system::Clock::time_point now = m_system.Now();
+    if (m_tryAgain && now >= *m_tryAgain) {
+        m_tryAgain.reset();
+        m_sendMayGetOn = true;
+        m_somebodyWaits = true;
+        Accept();
+        m_intake.TryAgain();
+        for (const auto& [target, outgoing] : m_outgoing) {
+            outgoing->TryAgain();
+        }
+        ReachAgain();
+    }
+    ExamineSuspects(now);
+    EndDoubts(now);
+}
+
+/// Who lives on without the names that it announced has never held them. Nothing of it is reported, now or
+/// later.
+void LocalDomain::EndDoubts(system::Clock::time_point now) {
+    std::vector<system::Identity> liars;
+    for (const auto& [life, until] : m_doubts) {
+        if (now >= until) {
+            liars.push_back(life);
         }
     }
-    SeeWhetherShortageIsOver();
+    for (const system::Identity& liar : liars) {
+        m_doubts.erase(liar);
+        m_suspects.erase(liar);
+        m_presence.Report(liar);
+        m_intake.SetReported(liar);
+        m_intake.PredecessorReported();
+    }
 }
 
-bool LocalDomain::MayAccept() const {
-    return m_knocking && Clock::now() >= m_nextTry;
+void LocalDomain::TryAgainSoon() {
+    if (!m_tryAgain) {
+        m_tryAgain = m_system.Now() + kShortagePause;
+    }
 }
 
-bool LocalDomain::AcceptOne(const Listener& listener) {
-    Listener::Accepted accepted = listener.Accept();
-    switch (accepted.outcome) {
-        case Listener::Outcome::kAccepted:
-            Admit(std::move(accepted.socket), accepted.pid, listener.Number());
-            return true;
-        case Listener::Outcome::kRefused:
-            return true;
-        case Listener::Outcome::kShortage:
-            SayOutOfDescriptors(listener.Number());
-            m_knocking = true;
-            return false;
-        case Listener::Outcome::kNobody:
-            break;
+/// False when somebody waits who cannot be accepted now.
+bool LocalDomain::Accept() {
+    for (;;) {
+        system::Names::Acceptance acceptance = m_names->Accept();
+        switch (acceptance.welcome) {
+            case system::Names::Welcome::kAccepted: {
+                IncomingOwner& owner = *this;
+                auto link = std::make_unique<Incoming>(
+                    owner, m_settings.limits.lane, m_settings.limits.blocks, std::move(acceptance.channel));
+                link->SayHeldUp(m_heldUp);
+                m_intake.Add(std::move(link));
+                break;
+            }
+            case system::Names::Welcome::kRefused:
+                break;
+            case system::Names::Welcome::kNobody:
+                m_somebodyWaits = false;
+                m_saidShortage = false;
+                return true;
+            case system::Names::Welcome::kShortage:
+                m_somebodyWaits = false;
+                SayShortage(acceptance.problem);
+                TryAgainSoon();
+                return false;
+        }
+    }
+}
+
+void LocalDomain::SayShortage(const std::string& problem) {
+    if (!std::exchange(m_saidShortage, true)) {
+        Report(fmt::format("cannot accept a link to application {}: {}; will try again",
+                           Quoted(m_applications.empty() ? "" : m_applications.begin()->second.name),
+                           problem));
+    }
+}
+
+void LocalDomain::Greeted(Incoming& link, const Greeting& greeting) {
+    const auto application =
+        std::find_if(m_applications.begin(), m_applications.end(),
+                     [&](const auto& entry) { return entry.second.name == greeting.application; });
+    if (application == m_applications.end()) {
+        throw BadFrame(
+            fmt::format("it is for application {}, which is not here", Quoted(greeting.application)));
+    }
+    link.application = application->first;
+    m_presence.Meet(greeting.identity, greeting.pid, greeting.host, greeting.user);
+}
+
+void LocalDomain::Announced(Incoming& link, const Announcement& announcement) {
+    const std::size_t count = m_presence.CountOfNames(link.Opener());
+    if (announcement.application.size() > kLongestName || count >= kMostNames) {
+        throw BadFrame(fmt::format("it announces an application with a name of {} bytes after {} others",
+                                   announcement.application.size(), count));
+    }
+    if (link.lifeReported && !m_presence.RememberName(link.Opener(), announcement.application)) {
+        return;
+    }
+    if (link.lifeReported) {
+        Peer peer = link.OpenedBy();
+        peer.application = announcement.application;
+        m_reports.push_back({std::make_unique<Peer>(std::move(peer)), true});
+        return;
+    }
+    if (IsDoubtful(link, announcement)) {
+        m_doubts.emplace(link.Opener(), m_system.Now() + kDying);
+    }
+    m_presence.AddName(link.Opener(), announcement.application, announcement.order, true);
+    ResolveRivals(announcement.application, link.Opener());
+}
+
+/// Whether a process announces a name that a living one holds. It may have held it before, and be about to end
+/// just now; else it lies.
+bool LocalDomain::IsDoubtful(Incoming& link, const Announcement& announcement) {
+    const auto holds = [&](const system::Identity& life) {
+        system::Entry entry;
+        entry.name = announcement.application;
+        entry.identity = life;
+        return m_names->IsHeld(entry);
+    };
+    const std::vector<system::Identity> rivals =
+        m_presence.LivingRivals(announcement.application, link.Opener());
+    return !rivals.empty() && holds(link.Opener()) == system::Names::Holding::kNo &&
+           !link.ChannelHasEnded() &&
+           std::any_of(rivals.begin(), rivals.end(), [&](const system::Identity& rival) {
+               return holds(rival) == system::Names::Holding::kYes;
+           });
+}
+
+void LocalDomain::Ended(const Incoming& link) {
+    m_doubts.erase(link.Opener());
+    if (link.Greeted() && !link.lifeReported) {
+        ChannelEnded(link.Opener());
+    }
+}
+
+void LocalDomain::Broken(const Incoming& link, const std::string& complaint) {
+    const auto application = m_applications.find(link.application);
+    Report(fmt::format("the link from process {} to application {} is closed: {}", link.OpenedBy().pid,
+                       Quoted(application != m_applications.end() ? application->second.name : ""),
+                       complaint));
+    Ended(link);
+}
+
+bool LocalDomain::IsWanted(const Incoming& link, Take take) const {
+    if (take == Take::kDelivered) {
+        const auto application = m_applications.find(link.application);
+        return application != m_applications.end() && application->second.delivered;
+    }
+    return take == Take::kAll;
+}
+
+bool LocalDomain::HasToWait(const Incoming& link) const {
+    return m_intake.EarlierIsUnknown(link) ||
+           (link.Greeted() && !link.lifeReported && m_presence.HasToWait(link.Opener()));
+}
+
+bool LocalDomain::IsOver(const Incoming& link) const {
+    return link.lifeReported ||
+           (link.Greeted() && m_presence.IsOver(link.Opener()) && !m_doubts.contains(link.Opener()));
+}
+
+/// Of all that are known under a name, one at most holds it.
+void LocalDomain::ResolveRivals(const std::string& name, const system::Identity& newcomer) {
+    const std::vector<system::Identity> rivals = m_presence.LivingRivals(name, newcomer);
+    if (rivals.empty()) {
+        return;
+    }
+    const bool newcomerHolds = LookWhetherHeld(name, newcomer);
+    for (const system::Identity& rival : rivals) {
+        if (newcomerHolds) {
+            SetOver(rival);
+        } else if (LookWhetherHeld(name, rival)) {
+            SetOver(newcomer);
+        }
+    }
+}
+
+/// True when it is. A life that is seen not to hold the name is over.
+bool LocalDomain::LookWhetherHeld(const std::string& name, const system::Identity& life) {
+    system::Entry entry;
+    entry.name = name;
+    entry.identity = life;
+    const system::Names::Holding holding = m_names->IsHeld(entry);
+    if (holding == system::Names::Holding::kNo) {
+        SetOver(life);
+    } else if (holding == system::Names::Holding::kUnknown) {
+        ChannelEnded(life);
+    }
+    return holding == system::Names::Holding::kYes;
+}
+
+void LocalDomain::ChannelEnded(const system::Identity& life) {
+    m_doubts.erase(life);
+    if (m_presence.Knows(life) && !m_presence.IsOver(life)) {
+        const system::Clock::time_point now = m_system.Now();
+        const auto patience = m_patience.find(life);
+        const milliseconds pause = patience != m_patience.end() ? patience->second : kFirstPause;
+        m_suspects.try_emplace(life, Suspicion{now, kFirstPause, now + pause});
+    }
+}
+
+void LocalDomain::ExamineSuspects(system::Clock::time_point now) {
+    std::vector<system::Identity> due;
+    for (const auto& [life, suspicion] : m_suspects) {
+        if (now >= suspicion.next) {
+            due.push_back(life);
+        }
+    }
+    for (const system::Identity& life : due) {
+        if (IsCleared(life)) {
+            m_suspects.erase(life);
+        } else if (const auto suspect = m_suspects.find(life); suspect != m_suspects.end()) {
+            suspect->second.next = now + suspect->second.pause;
+            suspect->second.pause = std::min(2 * suspect->second.pause, kLongestPause);
+        }
+    }
+}
+
+/// Whether no further look is needed: it is over, or will be seen to end by another link.
+bool LocalDomain::IsCleared(const system::Identity& suspect) {
+    const std::vector<Presence::Holding> names = m_presence.NamesOf(suspect);
+    if (names.empty() || m_presence.IsOver(suspect)) {
+        return true;
+    }
+    LookWhetherHeld(names.front().name, suspect);
+    if (m_presence.IsOver(suspect)) {
+        return true;
+    }
+    if (m_suspects.at(suspect).pause >= kGivenUpLinkPause) {
+        ReportLinksGivenUp(suspect);
+    }
+    if (HasOpenLink(suspect)) {
+        return !m_lostWithMessages.contains(suspect);
+    }
+    const auto announced =
+        std::find_if(names.begin(), names.end(), [](const auto& one) { return one.announced; });
+    if (!m_watches || announced == names.end()) {
+        return m_suspects.at(suspect).pause >= kLongestPause;
+    }
+    if (m_system.Now() >= m_suspects.at(suspect).reconnect) {
+        ReconnectTo(suspect, announced->name);
     }
     return false;
 }
 
-void LocalDomain::Admit(FileDescriptor socket, int pid, int application) {
-    m_incoming.push_back(std::make_unique<Incoming>(*this, std::move(socket), pid, application));
-    Incoming& incoming = *m_incoming.back();
-    incoming.orphaned = m_lives.EndedJustNow(pid);
-    Readable(incoming);
-}
-
-/// The links take turns, a message each.
-std::optional<Event> LocalDomain::NextMessage(Take take) {
-    while (!m_readable.empty()) {
-        Incoming& incoming = *m_readable.front();
-        m_readable.pop_front();
-        incoming.queued = false;
-        if (std::optional<Message> message = TakeFrom(incoming, take)) {
-            Readable(incoming);
-            return message;
-        }
-        if (m_lives.SomeEnding()) {
-            ReportEnds();
-        }
-        if (std::optional<Event> report = TakeReport()) {
-            return report;
-        }
+void LocalDomain::Lost(const Outgoing& link) {
+    if (link.HasCarriedMessages() && !m_presence.IsOver(link.Holder())) {
+        m_lostWithMessages.emplace(link.Holder(), std::pair(link.To(), link.Announced()));
     }
-    return std::nullopt;
+    ChannelEnded(link.Holder());
 }
 
-/// Leaves the link's messages where they are until their application gets a handler.
-void LocalDomain::Park(Incoming& incoming) {
-    incoming.queued = true;
-    m_parked.push_back(&incoming);
-    if (incoming.HungUp()) {
-        Ended(incoming.Pid());
+/// A living process that closes a link over which we have sent has lost what it had not read: for us that is
+/// as if it had ended, and come back.
+void LocalDomain::ReportLinksGivenUp(const system::Identity& life) {
+    const auto [begin, end] = m_lostWithMessages.equal_range(life);
+    for (auto lost = begin; lost != end; ++lost) {
+        m_reports.push_back({std::make_unique<Peer>(lost->second.first), lost->second.second});
+    }
+    m_lostWithMessages.erase(begin, end);
+}
+
+/// One that closes its channels again and again is connected to less and less often.
+void LocalDomain::ReconnectTo(const system::Identity& life, const std::string& name) {
+    milliseconds& patience = m_patience.try_emplace(life, kFirstPause).first->second;
+    patience = std::min(4 * patience, kLongestPause);
+    if (const std::optional<system::Entry> entry = m_names->Find(name)) {
+        Reach(*entry);
     }
 }
 
-/// What came with the link's next bytes would be lost: they wait until there are descriptors again.
-void LocalDomain::Starve(Incoming& incoming) {
-    SayOutOfDescriptors(incoming.Application());
-    incoming.queued = true;
-    m_starved.push_back(&incoming);
+bool LocalDomain::HasOpenLink(const system::Identity& life) const {
+    const auto outgoing = m_outgoingByHolder.find(life);
+    return (outgoing != m_outgoingByHolder.end() && outgoing->second->Alive()) || m_intake.HasLinkOf(life);
 }
 
-void LocalDomain::Feed() {
-    if (!m_starved.empty() && CanOpen(kMostDescriptors)) {
-        m_readable.insert(m_readable.end(), m_starved.begin(), m_starved.end());
-        m_starved.clear();
-        SeeWhetherShortageIsOver();
+void LocalDomain::SetOver(const system::Identity& life) {
+    if (!m_presence.SetOver(life)) {
+        return;
     }
-}
-
-void LocalDomain::SayOutOfDescriptors(int application) {
-    if (!m_outOfDescriptors) {
-        Report("cannot accept a link to application " + Quoted(m_listeners.at(application)->Name()) + ": " +
-               std::generic_category().message(errno) + "; will try again");
-    }
-    m_outOfDescriptors = true;
-    m_nextTry = Clock::now() + kDescriptorPause;
-}
-
-/// It lasts while a link waits for descriptors, of whatever application.
-void LocalDomain::SeeWhetherShortageIsOver() {
-    m_outOfDescriptors = m_outOfDescriptors && (m_knocking || !m_starved.empty());
-}
-
-void LocalDomain::OweBells() {
-    m_bellsDue = Clock::now() + kDescriptorPause;
-}
-
-bool LocalDomain::MaySettleBells() const {
-    return m_bellsDue && Clock::now() >= *m_bellsDue;
-}
-
-void LocalDomain::SettleBells() {
-    m_bellsDue.reset();
-    for (const auto& incoming : m_incoming) {
-        if (incoming->OwesBell()) {
-            incoming->AnswerWithBell(m_bell);
-        }
-    }
+    m_acceptBeforeReports = true;
+    m_intake.LookAtAll(life);
     for (const auto& [target, outgoing] : m_outgoing) {
-        outgoing->ReceiveBell();
-    }
-}
-
-void LocalDomain::Unpark() {
-    m_readable.insert(m_readable.end(), m_parked.begin(), m_parked.end());
-    m_parked.clear();
-}
-
-/// The next message of the link, if it has a whole one. A link that has come to its end, or to a bad frame,
-/// is closed.
-std::optional<Message> LocalDomain::TakeFrom(Incoming& incoming, Take take) {
-    const bool wanted = IsWanted(incoming, take);
-    std::optional<FrameView> frame;
-    try {
-        for (;;) {
-            const Incoming::Intake intake = incoming.Take(frame, wanted);
-            if (intake == Incoming::Intake::kEnded) {
-                HandleEnd(incoming);
-            }
-            if (intake == Incoming::Intake::kHeld) {
-                take == Take::kNothing ? Readable(incoming) : Park(incoming);
-            }
-            if (intake == Incoming::Intake::kStarved) {
-                Starve(incoming);
-            }
-            if (intake != Incoming::Intake::kFrame) {
-                return std::nullopt;
-            }
-            if (frame->kind == FrameKind::kMessage) {
-                return Message(incoming.Application(), frame->type, frame->body.data(),
-                               static_cast<int>(frame->body.size()), std::move(frame->storage));
-            }
-            HandleControl(incoming, *frame);
-            if (m_lives.HasToWait(incoming.Pid())) {
-                incoming.queued = true;
-                m_successors.push_back(&incoming);
-                return std::nullopt;
-            }
-        }
-    } catch (const BadFrame& bad) {
-        Break(incoming, bad.what());
-    } catch (const std::bad_alloc&) {
-        Break(incoming, "there is no memory for its next message");
-    }
-    return std::nullopt;
-}
-
-/// Reads what the links say of who is at their other end, and leaves their messages where they are.
-void LocalDomain::HearNewcomers() {
-    m_poller.Wait(std::chrono::milliseconds(0));
-    Accept();
-    for (Incoming* incoming : std::exchange(m_readable, {})) {
-        incoming->queued = false;
-        TakeFrom(*incoming, Take::kNothing);
-    }
-}
-
-/// What the socket beside it says comes first, as who is at the other end may have to wait.
-bool LocalDomain::MayTakeFromLane(const Incoming& incoming, Take take) const {
-    return incoming.Lane()->HasNews() && IsWanted(incoming, take) && !incoming.queued &&
-           !m_lives.HasToWait(incoming.Pid());
-}
-
-/// The lanes take turns, too.
-std::optional<Event> LocalDomain::NextInLanes(Take take) {
-    for (std::size_t looked = 0; looked < m_lanes.size(); ++looked) {
-        m_nextLane = m_nextLane + 1 < m_lanes.size() ? m_nextLane + 1 : 0;
-        Incoming& incoming = *m_lanes[m_nextLane];
-        if (incoming.orphaned && !incoming.Lane()->HasNews()) {
-            Remove(incoming);
-            break;
-        }
-        if (MayTakeFromLane(incoming, take)) {
-            return TakeFromLane(incoming,
-                                take);  // without a message the link may be gone: the others come next time
+        if (outgoing->Holder() == life) {
+            outgoing->SetLost();
         }
     }
-    return std::nullopt;
 }
 
-std::optional<Event> LocalDomain::TakeFromLane(Incoming& incoming, Take take) {
-    try {
-        std::optional<LaneMessage> message = incoming.Lane()->Take();
-        if (incoming.Lane()->WriterWaits()) {
-            incoming.WritersBell()->Ring();
-        }
-        Met(incoming.WritersBell());
-        if (message && take == Take::kAll) {
-            message = message->Copy();
-        }
-        if (message) {
-            return Message(incoming.Application(), message->type, message->body.data(),
-                           static_cast<int>(message->body.size()), std::move(message->storage));
-        }
-    } catch (const BadFrame& bad) {
-        Break(incoming, bad.what());
-    } catch (const std::bad_alloc&) {
-        Break(incoming, "there is no memory for its next message");
-    }
-    return std::nullopt;
-}
-
-void LocalDomain::HandleControl(Incoming& incoming, const FrameView& frame) {
-    if (frame.kind == FrameKind::kLane) {
-        incoming.OpenLane(frame, m_bell);
-        m_lanes.push_back(&incoming);
-        return;
-    }
-    if (frame.kind == FrameKind::kBell) {
-        incoming.AnswerWithBell(m_bell);
-        return;
-    }
-    if (incoming.orphaned) {
-        return;
-    }
-    if (frame.kind == FrameKind::kGreeting) {
-        const Greeting greeting = ReadGreeting(frame.body);
-        m_lives.Greet(incoming.Pid(), greeting.host, greeting.user);
-    } else {
-        if (frame.body.size() > kLongestName || m_lives.CountOfNames(incoming.Pid()) >= kMostNames) {
-            throw BadFrame("it announces an application with a name of " + std::to_string(frame.body.size()) +
-                           " bytes after " + std::to_string(m_lives.CountOfNames(incoming.Pid())) +
-                           " others");
-        }
-        const std::string name(frame.body.data(), frame.body.size());
-        m_lives.Name(incoming.Pid(), name, true);
-        Succeed(name, incoming.Pid());
-    }
-}
-
-/// Of all that have had a name only its holder may still live. Of those that are gone, the one that was met
-/// first is taken for the earlier one, and each waits for the one before it.
-void LocalDomain::Succeed(const std::string& name, int pid) {
-    const std::vector<int> known = m_lives.Holders(name);
-    const std::optional<int> holder = known.size() > 1 ? m_directory.Holder(name) : std::nullopt;
-    if (!holder) {
-        return;
-    }
-    bool later = false;
-    std::optional<int> before;
-    for (const int one : known) {
-        if (one == pid) {
-            later = true;
-        } else if (one != *holder) {
-            Ended(one);
-            before = later ? before : one;
-        }
-    }
-    if (before) {
-        m_lives.PutBefore(*before, pid);
-    }
-}
-
-/// What a lane holds outlives the socket beside it.
-void LocalDomain::HandleEnd(Incoming& incoming) {
-    const int pid = incoming.Pid();
-    if (incoming.Lane() == nullptr || !incoming.Lane()->HasNews()) {
-        Remove(incoming);
-    }
-    Ended(pid);
-}
-
-void LocalDomain::Break(Incoming& incoming, const std::string& complaint) {
-    Report("the link from process " + std::to_string(incoming.Pid()) + " to application " +
-           Quoted(m_listeners.at(incoming.Application())->Name()) + " is closed: " + complaint);
-    Remove(incoming);
-}
-
-void LocalDomain::Remove(Incoming& incoming) {
-    m_lastMet.reset();  // the bell may be this link's, and is a descriptor
-    std::erase(m_readable, &incoming);
-    std::erase(m_parked, &incoming);
-    std::erase(m_starved, &incoming);
-    std::erase(m_successors, &incoming);
-    std::erase(m_lanes, &incoming);
-    m_incoming.remove_if([&](const auto& one) { return one.get() == &incoming; });
-    m_nextTry = {};  // with its descriptors another one may be accepted
-    SeeWhetherShortageIsOver();
-}
-
-/// Reports every ended process of which nothing is left to read. What is parked stays: its time comes with
-/// the handler.
+/// Reports every life that is over and of which nothing is left to read. What waits for a handler stays: its
+/// time comes with that.
 void LocalDomain::ReportEnds() {
-    if (m_endUnexamined) {
-        m_endUnexamined = false;
-        Accept();
+    if (m_presence.Over().empty()) {
+        return;
     }
-    const std::set<int> unread = Unread();
-    for (const int pid : m_lives.Ending()) {
-        if (!unread.contains(pid)) {
-            ReportEnd(pid);
+    if (m_acceptBeforeReports) {
+        if (m_tryAgain || !Accept()) {
+            return;
+        }
+        m_acceptBeforeReports = false;
+    }
+    const std::vector<system::Identity> over(m_presence.Over().begin(), m_presence.Over().end());
+    for (const system::Identity& life : over) {
+        if (MayReport(life)) {
+            ReportEnd(life);
         }
     }
 }
 
-/// The processes of which something is left to read.
-std::set<int> LocalDomain::Unread() const {
-    std::set<int> unread;
-    for (const auto* queue : {&m_readable, &m_starved, &m_successors}) {
-        for (const Incoming* incoming : *queue) {
-            unread.insert(incoming->Pid());
-        }
-    }
-    for (const Incoming* incoming : m_lanes) {
-        if (incoming->Lane()->HasNews() && IsWanted(*incoming, Take::kDelivered)) {
-            unread.insert(incoming->Pid());
-        }
-    }
-    return unread;
+bool LocalDomain::MayReport(const system::Identity& life) const {
+    return !m_presence.HasToWait(life) && !m_intake.MayHaveUnread(life) && !m_doubts.contains(life);
 }
 
-void LocalDomain::ReportEnd(int pid) {
-    for (Incoming* parked : m_parked) {
-        parked->orphaned = parked->orphaned || parked->Pid() == pid;
+bool LocalDomain::MayReportSome() const {
+    const std::set<system::Identity>& over = m_presence.Over();
+    return m_acceptBeforeReports ? !m_tryAgain
+                                 : std::any_of(over.begin(), over.end(),
+                                               [&](const system::Identity& life) { return MayReport(life); });
+}
+
+void LocalDomain::ReportEnd(const system::Identity& life) {
+    m_intake.SetReported(life);
+    std::erase_if(m_outgoing, [&](const auto& entry) { return entry.second->Holder() == life; });
+    m_outgoingByHolder.erase(life);
+    m_suspects.erase(life);
+    m_patience.erase(life);
+    m_lostWithMessages.erase(life);
+    if (m_lastSent != nullptr && m_lastSent->Holder() == life) {
+        m_lastSent.reset();
     }
-    for (Incoming* incoming : m_lanes) {
-        incoming->orphaned = incoming->orphaned || (incoming->Pid() == pid && incoming->Lane()->HasNews());
-    }
-    m_lastMet.reset();
-    const auto over = [&](const Incoming& incoming) { return incoming.Pid() == pid && !incoming.orphaned; };
-    std::erase_if(m_lanes, [&](const Incoming* incoming) { return over(*incoming); });
-    m_incoming.remove_if([&](const auto& incoming) { return over(*incoming); });
-    std::erase_if(m_outgoing, [&](const auto& entry) {
-        const bool theirs = entry.second->To().pid == pid;
-        if (theirs) {
-            entry.second->SetLost();
-        }
-        return theirs;
-    });
-    for (PeerLost& report : m_lives.Bury(pid)) {
+    for (PeerLost& report : m_presence.Report(life)) {
         m_reports.push_back(std::move(report));
     }
-    LetSuccessorsGo();
-}
-
-/// An application that has come back is heard when all that its last life has sent was taken, and the end of
-/// that life reported.
-void LocalDomain::LetSuccessorsGo() {
-    std::erase_if(m_successors, [&](Incoming* incoming) {
-        const bool free = !m_lives.HasToWait(incoming->Pid());
-        if (free) {
-            m_readable.push_back(incoming);
-        }
-        return free;
-    });
+    m_intake.PredecessorReported();
 }
 
 std::optional<Event> LocalDomain::TakeReport() {

@@ -1,124 +1,105 @@
 #include "LocalTransport.h"
 
 #include <algorithm>
-#include <string>
 #include <vector>
 
 #include "LocalDomain.h"
-#include "system/Process.h"
 
-namespace zyl::backbone {
+namespace zyl::backbone::local {
 
 namespace {
-
-using local::LocalDomain;
-using std::chrono::milliseconds;
 
 /// Longer than an answer from another processor takes, shorter than a wake-up by the system pays for.
 constexpr std::chrono::microseconds kSpin{50};
 
+/// A look at the clock costs as much as several at a lane.
+constexpr int kLooksBetweenTimes = 32;
+
 class LocalTransport final : public Transport {
   public:
-    explicit LocalTransport(const Settings& settings) : m_settings(settings) {
-        m_greeting.pid = ProcessId();
-        m_greeting.host = HostName();
-        m_greeting.user = UserName();
-    }
+    LocalTransport(system::System& system, const LocalSettings& settings)
+        : m_system(system), m_settings(settings), m_kept{settings.limits.keptBlocks} {}
 
     std::unique_ptr<Domain> Join(const std::string& name) override {
-        return std::make_unique<LocalDomain>(m_settings, name, m_greeting, m_bell);
+        return std::make_unique<LocalDomain>(m_system, m_settings, m_kept, name);
     }
 
     void Wait(std::span<Domain* const> domains, Deadline deadline, Take take) override {
-        for (Domain* domain : domains) {
-            static_cast<LocalDomain*>(domain)->GiveBackRoom();
+        const auto each = [&](auto&& action) {
+            for (Domain* domain : domains) {
+                action(*static_cast<LocalDomain*>(domain));
+            }
+        };
+        each([](LocalDomain& domain) { domain.BeforeWait(); });
+        if (HasNews(domains, take)) {
+            m_system.Wait(m_system.Now());
+        } else if (!SpinForNews(domains, take)) {
+            bool quiet = true;
+            each([&](LocalDomain& domain) { quiet = domain.FallAsleep(take) && quiet; });
+            if (quiet) {
+                each([&](LocalDomain& domain) {
+                    if (const Deadline next = domain.NextTry()) {
+                        deadline = std::min(deadline.value_or(*next), *next);
+                    }
+                });
+                m_system.Wait(deadline);
+            }
         }
-        const std::optional<milliseconds> limit = Limit(domains, deadline, take);
-        if (limit == milliseconds(0)) {
-            Poll(domains, limit);
-            return;
-        }
-        if (SpinForNews(domains, take)) {
-            return;
-        }
-        m_bell.FallAsleep();
-        if (!HasLaneNews(domains, take)) {
-            Poll(domains, limit);
-        }
-        m_bell.WakeUp();
+        each([](LocalDomain& domain) { domain.WasWaitedFor(); });
     }
 
-    void SayHeldUp(std::uint64_t token) override { m_bell.SayHeldUp(token); }
-
-    Peer Self() const override { return {"", m_greeting.pid, m_greeting.host, m_greeting.user}; }
+    Clock::time_point Now() override { return m_system.Now(); }
+    Peer Self() const override {
+        const system::Self& me = m_system.Me();
+        return {"", me.pid, me.host, me.user};
+    }
+    std::uint64_t Tag() const override { return m_system.Me().identity.low; }
+    void SayHeldUp(std::span<Domain* const> domains, std::uint64_t token) override {
+        for (Domain* domain : domains) {
+            static_cast<LocalDomain*>(domain)->SayHeldUp(token);
+        }
+    }
 
   private:
-    static bool HasLaneNews(std::span<Domain* const> domains, Take take) {
-        return std::any_of(domains.begin(), domains.end(), [&](const Domain* domain) {
-            return static_cast<const LocalDomain*>(domain)->HasLaneNews(take);
-        });
+    static bool HasNews(std::span<Domain* const> domains, Take take) {
+        return std::any_of(domains.begin(), domains.end(),
+                           [&](Domain* domain) { return static_cast<LocalDomain*>(domain)->HasNews(take); });
     }
 
     /// Looks for news for a moment, if the peer that is likely to have some runs at the same time. An answer
     /// then comes sooner than the system could wake us.
     bool SpinForNews(std::span<Domain* const> domains, Take take) {
-        const int here = m_bell.PublishProcessor();
-        const bool worthIt = std::any_of(domains.begin(), domains.end(), [&](const Domain* domain) {
-            const local::PeerDoorbell* peer = static_cast<const LocalDomain*>(domain)->LastMet();
-            return peer != nullptr && peer->Processor() != here;
-        });
+        const int here = m_system.Processor();
+        bool worthIt = false;
+        for (Domain* domain : domains) {
+            worthIt = static_cast<LocalDomain*>(domain)->PeerRunsElsewhere(here) || worthIt;
+        }
         if (!worthIt) {
             return false;
         }
-        const Clock::time_point end = Clock::now() + kSpin;
+        const Clock::time_point end = m_system.Now() + kSpin;
         do {
-            if (HasLaneNews(domains, take)) {
-                return true;
+            for (int looks = 0; looks < kLooksBetweenTimes; ++looks) {
+                for (Domain* domain : domains) {
+                    if (static_cast<LocalDomain*>(domain)->HasLaneNews(take)) {
+                        return true;
+                    }
+                }
+                m_system.Pause();
             }
-            local::SpinPause();
-        } while (Clock::now() < end);
+        } while (m_system.Now() < end);
         return false;
     }
 
-    static void Poll(std::span<Domain* const> domains, std::optional<milliseconds> limit) {
-        if (domains.size() == 1) {
-            static_cast<LocalDomain*>(domains.front())->Poll().Wait(limit);
-            return;
-        }
-        std::vector<local::Poller*> pollers;
-        for (Domain* domain : domains) {
-            pollers.push_back(&static_cast<LocalDomain*>(domain)->Poll());
-        }
-        local::Poller::WaitForAny(pollers, limit);
-    }
-
-    /// How long the wait may be: rounded up, so that a deadline has passed when it is over.
-    static std::optional<milliseconds> Limit(std::span<Domain* const> domains, Deadline deadline, Take take) {
-        std::optional<milliseconds> limit;
-        if (deadline) {
-            limit = std::max(milliseconds(0), std::chrono::ceil<milliseconds>(*deadline - Clock::now()));
-        }
-        for (const Domain* domain : domains) {
-            const auto* local = static_cast<const LocalDomain*>(domain);
-            if (local->HasNews(take)) {
-                return milliseconds(0);
-            }
-            if (const auto longest = local->LongestWait()) {
-                limit = std::min(limit.value_or(*longest), *longest);
-            }
-        }
-        return limit;
-    }
-
-    Settings m_settings;
-    local::Greeting m_greeting;
-    local::Doorbell m_bell;
+    system::System& m_system;
+    LocalSettings m_settings;
+    KeptBlocks m_kept;
 };
 
 }  // namespace
 
-std::unique_ptr<Transport> MakeLocalTransport(const Settings& settings) {
-    return std::make_unique<LocalTransport>(settings);
+std::unique_ptr<Transport> MakeLocalTransport(system::System& system, const LocalSettings& settings) {
+    return std::make_unique<LocalTransport>(system, settings);
 }
 
-}  // namespace zyl::backbone
+}  // namespace zyl::backbone::local

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstring>
 #include <deque>
+#include <iterator>
 #include <map>
 #include <utility>
 
@@ -22,9 +23,9 @@ constexpr std::size_t kLongestType = 65534;
 /// After this long a sender says for whom it waits.
 constexpr auto kPatience = std::chrono::seconds(2);
 
-/// How often a sender looks whether its target has come: short beside the start of a process, long beside a
-/// look.
-constexpr auto kLookInterval = std::chrono::milliseconds(5);
+/// When a circle of processes that wait for one another was found, this part of the budget is added: finding it
+/// took a while, so this is not little.
+constexpr std::size_t kCircleShare = 4;
 
 /// What a message costs besides its body, about.
 constexpr std::size_t kMessageOverhead = 256;
@@ -81,13 +82,20 @@ int ValueOf(const int* condition) {
 
 }  // namespace
 
+/// Something that was taken in, and the how manieth it was.
+struct Switchboard::Numbered {
+    std::uint64_t number;
+    Event event;
+};
+
 struct Switchboard::Application {
     int number = 0;
     std::string name;
     ZYLFeaBackbone_ReceiveCallback receive = nullptr;
     ZYLFeaBackbone_DisconnectCallback disconnect = nullptr;
-    /// What was taken in before there was a handler.
-    std::deque<Event> waiting;
+    /// What came before there was a handler: from peers, and from this process.
+    std::deque<Numbered> waiting;
+    std::deque<Numbered> waitingFromSelf;
 };
 
 /// An application that this process has sent to.
@@ -112,10 +120,11 @@ struct Switchboard::Membership {
     /// The one sent to last: no application of this process.
     Target* lastTarget = nullptr;
     /// Taken in while a send waited; older than anything the domain still holds.
-    std::deque<Event> inbox;
+    std::deque<Numbered> inbox;
     /// Sent within this process. Takes turns with the rest, so that neither starves.
-    std::deque<Event> fromSelf;
+    std::deque<Numbered> fromSelf;
     bool selfIsNext = false;
+    std::uint64_t lastNumber = 0;
     /// What all of that, and what waits for handlers, costs in memory, about.
     std::size_t takenIn = 0;
 
@@ -140,14 +149,15 @@ struct Switchboard::Membership {
         }
         return Pop(fromSelf);
     }
-    Event Pop(std::deque<Event>& queue) {
-        Event event = std::move(queue.front());
+    Event Pop(std::deque<Numbered>& queue) {
+        Event event = std::move(queue.front().event);
         queue.pop_front();
         takenIn -= Weight(event);
         return event;
     }
     /// Puts an event where it waits for its turn.
-    void TakeIn(std::deque<Event>& queue, Event event) {
+    void TakeIn(std::deque<Numbered>& queue, Event event) {
+        const std::uint64_t number = ++lastNumber;
         takenIn += Weight(event);
         if (const auto* lost = std::get_if<PeerLost>(&event)) {
             NoteLoss(*lost);
@@ -155,11 +165,22 @@ struct Switchboard::Membership {
         if (const auto* message = std::get_if<Message>(&event)) {
             Application& receiver = applications[static_cast<std::size_t>(message->Application())];
             if (receiver.receive == nullptr) {
-                receiver.waiting.push_back(std::move(event));
+                (&queue == &fromSelf ? receiver.waitingFromSelf : receiver.waiting)
+                    .push_back({number, std::move(event)});
                 return;
             }
         }
-        queue.push_back(std::move(event));
+        queue.push_back({number, std::move(event)});
+    }
+    /// What has waited for a handler takes its place among the others.
+    static void Release(std::deque<Numbered>& waiting, std::deque<Numbered>& queue) {
+        std::deque<Numbered> merged;
+        std::merge(std::make_move_iterator(waiting.begin()), std::make_move_iterator(waiting.end()),
+                   std::make_move_iterator(queue.begin()), std::make_move_iterator(queue.end()),
+                   std::back_inserter(merged),
+                   [](const Numbered& one, const Numbered& other) { return one.number < other.number; });
+        waiting.clear();
+        queue = std::move(merged);
     }
     bool Watches() const {
         return std::any_of(applications.begin(), applications.end(),
@@ -168,8 +189,8 @@ struct Switchboard::Membership {
     /// Whether the end of a life of that peer is still to be dispatched. The reports that this object has
     /// made itself are of no life: their peer has no process number.
     bool OwesLossOf(const std::string& peer) const {
-        return domain->OwesLossOf(peer) || std::any_of(inbox.begin(), inbox.end(), [&](const Event& event) {
-                   const auto* lost = std::get_if<PeerLost>(&event);
+        return domain->OwesLossOf(peer) || std::any_of(inbox.begin(), inbox.end(), [&](const Numbered& one) {
+                   const auto* lost = std::get_if<PeerLost>(&one.event);
                    return lost != nullptr && lost->peer->pid != 0 && lost->peer->application == peer;
                });
     }
@@ -222,7 +243,7 @@ struct Switchboard::Request {
 };
 
 Switchboard::Switchboard(std::unique_ptr<Transport> transport, const Settings& settings)
-    : m_transport(std::move(transport)), m_settings(settings) {}
+    : m_transport(std::move(transport)), m_settings(settings), m_allowance(settings.takenInBudget) {}
 
 Switchboard::~Switchboard() {
     Leave();
@@ -273,9 +294,8 @@ void Switchboard::AssociateHandler(int communicator, const std::string& name,
     Application& application = Declared(member, name, true);
     application.receive = callback;
     member.domain->Deliver(application.number);
-    member.inbox.insert(member.inbox.begin(), std::make_move_iterator(application.waiting.begin()),
-                        std::make_move_iterator(application.waiting.end()));
-    application.waiting.clear();
+    Membership::Release(application.waiting, member.inbox);
+    Membership::Release(application.waitingFromSelf, member.fromSelf);
 }
 
 void Switchboard::AssociateDisconnectHandler(int communicator, const std::string& name,
@@ -395,13 +415,13 @@ Link* Switchboard::LinkTo(Membership& member, Target& target, const Request& req
 }
 
 void Switchboard::AwaitTarget(Membership& member, Target& target, const Request& request) {
-    const Clock::time_point start = Clock::now();
+    const Clock::time_point start = m_transport->Now();
     const Clock::time_point end = start + m_settings.connectTimeout;
-    Clock::time_point nextLook = start + kLookInterval;
-    Restraint restraint(*m_transport, nullptr);
+    Restraint restraint(*m_transport, m_domains, nullptr, m_settings.takenInBudget / kCircleShare,
+                        m_seenToken);
     bool said = false;
     for (Clock::time_point now = start; target.link == nullptr && !target.lost && now < end;
-         now = Clock::now()) {
+         now = m_transport->Now()) {
         if (!said && now - start >= kPatience) {
             Report("still waiting for application " + Quoted(target.name) + " in domain " +
                    Quoted(member.name) + ", which is not there, to send it a message of type " +
@@ -410,11 +430,8 @@ void Switchboard::AwaitTarget(Membership& member, Target& target, const Request&
                    member.domain->WhereItLooks());
             said = true;
         }
-        WaitTakingIn(std::min(end, nextLook), restraint);
-        if (Clock::now() >= nextLook) {
-            Open(member, target);
-            nextLook = Clock::now() + kLookInterval;
-        }
+        WaitTakingIn(end, restraint);
+        Open(member, target);
     }
 }
 
@@ -433,7 +450,7 @@ void Switchboard::Open(Membership& member, Target& target) const {
 /// False when the peer was lost before it had the whole message.
 bool Switchboard::Transfer(const Target& target, const Request& request) {
     Link& link = *target.link;
-    Restraint restraint(*m_transport, &link);
+    Restraint restraint(*m_transport, m_domains, &link, m_settings.takenInBudget / kCircleShare, m_seenToken);
     void* room = link.Reserve(request.type, request.size);
     while (room == nullptr) {
         if (!link.Alive()) {
@@ -448,10 +465,7 @@ bool Switchboard::Transfer(const Target& target, const Request& request) {
     }
     CheckOwner();
     Progress progress = link.Commit();
-    while (progress == Progress::kBlocked || progress == Progress::kAdvanced) {
-        if (progress == Progress::kAdvanced) {
-            restraint.Advanced();
-        }
+    while (progress == Progress::kBlocked) {
         WaitTakingIn({}, restraint);
         progress = link.Commit();
     }
@@ -461,7 +475,7 @@ bool Switchboard::Transfer(const Target& target, const Request& request) {
 void Switchboard::Drop(Membership& member, Target& target, const Request& request,
                        const std::string& reason) {
     ++target.dropped;
-    const Clock::time_point now = Clock::now();
+    const Clock::time_point now = m_transport->Now();
     if (target.dropped == 1 || now - target.said >= kDropLineInterval) {
         const std::string who =
             " for application " + Quoted(target.name) + " in domain " + Quoted(member.name);
@@ -477,7 +491,7 @@ void Switchboard::Drop(Membership& member, Target& target, const Request& reques
         auto peer = std::make_unique<Peer>(m_transport->Self());
         peer->application = target.name;
         peer->pid = 0;
-        member.inbox.emplace_back(PeerLost{std::move(peer), true});
+        member.inbox.push_back({++member.lastNumber, PeerLost{std::move(peer), true}});
     }
 }
 
@@ -485,10 +499,10 @@ void Switchboard::Drop(Membership& member, Target& target, const Request& reques
 /// tried again after each message of a domain, so that a flood does not hold it up.
 void Switchboard::WaitTakingIn(Deadline deadline, Restraint& restraint) {
     const std::size_t takenIn = TakenIn();
-    if (takenIn < kTakenInBudget) {
-        m_allowance = kTakenInBudget;
+    if (takenIn < m_settings.takenInBudget) {
+        m_allowance = m_settings.takenInBudget;
     } else if (takenIn >= m_allowance) {
-        m_allowance = takenIn + restraint.Hold(m_domains, deadline);
+        m_allowance = takenIn + restraint.Hold(deadline);
         if (takenIn >= m_allowance) {
             return;
         }
@@ -531,9 +545,9 @@ void Switchboard::Loop(std::span<Membership* const> members, std::span<Domain* c
     if (atCall == 0) {
         return;
     }
-    const Deadline deadline = limit < 0 ? Deadline() : Clock::now() + std::chrono::milliseconds(limit);
+    const Deadline deadline = limit < 0 ? Deadline() : m_transport->Now() + std::chrono::milliseconds(limit);
     const auto changed = [&] { return ValueOf(condition) != atCall; };
-    const auto expired = [&] { return deadline && Clock::now() >= *deadline; };
+    const auto expired = [&] { return deadline && m_transport->Now() >= *deadline; };
     int late = 0;
     for (bool lastLook = false;; lastLook = expired()) {
         bool found = true;

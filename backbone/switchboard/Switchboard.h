@@ -1,6 +1,7 @@
 #ifndef ZYL_BACKBONE_SWITCHBOARD_H
 #define ZYL_BACKBONE_SWITCHBOARD_H
 
+#include <cstdint>
 #include <memory>
 #include <span>
 #include <string>
@@ -9,7 +10,7 @@
 
 #include "ZYLFeaBackbone.h"
 #include "switchboard/Restraint.h"
-#include "transport/Settings.h"
+#include "switchboard/Settings.h"
 #include "transport/Transport.h"
 
 namespace zyl::backbone {
@@ -51,6 +52,7 @@ class Switchboard {
 
   private:
     struct Application;
+    struct Numbered;
     struct Target;
     struct Membership;
     struct Request;
@@ -83,7 +85,9 @@ class Switchboard {
     /// Stream callbacks that are running; none of them may send.
     int m_writing = 0;
     /// What has been taken in by sends that wait may cost so much memory before they hold back.
-    std::size_t m_allowance = kTakenInBudget;
+    std::size_t m_allowance;
+    /// See Restraint.
+    std::uint64_t m_seenToken = 0;
     bool m_abandoned = false;
 };
 

@@ -45,6 +45,9 @@ class Memory {
   public:
     virtual ~Memory() = default;
     virtual std::span<char> Bytes() const = 0;
+    /// Has the system put real memory behind a part of it that is about to be used for the first time: at once it
+    /// costs much less than page by page. Without effect where that is not possible.
+    virtual void Prepare(std::size_t offset, std::size_t size) = 0;
 };
 
 /// What has become of a watched channel or of a domain's names.
@@ -85,21 +88,23 @@ class Channel {
     /// that answered kNotNow. It may be told without a change. Called once.
     virtual void Watch(Watcher& watcher) = 0;
 
-    /// Sends as many of the bytes, which are not none, as there is room for.
+    /// Sends as many of the bytes, which are not none, as there is room for. The first 4096 bytes over a new
+    /// channel find room at once.
     virtual Moved Send(std::span<const char> bytes) = 0;
     /// The same, and the memory arrives with the first of the bytes. Once it has been sent this process keeps
     /// its mapping only. A memory is handed over once.
     virtual Moved SendWithMemory(std::span<const char> bytes, Memory& memory) = 0;
-    /// Receives into `room`, which is not empty. A call never receives bytes from behind those that a memory
-    /// came with.
+    /// Receives into `room`, which is not empty. A call that brings a memory receives at least the first of the
+    /// bytes that it came with, and none from behind them.
     virtual Moved Receive(std::span<char> room) = 0;
 
-    /// The oldest memory that came with what was received. `count` says how many such objects wait in all,
-    /// this one included, whatever they are: a stranger may send any number of anything.
+    /// How many objects came with what was received and were not taken yet, whatever they are: a stranger may
+    /// send any number of anything.
+    virtual std::size_t Waiting() const = 0;
+    /// Takes the oldest of them.
     struct Arrival {
-        std::size_t count = 0;
         std::unique_ptr<Memory> memory;  ///< null: none came, or it is no shared memory, or cannot be mapped
-        std::string problem;             ///< why it is null although something came
+        std::string problem;             ///< why it is null
     };
     virtual Arrival TakeMemory() = 0;
 
@@ -126,10 +131,12 @@ class Names {
     virtual ~Names() = default;
 
     /// Takes the name for this process, which can be connected to from then on.
-    /// Not taken: `entry` is what the living holder has written, as far as it has.
+    /// Not taken: `entry` is what the living holder has written, as far as it has. A name may also be refused for
+    /// a moment because its holder is just dying, or what it left is just being removed; whoever wants to be sure
+    /// asks again.
     struct Claimed {
         bool taken = false;
-        Entry entry;
+        Entry entry;  ///< taken: this process's own
     };
     virtual Claimed Claim(const std::string& name, bool announced) = 0;
     /// Lets every later List show that the holder of `name`, this process, watches.

@@ -1,7 +1,6 @@
 #ifndef ZYL_BACKBONE_TRANSPORT_H
 #define ZYL_BACKBONE_TRANSPORT_H
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -12,14 +11,15 @@
 #include <utility>
 #include <variant>
 
+#include "system/System.h"
+
 /// The seam between the switchboard, which knows what an application may expect, and a transport, which knows
 /// how bytes get from one process to another. Everything below is used on one thread.
 
 namespace zyl::backbone {
 
-using Clock = std::chrono::steady_clock;
-/// The moment at which a wait ends by itself; none: it does not.
-using Deadline = std::optional<Clock::time_point>;
+using system::Clock;
+using system::Deadline;
 
 /// Names travel in file names, greetings and diagnostics; nobody's name is longer.
 constexpr std::size_t kLongestName = 4096;
@@ -77,10 +77,9 @@ using Event = std::variant<Message, PeerLost>;
 
 /// How far a committed message has got.
 enum class Progress {
-    kDone,      ///< out of this process's hands: it survives the process
-    kAdvanced,  ///< the peer is full, but took some of it; Commit is to be called again after a wait
-    kBlocked,   ///< the peer is full; Commit is to be called again after a wait
-    kLost       ///< the peer is gone, and the message with it
+    kDone,     ///< out of this process's hands: it survives the process
+    kBlocked,  ///< the peer is full; Commit is to be called again after a wait
+    kLost      ///< the peer is gone, and the message with it
 };
 
 /// Bytes behind the room for a message that may be written, and are not sent: the switchboard sees there
@@ -100,8 +99,8 @@ class Link {
     /// null when there is none now (wait, then ask again).
     virtual void* Reserve(const char* type, int size) = 0;
     virtual Progress Commit() = 0;
-    /// What the peer last gave to Transport::SayHeldUp; nothing where that cannot be seen.
-    virtual std::optional<std::uint64_t> HeldUp() const = 0;
+    /// What the peer last gave to Transport::SayHeldUp, as far as it has come.
+    virtual std::uint64_t HeldUp() const = 0;
 };
 
 /// Which arrived messages are wanted.
@@ -137,7 +136,7 @@ class Domain {
     /// Every announced application of the domain is to be reported by PeerLost when it goes, on behalf of
     /// `number`.
     virtual void Watch(int number) = 0;
-    /// A link to the application `target`, or null when it is not there now.
+    /// A link to the application `target`, or null when it is not there now; the next Wait ends when it may have come.
     virtual std::unique_ptr<Link> Open(const std::string& target) = 0;
     /// Whether the end of an earlier life of `name`, to which a link was just opened, is still to come out of
     /// Next. Takes in who has come meanwhile, but no message.
@@ -157,11 +156,15 @@ class Transport {
     /// Returns when Next(take) of one of the domains, or a blocked link, may have something new; at the
     /// deadline; or without a reason. Looks at least once, also when the deadline has passed.
     virtual void Wait(std::span<Domain* const> domains, Deadline deadline, Take take) = 0;
+    /// The time, which stands in no relation to any other clock where the transport is simulated.
+    virtual Clock::time_point Now() = 0;
     /// Lets the peers know that a send of this process waits and takes nothing in meanwhile: a number that is
     /// not 0, see Restraint; 0: none does.
-    virtual void SayHeldUp(std::uint64_t token) = 0;
+    virtual void SayHeldUp(std::span<Domain* const> domains, std::uint64_t token) = 0;
     /// The machine and user that loss reports name where the peer was never met.
     virtual Peer Self() const = 0;
+    /// A number that tells this process from others, most likely.
+    virtual std::uint64_t Tag() const = 0;
 };
 
 }  // namespace zyl::backbone

@@ -16,23 +16,16 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::SizeIs;
 using ::testing::UnorderedElementsAre;
-using zyl::backbone::kTakenInBudget;
 
-struct Kind {
-    const char* name;
-    std::unique_ptr<World> (*make)();
-};
-
-class Conformance : public ::testing::TestWithParam<Kind> {
+/// With lanes, and without.
+class Conformance : public ::testing::TestWithParam<bool> {
   protected:
-    std::unique_ptr<World> m_world = GetParam().make();
-    zyl::backbone::Settings& m_settings = m_world->settings;
+    World m_world{GetParam()};
+    zyl::backbone::Settings& m_settings = m_world.settings;
 };
 
-INSTANTIATE_TEST_SUITE_P(Transports, Conformance,
-                         ::testing::Values(Kind{"memory", MakeMemoryWorld}, Kind{"lane", MakeLocalWorld},
-                                           Kind{"socket", MakeSocketWorld}),
-                         [](const auto& kind) { return std::string(kind.param.name); });
+INSTANTIATE_TEST_SUITE_P(Local, Conformance, ::testing::Bool(),
+                         [](const auto& lanes) { return lanes.param ? "memory" : "socket"; });
 
 /// A body that tells its sender, its number and whether a byte of it was changed.
 std::string NumberedBody(const std::string& sender, int number, std::size_t size) {
@@ -77,7 +70,7 @@ TEST_P(Conformance, MessagesArriveInOrderOnceAndWhole) {
             }
         });
     }
-    m_world->Play(roles);
+    m_world.Play(roles);
 }
 
 TEST_P(Conformance, AcceptedMessagesOutliveTheirSenderAndPrecedeItsLoss) {
@@ -85,105 +78,105 @@ TEST_P(Conformance, AcceptedMessagesOutliveTheirSenderAndPrecedeItsLoss) {
     for (const bool crash : {false, true}) {
         Signal declared;
         Signal gone;
-        m_world->Play({[&](Participant& me) {
-                           me.Receive("target");
-                           me.Watch("target");
-                           declared.Give();
-                           gone.Await();
-                           std::size_t atLoss = 0;
-                           me.WaitUntil([&] {
-                               atLoss = me.received.size();
-                               return !me.lost.empty();
-                           });
-                           EXPECT_EQ(atLoss, static_cast<std::size_t>(kCount));
-                           EXPECT_EQ(me.received.back().body, NumberedBody("sender", kCount, 300));
-                           EXPECT_THAT(me.lost, ElementsAre("sender"));
-                       },
-                       [&](Participant& me) {
-                           declared.Await();
-                           me.Declare("sender");
-                           for (int number = 1; number <= kCount; ++number) {
-                               me.Send("target", "t", NumberedBody("sender", number, 300));
-                           }
-                           gone.Give();
-                           if (crash) {
-                               me.Crash();
-                           }
-                       }});
+        m_world.Play({[&](Participant& me) {
+                          me.Receive("target");
+                          me.Watch("target");
+                          declared.Give();
+                          gone.Await();
+                          std::size_t atLoss = 0;
+                          me.WaitUntil([&] {
+                              atLoss = me.received.size();
+                              return !me.lost.empty();
+                          });
+                          EXPECT_EQ(atLoss, static_cast<std::size_t>(kCount));
+                          EXPECT_EQ(me.received.back().body, NumberedBody("sender", kCount, 300));
+                          EXPECT_THAT(me.lost, ElementsAre("sender"));
+                      },
+                      [&](Participant& me) {
+                          declared.Await();
+                          me.Declare("sender");
+                          for (int number = 1; number <= kCount; ++number) {
+                              me.Send("target", "t", NumberedBody("sender", number, 300));
+                          }
+                          gone.Give();
+                          if (crash) {
+                              me.Crash();
+                          }
+                      }});
     }
 }
 
 TEST_P(Conformance, HandlersRunOnlyInLoopsAndMaySendAndWait) {
-    m_world->Play({[&](Participant& me) {
-                       me.Receive("client");
-                       me.Send("server", "question", "outer");
-                       me.Send("server", "question", "inner");
-                       EXPECT_THAT(me.received, SizeIs(0));
-                       me.WaitUntil([&] { return me.received.size() == 2; });
-                       EXPECT_EQ(me.received[0].body, "answer to inner");
-                       EXPECT_EQ(me.received[1].body, "answer to outer");
-                   },
-                   [&](Participant& me) {
-                       int depth = 0;
-                       me.onMessage = [&](const Received& message) {
-                           ++depth;
-                           if (message.body == "outer") {
-                               me.WaitUntil([&] { return me.received.size() == 2; });
-                               EXPECT_EQ(depth, 2) << "the inner message came in the nested loop";
-                           }
-                           me.Send("client", "reply", "answer to " + message.body);
-                       };
-                       me.Receive("server");
-                       me.WaitUntil([&] { return me.received.size() == 2; });
-                   }});
+    m_world.Play({[&](Participant& me) {
+                      me.Receive("client");
+                      me.Send("server", "question", "outer");
+                      me.Send("server", "question", "inner");
+                      EXPECT_THAT(me.received, SizeIs(0));
+                      me.WaitUntil([&] { return me.received.size() == 2; });
+                      EXPECT_EQ(me.received[0].body, "answer to inner");
+                      EXPECT_EQ(me.received[1].body, "answer to outer");
+                  },
+                  [&](Participant& me) {
+                      int depth = 0;
+                      me.onMessage = [&](const Received& message) {
+                          ++depth;
+                          if (message.body == "outer") {
+                              me.WaitUntil([&] { return me.received.size() == 2; });
+                              EXPECT_EQ(depth, 2) << "the inner message came in the nested loop";
+                          }
+                          me.Send("client", "reply", "answer to " + message.body);
+                      };
+                      me.Receive("server");
+                      me.WaitUntil([&] { return me.received.size() == 2; });
+                  }});
 }
 
 TEST_P(Conformance, HandlerThatWaitsKeepsItsMessageAndHoldsNobodyUp) {
     constexpr std::size_t kSize = 150'000;
     constexpr int kCount = 60;  // several times what a link holds
-    m_world->Play({[&](Participant& me) {
-                       for (int number = 1; number <= kCount; ++number) {
-                           me.Send("waiter", "type" + std::to_string(number),
-                                   NumberedBody("sender", number, kSize));
-                       }
-                   },
-                   [&](Participant& me) {
-                       int started = 0;
-                       me.discard = true;
-                       me.onMessage = [&](const Received& message) {
-                           ++started;
-                           EXPECT_EQ(message.body, NumberedBody("sender", started, kSize));
-                           if (started == 1 || started == 5) {
-                               me.WaitUntil([&] { return started == kCount; });
-                           }
-                       };
-                       me.Receive("waiter");
-                       me.WaitUntil([&] { return started == kCount; });
-                   }});
+    m_world.Play({[&](Participant& me) {
+                      for (int number = 1; number <= kCount; ++number) {
+                          me.Send("waiter", "type" + std::to_string(number),
+                                  NumberedBody("sender", number, kSize));
+                      }
+                  },
+                  [&](Participant& me) {
+                      int started = 0;
+                      me.discard = true;
+                      me.onMessage = [&](const Received& message) {
+                          ++started;
+                          EXPECT_EQ(message.body, NumberedBody("sender", started, kSize));
+                          if (started == 1 || started == 5) {
+                              me.WaitUntil([&] { return started == kCount; });
+                          }
+                      };
+                      me.Receive("waiter");
+                      me.WaitUntil([&] { return started == kCount; });
+                  }});
 }
 
 TEST_P(Conformance, StartingOrderIsFreeAndMessagesWaitForTheirHandler) {
     Signal trying;
     Signal sent;
-    m_world->Play({[&](Participant& me) {
-                       trying.Give();
-                       for (int number = 1; number <= 20; ++number) {
-                           me.Send("late", "t", std::to_string(number));
-                       }
-                       sent.Give();
-                   },
-                   [&](Participant& me) {
-                       trying.Await();
-                       me.Declare("late");
-                       sent.Await();
-                       me.Look();
-                       EXPECT_THAT(me.received, SizeIs(0));
-                       me.Receive("late");
-                       me.WaitUntil([&] { return me.received.size() == 20; });
-                       for (std::size_t index = 0; index < 20; ++index) {
-                           EXPECT_EQ(me.received[index].body, std::to_string(index + 1));
-                       }
-                   }});
+    m_world.Play({[&](Participant& me) {
+                      trying.Give();
+                      for (int number = 1; number <= 20; ++number) {
+                          me.Send("late", "t", std::to_string(number));
+                      }
+                      sent.Give();
+                  },
+                  [&](Participant& me) {
+                      trying.Await();
+                      me.Declare("late");
+                      sent.Await();
+                      me.Look();
+                      EXPECT_THAT(me.received, SizeIs(0));
+                      me.Receive("late");
+                      me.WaitUntil([&] { return me.received.size() == 20; });
+                      for (std::size_t index = 0; index < 20; ++index) {
+                          EXPECT_EQ(me.received[index].body, std::to_string(index + 1));
+                      }
+                  }});
 }
 
 TEST_P(Conformance, TwoThatSendToEachOtherBeforeTheyWaitNeverDeadlock) {
@@ -205,8 +198,8 @@ TEST_P(Conformance, TwoThatSendToEachOtherBeforeTheyWaitNeverDeadlock) {
         };
     };
     for (const auto& [count, size] : {std::pair<int, std::size_t>{64, 1024 * 1024}, {300'000, 64}}) {
-        m_world->Play({role("left", "right", true, count, size), role("right", "left", true, count, size)});
-        m_world->Play({role("left", "right", false, count, size), role("right", "left", false, count, size)});
+        m_world.Play({role("left", "right", true, count, size), role("right", "left", true, count, size)});
+        m_world.Play({role("left", "right", false, count, size), role("right", "left", false, count, size)});
     }
 }
 
@@ -219,35 +212,35 @@ TEST_P(Conformance, SlowReceiverHoldsItsSenderUp) {
     const std::string body(kSize, 's');
     for (const auto& [target, limit] :
          {std::pair<const char*, long>{"slow", kUnderWay},
-          {"relay", static_cast<long>(kTakenInBudget) / kSize + 2 * kUnderWay}}) {
+          {"relay", static_cast<long>(m_settings.takenInBudget) / kSize + 2 * kUnderWay}}) {
         Shared sent;
-        m_world->Play({[&](Participant& me) {
-                           for (long number = 1; number <= kCount; ++number) {
-                               me.Send(target, "t", body);
-                               sent.Set(number);
-                           }
-                       },
-                       [&](Participant& me) {
-                           long count = 0;
-                           me.discard = true;
-                           me.onMessage = [&](const Received& message) {
-                               me.Send("slow", message.type, message.body);
-                               ++count;
-                           };
-                           me.Receive("relay");
-                           me.WaitUntil([&] { return target == std::string("slow") || count == kCount; });
-                       },
-                       [&](Participant& me) {
-                           long count = 0;
-                           me.discard = true;
-                           me.onMessage = [&](const Received& /*message*/) {
-                               ++count;
-                               ASSERT_LE(sent.Get() - count, limit);
-                               std::this_thread::sleep_for(milliseconds(count % 100 == 0 ? 100 : 1));
-                           };
-                           me.Receive("slow");
-                           me.WaitUntil([&] { return count == kCount; });
-                       }});
+        m_world.Play({[&](Participant& me) {
+                          for (long number = 1; number <= kCount; ++number) {
+                              me.Send(target, "t", body);
+                              sent.Set(number);
+                          }
+                      },
+                      [&](Participant& me) {
+                          long count = 0;
+                          me.discard = true;
+                          me.onMessage = [&](const Received& message) {
+                              me.Send("slow", message.type, message.body);
+                              ++count;
+                          };
+                          me.Receive("relay");
+                          me.WaitUntil([&] { return target == std::string("slow") || count == kCount; });
+                      },
+                      [&](Participant& me) {
+                          long count = 0;
+                          me.discard = true;
+                          me.onMessage = [&](const Received& /*message*/) {
+                              ++count;
+                              ASSERT_LE(sent.Get() - count, limit);
+                              std::this_thread::sleep_for(milliseconds(count % 100 == 0 ? 100 : 1));
+                          };
+                          me.Receive("slow");
+                          me.WaitUntil([&] { return count == kCount; });
+                      }});
     }
 }
 
@@ -255,180 +248,180 @@ TEST_P(Conformance, EveryAnnouncedPeerIsReportedOnceForEachLifeAndHelpersAreNot)
     Signal watching;
     Signal firstLifeOver;
     Signal helperOver;
-    m_world->Play({[&](Participant& me) {
-                       me.Watch("watcher");
-                       watching.Give();
-                       watching.Give();
-                       me.WaitUntil([&] { return me.lost.size() == 1; });
-                       firstLifeOver.Give();
-                       helperOver.Await();
-                       me.WaitUntil([&] { return me.lost.size() == 2; });
-                       me.Look();
-                       EXPECT_THAT(me.lost, ElementsAre("phoenix", "phoenix"));
-                   },
-                   [&](Participant& me) {
-                       watching.Await();
-                       me.Declare("phoenix");
-                       me.Crash();
-                   },
-                   [&](Participant& me) {
-                       firstLifeOver.Await();
-                       me.Declare("phoenix");
-                       firstLifeOver.Give();
-                   },
-                   [&](Participant& me) {
-                       watching.Await();
-                       me.Declare("helper", false);
-                       helperOver.Give();
-                   }});
+    m_world.Play({[&](Participant& me) {
+                      me.Watch("watcher");
+                      watching.Give();
+                      watching.Give();
+                      me.WaitUntil([&] { return me.lost.size() == 1; });
+                      firstLifeOver.Give();
+                      helperOver.Await();
+                      me.WaitUntil([&] { return me.lost.size() == 2; });
+                      me.Look();
+                      EXPECT_THAT(me.lost, ElementsAre("phoenix", "phoenix"));
+                  },
+                  [&](Participant& me) {
+                      watching.Await();
+                      me.Declare("phoenix");
+                      me.Crash();
+                  },
+                  [&](Participant& me) {
+                      firstLifeOver.Await();
+                      me.Declare("phoenix");
+                      firstLifeOver.Give();
+                  },
+                  [&](Participant& me) {
+                      watching.Await();
+                      me.Declare("helper", false);
+                      helperOver.Give();
+                  }});
     // One life more than above, with a watcher that starts after the peers did and is linked to none of them.
     Signal declared;
     Signal released;
-    m_world->Play({[&](Participant& me) {
-                       declared.Await();
-                       declared.Await();
-                       me.Watch("second watcher");
-                       released.Give();
-                       released.Give();
-                       me.WaitUntil([&] { return me.lost.size() == 2; });
-                       EXPECT_THAT(me.lost, UnorderedElementsAre("one", "two"));
-                   },
-                   [&](Participant& me) {
-                       me.Declare("one");
-                       declared.Give();
-                       released.Await();
-                   },
-                   [&](Participant& me) {
-                       me.Declare("two");
-                       declared.Give();
-                       released.Await();
-                       me.Crash();
-                   }});
+    m_world.Play({[&](Participant& me) {
+                      declared.Await();
+                      declared.Await();
+                      me.Watch("second watcher");
+                      released.Give();
+                      released.Give();
+                      me.WaitUntil([&] { return me.lost.size() == 2; });
+                      EXPECT_THAT(me.lost, UnorderedElementsAre("one", "two"));
+                  },
+                  [&](Participant& me) {
+                      me.Declare("one");
+                      declared.Give();
+                      released.Await();
+                  },
+                  [&](Participant& me) {
+                      me.Declare("two");
+                      declared.Give();
+                      released.Await();
+                      me.Crash();
+                  }});
 }
 
 TEST_P(Conformance, LossIsReportedWhileOthersKeepTheWatcherBusy) {
     Signal watching;
     Shared known;
-    m_world->Play({[&](Participant& me) {
-                       me.discard = true;
-                       me.Receive("watcher");
-                       me.Watch("watcher");
-                       watching.Give();
-                       watching.Give();
-                       me.WaitUntil([&] { return !me.lost.empty(); });
-                       EXPECT_THAT(me.lost, ElementsAre("peer"));
-                       known.Set(1);
-                       me.WaitUntil([&] { return me.lost.size() == 2; });
-                   },
-                   [&](Participant& me) {
-                       watching.Await();
-                       me.Declare("flood");
-                       while (known.Get() == 0) {
-                           me.Send("watcher", "t", "more");
-                       }
-                   },
-                   [&](Participant& me) {
-                       watching.Await();
-                       me.Declare("peer");
-                       me.Crash();
-                   }});
+    m_world.Play({[&](Participant& me) {
+                      me.discard = true;
+                      me.Receive("watcher");
+                      me.Watch("watcher");
+                      watching.Give();
+                      watching.Give();
+                      me.WaitUntil([&] { return !me.lost.empty(); });
+                      EXPECT_THAT(me.lost, ElementsAre("peer"));
+                      known.Set(1);
+                      me.WaitUntil([&] { return me.lost.size() == 2; });
+                  },
+                  [&](Participant& me) {
+                      watching.Await();
+                      me.Declare("flood");
+                      while (known.Get() == 0) {
+                          me.Send("watcher", "t", "more");
+                      }
+                  },
+                  [&](Participant& me) {
+                      watching.Await();
+                      me.Declare("peer");
+                      me.Crash();
+                  }});
 }
 
 TEST_P(Conformance, UndeliverableMessageIsDroppedWithALineAndReportedOnce) {
     m_settings.connectTimeout = milliseconds(50);
     Signal come;
     Signal there;
-    m_world->Play({[&](Participant& me) {
-                       me.Watch("sender");
-                       ::testing::internal::CaptureStderr();
-                       me.Send("nobody", "Odd\nType", "lost");
-                       for (int number = 0; number < 100; ++number) {
-                           me.Send("nobody", "Odd\nType", "lost as well");
-                       }
-                       const std::string lines = ::testing::internal::GetCapturedStderr();
-                       EXPECT_EQ(lines,
-                                 "ZYLFeaBackbone: a message of type 'Odd\\x0aType' for application 'nobody' "
-                                 "in domain 'job' is dropped: it did not come in time\n");
-                       EXPECT_THAT(me.lost, SizeIs(0));
-                       me.Look();
-                       EXPECT_THAT(me.lost, ElementsAre("nobody"));
-                       come.Give();
-                       there.Await();
-                       ::testing::internal::CaptureStderr();
-                       me.Send("nobody", "t", "at last");
-                       EXPECT_EQ(::testing::internal::GetCapturedStderr(),
-                                 "ZYLFeaBackbone: in all 101 messages for application 'nobody' in domain "
-                                 "'job' were dropped\n");
-                       me.Look();
-                       EXPECT_THAT(me.lost, SizeIs(1));
-                       come.Give();
-                   },
-                   [&](Participant& me) {
-                       come.Await();
-                       me.Receive("nobody");
-                       there.Give();
-                       me.WaitUntil([&] { return !me.received.empty(); });
-                       EXPECT_EQ(me.received[0].body, "at last");
-                       come.Await();
-                   }});
+    m_world.Play({[&](Participant& me) {
+                      me.Watch("sender");
+                      ::testing::internal::CaptureStderr();
+                      me.Send("nobody", "Odd\nType", "lost");
+                      for (int number = 0; number < 100; ++number) {
+                          me.Send("nobody", "Odd\nType", "lost as well");
+                      }
+                      const std::string lines = ::testing::internal::GetCapturedStderr();
+                      EXPECT_EQ(lines,
+                                "ZYLFeaBackbone: a message of type 'Odd\\x0aType' for application 'nobody' "
+                                "in domain 'job' is dropped: it did not come in time\n");
+                      EXPECT_THAT(me.lost, SizeIs(0));
+                      me.Look();
+                      EXPECT_THAT(me.lost, ElementsAre("nobody"));
+                      come.Give();
+                      there.Await();
+                      ::testing::internal::CaptureStderr();
+                      me.Send("nobody", "t", "at last");
+                      EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+                                "ZYLFeaBackbone: in all 101 messages for application 'nobody' in domain "
+                                "'job' were dropped\n");
+                      me.Look();
+                      EXPECT_THAT(me.lost, SizeIs(1));
+                      come.Give();
+                  },
+                  [&](Participant& me) {
+                      come.Await();
+                      me.Receive("nobody");
+                      there.Give();
+                      me.WaitUntil([&] { return !me.received.empty(); });
+                      EXPECT_EQ(me.received[0].body, "at last");
+                      come.Await();
+                  }});
 }
 
 TEST_P(Conformance, SendToAPeerThatHasGoneFailsAtOnceUntilItIsBack) {
     Signal there;
     Signal over;
     Signal back;
-    m_world->Play({[&](Participant& me) {
-                       me.Watch("sender");
-                       there.Await();
-                       me.Send("peer", "t", "to the first life");
-                       over.Await();
-                       me.WaitUntil([&] { return !me.lost.empty(); });
-                       ::testing::internal::CaptureStderr();
-                       me.Send("peer", "t", "to nobody");
-                       EXPECT_THAT(::testing::internal::GetCapturedStderr(),
-                                   HasSubstr("is dropped: it is gone"));
-                       back.Give();
-                       there.Await();
-                       me.Send("peer", "t", "to the second life");
-                       me.Look();
-                       EXPECT_THAT(me.lost, ElementsAre("peer"));
-                       over.Give();
-                   },
-                   [&](Participant& me) {
-                       me.Receive("peer");
-                       there.Give();
-                       me.WaitUntil([&] { return !me.received.empty(); });
-                       over.Give();
-                   },
-                   [&](Participant& me) {
-                       back.Await();
-                       me.Receive("peer");
-                       there.Give();
-                       me.WaitUntil([&] { return !me.received.empty(); });
-                       EXPECT_EQ(me.received[0].body, "to the second life");
-                       over.Await();
-                   }});
+    m_world.Play({[&](Participant& me) {
+                      me.Watch("sender");
+                      there.Await();
+                      me.Send("peer", "t", "to the first life");
+                      over.Await();
+                      me.WaitUntil([&] { return !me.lost.empty(); });
+                      ::testing::internal::CaptureStderr();
+                      me.Send("peer", "t", "to nobody");
+                      EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+                                  HasSubstr("is dropped: it is gone"));
+                      back.Give();
+                      there.Await();
+                      me.Send("peer", "t", "to the second life");
+                      me.Look();
+                      EXPECT_THAT(me.lost, ElementsAre("peer"));
+                      over.Give();
+                  },
+                  [&](Participant& me) {
+                      me.Receive("peer");
+                      there.Give();
+                      me.WaitUntil([&] { return !me.received.empty(); });
+                      over.Give();
+                  },
+                  [&](Participant& me) {
+                      back.Await();
+                      me.Receive("peer");
+                      there.Give();
+                      me.WaitUntil([&] { return !me.received.empty(); });
+                      EXPECT_EQ(me.received[0].body, "to the second life");
+                      over.Await();
+                  }});
 }
 
 TEST_P(Conformance, BodiesOfAnySizeArriveWhole) {
     constexpr std::size_t kLarge = 200 * 1024 * 1024;
-    m_world->Play({[&](Participant& me) {
-                       me.Send("target", "empty", "");
-                       me.Send("target", "large", std::string(kLarge, 'L'));
-                       me.Send("target", "empty", "");
-                   },
-                   [&](Participant& me) {
-                       me.Receive("target");
-                       me.WaitUntil([&] { return me.received.size() == 3; });
-                       EXPECT_EQ(me.received[0].body, "");
-                       ASSERT_EQ(me.received[1].body.size(), kLarge);
-                       EXPECT_EQ(me.received[1].body.find_first_not_of('L'), std::string::npos);
-                       EXPECT_EQ(me.received[2].type, "empty");
-                   }});
+    m_world.Play({[&](Participant& me) {
+                      me.Send("target", "empty", "");
+                      me.Send("target", "large", std::string(kLarge, 'L'));
+                      me.Send("target", "empty", "");
+                  },
+                  [&](Participant& me) {
+                      me.Receive("target");
+                      me.WaitUntil([&] { return me.received.size() == 3; });
+                      EXPECT_EQ(me.received[0].body, "");
+                      ASSERT_EQ(me.received[1].body.size(), kLarge);
+                      EXPECT_EQ(me.received[1].body.find_first_not_of('L'), std::string::npos);
+                      EXPECT_EQ(me.received[2].type, "empty");
+                  }});
 }
 
 TEST_P(Conformance, LoopsEndByConditionOrLimitOverOneDomainOrAll) {
-    m_world->Play({[&](Participant& me) {
+    m_world.Play({[&](Participant& me) {
         const int other = me.board.RegisterCommunicator("other domain");
         EXPECT_GT(other, 0);
         EXPECT_NE(other, me.domain);
@@ -462,25 +455,25 @@ TEST_P(Conformance, LoopsEndByConditionOrLimitOverOneDomainOrAll) {
 
 TEST_P(Conformance, ProcessMayBeSeveralApplications) {
     Signal ready;
-    m_world->Play(
-        {[&](Participant& me) {
-             me.Receive("first");
-             me.Receive("second");
-             me.Watch("first");
-             me.Watch("second");
-             ready.Give();
-             me.WaitUntil([&] { return me.received.size() == 4 && me.lost.size() == 4; });
-             EXPECT_THAT(me.lost, UnorderedElementsAre("left hand", "left hand", "right hand", "right hand"));
-         },
-         [&](Participant& me) {
-             ready.Await();
-             me.Declare("left hand");
-             me.Send("first", "t", "1");
-             me.Declare("right hand");
-             me.Send("second", "t", "1");
-             me.Send("first", "t", "2");
-             me.Send("second", "t", "2");
-         }});
+    m_world.Play({[&](Participant& me) {
+                      me.Receive("first");
+                      me.Receive("second");
+                      me.Watch("first");
+                      me.Watch("second");
+                      ready.Give();
+                      me.WaitUntil([&] { return me.received.size() == 4 && me.lost.size() == 4; });
+                      EXPECT_THAT(me.lost,
+                                  UnorderedElementsAre("left hand", "left hand", "right hand", "right hand"));
+                  },
+                  [&](Participant& me) {
+                      ready.Await();
+                      me.Declare("left hand");
+                      me.Send("first", "t", "1");
+                      me.Declare("right hand");
+                      me.Send("second", "t", "1");
+                      me.Send("first", "t", "2");
+                      me.Send("second", "t", "2");
+                  }});
 }
 
 TEST_P(Conformance, NamesOfAnyLengthAndCharactersStayApart) {
@@ -502,23 +495,22 @@ TEST_P(Conformance, NamesOfAnyLengthAndCharactersStayApart) {
                                             longest.substr(1),
                                             longest.substr(1) + "m"};
     Signal ready;
-    m_world->Play({[&](Participant& me) {
-                       me.Watch("watcher");
-                       for (const std::string& name : names) {
-                           me.Receive(name);
-                       }
-                       ready.Give();
-                       me.WaitUntil(
-                           [&] { return me.received.size() == names.size() && me.lost.size() == 1; });
-                       EXPECT_THAT(me.lost, ElementsAre((odd + longest).substr(0, 4096)));
-                   },
-                   [&](Participant& me) {
-                       ready.Await();
-                       me.Declare((odd + longest).substr(0, 4096));
-                       for (const std::string& name : names) {
-                           me.Send(name, "t", name);
-                       }
-                   }});
+    m_world.Play({[&](Participant& me) {
+                      me.Watch("watcher");
+                      for (const std::string& name : names) {
+                          me.Receive(name);
+                      }
+                      ready.Give();
+                      me.WaitUntil([&] { return me.received.size() == names.size() && me.lost.size() == 1; });
+                      EXPECT_THAT(me.lost, ElementsAre((odd + longest).substr(0, 4096)));
+                  },
+                  [&](Participant& me) {
+                      ready.Await();
+                      me.Declare((odd + longest).substr(0, 4096));
+                      for (const std::string& name : names) {
+                          me.Send(name, "t", name);
+                      }
+                  }});
 }
 
 }  // namespace

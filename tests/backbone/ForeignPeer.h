@@ -10,6 +10,7 @@
 #include <cstring>
 #include <string>
 #include <utility>
+#include <vector>
 
 /// A plain Unix stream socket of somebody who has found a domain's directory and follows no rules.
 class ForeignPeer {
@@ -44,6 +45,21 @@ class ForeignPeer {
             }
             sent += static_cast<std::size_t>(count);
         }
+    }
+    /// Sends `bytes` in one piece, with a control message for each list of descriptors.
+    void SendDescriptors(std::string bytes, const std::vector<std::vector<int>>& lists) const {
+        std::string control;
+        for (const std::vector<int>& list : lists) {
+            const std::size_t size = list.size() * sizeof(int);
+            const cmsghdr header{CMSG_LEN(size), SOL_SOCKET, SCM_RIGHTS};
+            std::string one(CMSG_SPACE(size), '\0');
+            std::memcpy(one.data(), &header, sizeof header);
+            std::memcpy(one.data() + CMSG_LEN(0), list.data(), size);
+            control += one;
+        }
+        iovec part{bytes.data(), bytes.size()};
+        const msghdr message{nullptr, 0, &part, 1, control.data(), control.size(), 0};
+        sendmsg(m_socket, &message, MSG_NOSIGNAL);
     }
     int Socket() const { return m_socket; }
     void EndSending() const { shutdown(m_socket, SHUT_WR); }

@@ -51,9 +51,10 @@ std::vector<std::string> Frames(const std::string& stream, const std::function<s
 }
 
 TEST(FrameReader, GivesTheSameFramesHoweverTheStreamIsCut) {
-    const std::string greeting = GreetingFrame({kProtocolVersion, 4711, "host", "user"});
-    std::string stream = greeting + AnnounceFrame("solver");
-    std::vector<std::string> expected = {"1:" + greeting.substr(kFrameHeaderSize + 1), "2:solver"};
+    const std::string greeting = GreetingFrame({kProtocolVersion, {1, 2}, 4711, "host", "user", "solver"});
+    const std::string bells(3, kBell);
+    std::string stream = bells + greeting + bells + DropBlockFrame(7) + bells;
+    std::vector<std::string> expected = {"1:" + greeting.substr(kFrameHeaderSize + 1), "6:\7\0\0\0"s};
     const auto add = [&](const std::string& type, const std::string& body) {
         stream += MessageFrame(type, body);
         expected.push_back("3" + type + ":" + body);
@@ -119,11 +120,14 @@ TEST(FrameReader, NamesTheFieldThatIsWrong) {
 
 TEST(Greeting, IsReadAsItWasWrittenAndNamesTheFieldThatIsWrong) {
     const std::string body =
-        GreetingFrame({kProtocolVersion, -5, "a host", std::string(5000, 'u')}).substr(kFrameHeaderSize + 1);
+        GreetingFrame({kProtocolVersion, {3, 4}, -5, "a host", std::string(5000, 'u'), "target"})
+            .substr(kFrameHeaderSize + 1);
     const Greeting greeting = ReadGreeting(body);
+    EXPECT_EQ(greeting.identity, (system::Identity{3, 4}));
     EXPECT_EQ(greeting.pid, -5);
     EXPECT_EQ(greeting.host, "a host");
     EXPECT_EQ(greeting.user, std::string(5000, 'u'));
+    EXPECT_EQ(greeting.application, "target");
 
     const struct {
         std::string body;
@@ -131,11 +135,11 @@ TEST(Greeting, IsReadAsItWasWrittenAndNamesTheFieldThatIsWrong) {
     } kCases[] = {
         {"", "the field version needs 4 bytes of 0"},
         {"\377\0\0\0"s, "the peer speaks version 255, this process version "},
-        {body.substr(0, 6), "the field pid needs 4 bytes of 2"},
-        {body.substr(0, 10), "the field host needs 4 bytes of 2"},
-        {body.substr(0, 15), "the field host needs 6 bytes of 3"},
-        {body.substr(0, 8) + "\xff\xff\xff\xff", "the field host needs 4294967295 bytes of 0"},
-        {body.substr(0, body.size() - 1), "the field user needs 5000 bytes of 4999"},
+        {body.substr(0, 6), "the field identity needs 8 bytes of 2"},
+        {body.substr(0, 22), "the field pid needs 4 bytes of 2"},
+        {body.substr(0, 31), "the field host needs 6 bytes of 3"},
+        {body.substr(0, 24) + "\xff\xff\xff\xff", "the field host needs 4294967295 bytes of 0"},
+        {body.substr(0, body.size() - 1), "the field application needs 6 bytes of 5"},
     };
     for (const auto& one : kCases) {
         EXPECT_THAT([&] { ReadGreeting(one.body); }, ThrowsMessage<BadFrame>(HasSubstr(one.complaint)));

@@ -10,9 +10,9 @@
 #include <thread>
 #include <vector>
 
-#include "ForeignPeer.h"
-#include "Frames.h"
-#include "LocalTransport.h"
+#include "World.h"
+#include "ZYLFeaBackbone.h"
+#include "system/MakeSystem.h"
 
 /// The plain functions and their one backbone a process: its forks, and its threads.
 
@@ -20,14 +20,14 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using zyl::backbone::local::GreetingFrame;
 
-class PlainFunctions : public LocalTransport {
+class PlainFunctions : public ::testing::Test {
   protected:
+    World m_world{true};
     /// Makes this process the application `name`; s_received counts its messages, s_handle is called for
     /// each.
     void Become(const char* name) {
-        setenv("ZYL_BACKBONE_DIR", m_settings.directory.c_str(), 1);
+        setenv("ZYL_BACKBONE_DIR", m_world.local.directory.c_str(), 1);
         RegisterCommunicator("job", &s_communicator);
         AssociateHandler(s_communicator, name, [](const char*, const void*, int) {
             ++s_received;
@@ -61,13 +61,13 @@ TEST_F(PlainFunctionsDeathTest, ForkedChildMayCallNothingAndNotReturnFromTheHand
         [] { WaitingLoop(s_communicator, 0, &s_received); },
         [] { BBSysLoopWait(&s_received, 0); },
     };
-    m_world->Play({[&](Participant& /*me*/) {
+    m_world.Play({[&](Participant& /*me*/) {
         Become("parent");
         for (void (*const call)() : kCalls) {
             EXPECT_DEATH(call(), HasSubstr("this process was forked from one that uses the backbone"));
         }
     }});
-    m_world->Play({[&](Participant& /*me*/) {
+    m_world.Play({[&](Participant& /*me*/) {
         s_handle = [] {
             if (fork() != 0) {
                 wait(nullptr);
@@ -105,40 +105,43 @@ TEST_F(PlainFunctions, ForkedChildWithdrawsNothingAndHidesNotTheParentsEnd) {
     Signal watching;
     Signal forked;
     Signal seen;
-    m_world->Play({[&](Participant& me) {
-                       me.Watch("watcher");
-                       watching.Give();
-                       forked.Await();
-                       me.Send("parent", "t", "after its first child has ended");
-                       me.WaitUntil([&] { return !me.lost.empty(); });
-                       EXPECT_THAT(me.lost, ElementsAre("parent"));
-                       seen.Give();
-                   },
-                   [&](Participant& /*me*/) {
-                       watching.Await();
-                       Become("parent");
-                       const pid_t first = fork();
-                       if (first == 0) {
-                           exit(0);
-                       }
-                       int status = -1;
-                       waitpid(first, &status, 0);
-                       EXPECT_EQ(status, 0);
-                       if (fork() == 0) {
-                           seen.Await();
-                           _exit(0);
-                       }
-                       forked.Give();
-                       AwaitMessage();
-                       raise(SIGKILL);
-                   }});
+    m_world.Play({[&](Participant& me) {
+                      me.Watch("watcher");
+                      watching.Give();
+                      forked.Await();
+                      me.Send("parent", "t", "after its first child has ended");
+                      me.WaitUntil([&] { return !me.lost.empty(); });
+                      EXPECT_THAT(me.lost, ElementsAre("parent"));
+                      seen.Give();
+                  },
+                  [&](Participant& /*me*/) {
+                      watching.Await();
+                      Become("parent");
+                      const pid_t first = fork();
+                      if (first == 0) {
+                          exit(0);
+                      }
+                      int status = -1;
+                      waitpid(first, &status, 0);
+                      EXPECT_EQ(status, 0);
+                      if (fork() == 0) {
+                          seen.Await();
+                          _exit(0);
+                      }
+                      forked.Give();
+                      AwaitMessage();
+                      raise(SIGKILL);
+                  }});
 }
 
 /// Links come and go while children have copies of them: one that has run no handler of the fork, as every
 /// child for a moment, and one that executes a program.
 TEST_F(PlainFunctions, ForkedChildrenOfAHandlerDisturbNoLink) {
     static std::vector<pid_t> s_children;
-    m_world->Play({[&](Participant& /*me*/) {
+    constexpr int kRounds = 5;
+    Signal ready;
+    Signal again;
+    std::vector<Role> roles = {[&](Participant& /*me*/) {
         Become("parent");
         s_handle = [] {
             if (s_children.emplace_back(_Fork()) == 0) {
@@ -148,22 +151,28 @@ TEST_F(PlainFunctions, ForkedChildrenOfAHandlerDisturbNoLink) {
                 execlp("sleep", "sleep", "60", nullptr);
             }
         };
-        const std::string begin = GreetingFrame({}) + MessageFrame("t", "");
-        for (int round = 1; round <= 5; ++round) {
-            const ForeignPeer link;
-            EXPECT_EQ(link.Connect(m_settings.directory + "/d.job/a.parent"), 0);
-            for (const std::string& part : {begin, std::string("what closes the link"), begin}) {
-                link.Send(part);
-                int never = -1;
-                BBSysLoopWait(&never, 0);
-                EXPECT_EQ(s_received, round);
-            }
+        ready.Give();
+        int never = -1;
+        while (s_received < kRounds) {
+            BBSysLoopWait(&never, 10);
+            again.Give();
         }
         for (const pid_t child : s_children) {
             kill(child, SIGKILL);
             waitpid(child, nullptr, 0);
         }
-    }});
+    }};
+    roles.push_back([&](Participant& /*me*/) {
+        const auto system = zyl::backbone::system::MakeSystem();
+        ready.Await();
+        for (int round = 0; round < kRounds; ++round) {
+            Participant another(zyl::backbone::local::MakeLocalTransport(*system, m_world.local),
+                                m_world.settings);
+            another.Send("parent", "t", "by a link that goes");
+            again.Await();
+        }
+    });
+    m_world.Play(roles);
 }
 
 }  // namespace

@@ -9,21 +9,19 @@
 
 #include <atomic>
 #include <cstdio>
+#include <cstdlib>
 #include <new>
-#include <thread>
 
-#include "local/LocalTransport.h"
+#include "system/MakeSystem.h"
 
 using namespace zyl::backbone;
 
 namespace {
 
-/// Where participants are threads each has its own; the callbacks of the backbone carry no context.
-thread_local Participant* t_participant = nullptr;
-thread_local const std::string* t_body = nullptr;
-thread_local const char* t_type = nullptr;
-/// Whether this thread may end by a signal without the others.
-thread_local bool t_process = false;
+/// The process's; the callbacks of the backbone carry no context.
+Participant* s_participant = nullptr;
+const std::string* s_body = nullptr;
+const char* s_type = nullptr;
 
 void* SharedPage() {
     return mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
@@ -31,7 +29,7 @@ void* SharedPage() {
 
 void RecordMessage(const char* type, const void* buffer, int size) {
     const Received message{type, {static_cast<const char*>(buffer), static_cast<std::size_t>(size)}};
-    Participant& me = *t_participant;
+    Participant& me = *s_participant;
     me.Stir();
     if (!me.discard) {
         me.received.push_back(message);
@@ -49,64 +47,9 @@ void RecordLoss(int pid, const char* application, const char* host, const char* 
     EXPECT_GE(pid, 0);
     EXPECT_STRNE(host, "");
     EXPECT_STRNE(user, "");
-    t_participant->Stir();
-    t_participant->lost.emplace_back(application);
+    s_participant->Stir();
+    s_participant->lost.emplace_back(application);
 }
-
-void PlayRole(const Role& role, std::unique_ptr<Transport> transport, const Settings& settings) {
-    try {
-        Participant participant(std::move(transport), settings);
-        t_participant = &participant;
-        role(participant);
-    } catch (const Crashed&) {
-    }
-}
-
-class MemoryWorld final : public World {
-  public:
-    void Play(const std::vector<Role>& roles) override {
-        std::vector<std::thread> threads;
-        for (const Role& role : roles) {
-            threads.emplace_back([this, &role] { PlayRole(role, MakeMemoryTransport(m_hub), settings); });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
-    }
-
-  private:
-    MemoryHub m_hub;
-};
-
-class LocalWorld final : public World {
-  public:
-    LocalWorld() { settings.directory = m_directory.Path().string(); }
-
-    void Play(const std::vector<Role>& roles) override {
-        std::fflush(nullptr);
-        std::vector<pid_t> children;
-        for (const Role& role : roles) {
-            const pid_t child = fork();
-            ASSERT_GE(child, 0);
-            if (child == 0) {
-                t_process = true;
-                PlayRole(role, MakeLocalTransport(settings), settings);
-                std::fflush(nullptr);
-                _exit(::testing::Test::HasFailure() ? 1 : 0);
-            }
-            children.push_back(child);
-        }
-        for (const pid_t child : children) {
-            int status = 0;
-            waitpid(child, &status, 0);
-            const bool crashedOnPurpose = WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
-            EXPECT_TRUE(crashedOnPurpose || status == 0) << "a participant ended with status " << status;
-        }
-    }
-
-  private:
-    TemporaryDirectory m_directory;
-};
 
 }  // namespace
 
@@ -157,14 +100,14 @@ void Participant::Watch(const std::string& name) {
 }
 
 void Participant::Send(const std::string& target, const std::string& type, const std::string& body) {
-    t_body = &body;
-    t_type = type.c_str();
+    s_body = &body;
+    s_type = type.c_str();
     board.SendRequest(
         domain, target,
         [](void* buffer, int size) {
-            t_body->copy(static_cast<char*>(buffer), static_cast<std::size_t>(size));
+            s_body->copy(static_cast<char*>(buffer), static_cast<std::size_t>(size));
         },
-        [] { return static_cast<int>(t_body->size()); }, [] { return t_type; });
+        [] { return static_cast<int>(s_body->size()); }, [] { return s_type; });
 }
 
 void Participant::WaitUntil(const std::function<bool()>& condition) {
@@ -181,22 +124,37 @@ void Participant::Look() {
 }
 
 void Participant::Crash() {
-    if (t_process) {
-        raise(SIGKILL);
+    raise(SIGKILL);
+    std::abort();
+}
+
+World::World(bool lanes) {
+    local.directory = m_directory.Path().string();
+    local.lanes = lanes;
+}
+
+void World::Play(const std::vector<Role>& roles) const {
+    std::fflush(nullptr);
+    std::vector<pid_t> children;
+    for (const Role& role : roles) {
+        const pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            {
+                const std::unique_ptr<system::System> system = system::MakeSystem();
+                Participant participant(local::MakeLocalTransport(*system, local), settings);
+                s_participant = &participant;
+                role(participant);
+            }
+            std::fflush(nullptr);
+            _exit(::testing::Test::HasFailure() ? 1 : 0);
+        }
+        children.push_back(child);
     }
-    throw Crashed();
-}
-
-std::unique_ptr<World> MakeMemoryWorld() {
-    return std::make_unique<MemoryWorld>();
-}
-
-std::unique_ptr<World> MakeLocalWorld() {
-    return std::make_unique<LocalWorld>();
-}
-
-std::unique_ptr<World> MakeSocketWorld() {
-    auto world = std::make_unique<LocalWorld>();
-    world->settings.lane = Settings::Lane::kSocket;
-    return world;
+    for (const pid_t child : children) {
+        int status = 0;
+        waitpid(child, &status, 0);
+        const bool crashedOnPurpose = WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
+        EXPECT_TRUE(crashedOnPurpose || status == 0) << "a participant ended with status " << status;
+    }
 }

@@ -6,12 +6,12 @@
 #include <string>
 #include <vector>
 
-#include "MemoryTransport.h"
 #include "TemporaryDirectory.h"
+#include "local/LocalTransport.h"
 #include "switchboard/Switchboard.h"
 
-/// A world of processes that exchange messages, for tests that are written once and run on every transport.
-/// On the in-memory transport a participant is a thread; on the local one it is a real process.
+/// A world of real processes that exchange messages, for tests that are written once and run on every
+/// transport and lane.
 
 /// Something that one participant waits for and another one gives, outside the backbone.
 class Signal {
@@ -47,9 +47,6 @@ struct Received {
     std::string body;
 };
 
-/// Thrown by Participant::Crash where a participant cannot be killed.
-struct Crashed {};
-
 /// One process's view of the backbone, with the callbacks recording what comes.
 class Participant {
   public:
@@ -77,7 +74,7 @@ class Participant {
     /// Delivers what has come.
     void Look();
     /// Ends the participant without a farewell.
-    [[noreturn]] void Crash();
+    [[noreturn]] static void Crash();
 
     void Stir() { ++m_stirred; }
 
@@ -87,19 +84,19 @@ class Participant {
 
 using Role = std::function<void(Participant&)>;
 
-/// Makes the participants' transports, and lets roles play.
+/// Makes the participants' processes, and lets roles play.
 class World {
   public:
-    virtual ~World() = default;
+    explicit World(bool lanes);
     /// Plays all roles at once and returns when the last one has ended. A role's failed assertion fails the
     /// test.
-    virtual void Play(const std::vector<Role>& roles) = 0;
-    zyl::backbone::Settings settings;
-};
+    void Play(const std::vector<Role>& roles) const;
 
-std::unique_ptr<World> MakeMemoryWorld();
-/// Over shared memory, and over sockets alone.
-std::unique_ptr<World> MakeLocalWorld();
-std::unique_ptr<World> MakeSocketWorld();
+    zyl::backbone::Settings settings;
+    zyl::backbone::local::LocalSettings local;
+
+  private:
+    TemporaryDirectory m_directory;
+};
 
 #endif

@@ -1,0 +1,112 @@
+#include "Presence.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace zyl::backbone::local {
+
+namespace {
+
+/// Many more than there are leftovers of the dead in a domain at once.
+constexpr std::size_t kMostRemembered = 16384;
+
+}  // namespace
+
+void Presence::Meet(const system::Identity& life, int pid, const std::string& host, const std::string& user) {
+    m_lives.try_emplace(life, Life{pid, host, user, {}});
+}
+
+void Presence::AddName(const system::Identity& life, const std::string& name, std::uint64_t order,
+                       bool announced) {
+    m_lives.at(life).names.insert_or_assign(name, Holding{name, order, announced});
+    auto& holders = m_holders[name];
+    if (holders.emplace(order, life).second && holders.size() == 2) {
+        ++m_contested;
+    }
+}
+
+std::size_t Presence::CountOfNames(const system::Identity& life) const {
+    const auto found = m_lives.find(life);
+    return found != m_lives.end() ? found->second.names.size() : 0;
+}
+
+std::vector<Presence::Holding> Presence::NamesOf(const system::Identity& life) const {
+    std::vector<Holding> names;
+    if (const auto found = m_lives.find(life); found != m_lives.end()) {
+        for (const auto& [name, holding] : found->second.names) {
+            names.push_back(holding);
+        }
+    }
+    return names;
+}
+
+std::vector<system::Identity> Presence::LivingRivals(const std::string& name,
+                                                     const system::Identity& life) const {
+    std::vector<system::Identity> rivals;
+    if (const auto holders = m_holders.find(name); holders != m_holders.end()) {
+        for (const auto& [order, holder] : holders->second) {
+            if (holder != life && !IsOver(holder)) {
+                rivals.push_back(holder);
+            }
+        }
+    }
+    return rivals;
+}
+
+bool Presence::OwesEndOf(const std::string& name) const {
+    const auto holders = m_holders.find(name);
+    return holders != m_holders.end() &&
+           std::any_of(holders->second.begin(), holders->second.end(),
+                       [&](const auto& holder) { return IsOver(holder.second); });
+}
+
+bool Presence::SetOver(const system::Identity& life) {
+    return m_lives.contains(life) && m_over.insert(life).second;
+}
+
+bool Presence::IsOver(const system::Identity& life) const {
+    return m_over.contains(life);
+}
+
+bool Presence::HasToWait(const system::Identity& life) const {
+    const auto found = m_contested > 0 ? m_lives.find(life) : m_lives.end();
+    if (found == m_lives.end()) {
+        return false;
+    }
+    return std::any_of(found->second.names.begin(), found->second.names.end(), [&](const auto& entry) {
+        const auto& [order, first] = *m_holders.at(entry.first).begin();
+        return order < entry.second.order && first != life;
+    });
+}
+
+std::vector<PeerLost> Presence::Report(const system::Identity& life) {
+    const Life ended = std::move(m_lives.extract(life).mapped());
+    m_over.erase(life);
+    Remember(life, ended.names);
+    std::vector<PeerLost> reports;
+    for (const auto& [name, holding] : ended.names) {
+        const auto holders = m_holders.find(name);
+        const bool wasContested = holders->second.size() > 1;
+        std::erase_if(holders->second, [&](const auto& holder) { return holder.second == life; });
+        m_contested -= wasContested && holders->second.size() < 2 ? 1 : 0;
+        if (holders->second.empty()) {
+            m_holders.erase(holders);
+        }
+        auto peer = std::make_unique<Peer>(Peer{name, ended.pid, ended.host, ended.user});
+        reports.push_back(PeerLost{std::move(peer), holding.announced});
+    }
+    return reports;
+}
+
+void Presence::Remember(const system::Identity& life, const std::map<std::string, Holding>& names) {
+    for (const auto& [name, holding] : names) {
+        RememberName(life, name);
+    }
+    m_reportedInOrder.push_back(life);
+    if (m_reportedInOrder.size() > kMostRemembered) {
+        m_reported.erase(m_reportedInOrder.front());
+        m_reportedInOrder.pop_front();
+    }
+}
+
+}  // namespace zyl::backbone::local

@@ -1,0 +1,81 @@
+#ifndef ZYL_BACKBONE_LOCAL_PRESENCE_H
+#define ZYL_BACKBONE_LOCAL_PRESENCE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "system/System.h"
+#include "transport/Transport.h"
+
+namespace zyl::backbone::local {
+
+/// What is known of the other processes of a domain: who they are, the names they hold, whose life is over,
+/// and who came after whom under a name.
+///
+/// A life is an identity. It is living until it is known to be over, and over until its end is reported. A
+/// name has its holders in their order; all but the last one of them are over.
+class Presence {
+  public:
+    /// A process is met, or says who it is.
+    void Meet(const system::Identity& life, int pid, const std::string& host, const std::string& user);
+    bool Knows(const system::Identity& life) const { return m_lives.contains(life); }
+    /// It holds a name. A passing helper is not announced.
+    void AddName(const system::Identity& life, const std::string& name, std::uint64_t order, bool announced);
+    std::size_t CountOfNames(const system::Identity& life) const;
+
+    struct Holding {
+        std::string name;
+        std::uint64_t order = 0;
+        bool announced = false;
+    };
+    std::vector<Holding> NamesOf(const system::Identity& life) const;
+    /// The other ones that are known to hold the name, or to have held it, and are not known to be over.
+    std::vector<system::Identity> LivingRivals(const std::string& name, const system::Identity& life) const;
+    /// Whether a holder of the name is over, and that is still to be reported.
+    bool OwesEndOf(const std::string& name) const;
+
+    /// Its life is over, but it may have left something to be read. False when that is known, or the process is not.
+    bool SetOver(const system::Identity& life);
+    bool IsOver(const system::Identity& life) const;
+    const std::set<system::Identity>& Over() const { return m_over; }
+    /// Whether an earlier holder of one of its names is still to be reported, or found out to be over.
+    bool HasToWait(const system::Identity& life) const;
+    /// Nothing of it is left to be read: forgets it, and gives the reports of its end.
+    std::vector<PeerLost> Report(const system::Identity& life);
+    /// Whether that has happened; what stands under a name may be older.
+    bool WasReported(const system::Identity& life) const { return m_reported.contains(life); }
+    /// A name of it is heard of only now. True: it was not among those reported.
+    bool RememberName(const system::Identity& life, const std::string& name) {
+        return m_reported[life].insert(name).second;
+    }
+
+  private:
+    void Remember(const system::Identity& life, const std::map<std::string, Holding>& names);
+
+    struct Life {
+        int pid = 0;
+        std::string host;
+        std::string user;
+        std::map<std::string, Holding> names;
+    };
+
+    std::map<system::Identity, Life> m_lives;
+    std::set<system::Identity> m_over;
+    /// The lives that were reported last, with their names, and in their order.
+    std::map<system::Identity, std::set<std::string>> m_reported;
+    std::deque<system::Identity> m_reportedInOrder;
+    /// By name: its holders in their order.
+    std::map<std::string, std::set<std::pair<std::uint64_t, system::Identity>>> m_holders;
+    /// How many names have more than one: most often none.
+    int m_contested = 0;
+};
+
+}  // namespace zyl::backbone::local
+
+#endif

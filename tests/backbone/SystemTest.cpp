@@ -1,0 +1,591 @@
+// The seam to the operating system, as this machine keeps it. Two systems in one process are two processes for
+// all that matters here, but for their ends.
+
+#include "system/System.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <csignal>
+#include <fstream>
+#include <functional>
+#include <thread>
+
+#include "ForeignPeer.h"
+#include "TemporaryDirectory.h"
+#include "platform/system/FileDescriptor.h"
+#include "system/MakeSystem.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using namespace zyl::backbone::system;
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::IsSupersetOf;
+using ::testing::SizeIs;
+using ::testing::StartsWith;
+using ::testing::UnorderedElementsAre;
+using zyl::platform::FileDescriptor;
+
+/// A user that owns nothing.
+constexpr unsigned kNobody = 65534;
+
+std::string HexOf(const Identity& identity) {
+    return fmt::format("{:016x}{:016x}", identity.high, identity.low);
+}
+
+/// Remembers what it was told since it was last asked.
+struct Told final : Watcher {
+    Readiness all;
+    void Ready(const Readiness& readiness) override {
+        all = {all.input || readiness.input, all.room || readiness.room, all.end || readiness.end};
+    }
+};
+
+/// While the object lives, this process can open no further descriptors: none from `limit` on, or from the first
+/// that is free.
+class NoDescriptors {
+  public:
+    explicit NoDescriptors(std::optional<rlim_t> limit = {}) {
+        getrlimit(RLIMIT_NOFILE, &m_before);
+        rlimit none = m_before;
+        none.rlim_cur = limit.value_or(0);
+        while (!limit && fcntl(static_cast<int>(none.rlim_cur), F_GETFD) >= 0) {
+            ++none.rlim_cur;
+        }
+        setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &m_before); }
+
+  private:
+    rlimit m_before{};
+};
+
+std::size_t OpenDescriptors() {
+    const fs::directory_iterator all("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+class SystemTest : public ::testing::Test {
+  protected:
+    std::unique_ptr<Names> Join(System& system) const { return system.Join(m_base.Path().string(), "job"); }
+    std::string Domain() const { return m_base / "d.job"; }
+    std::vector<std::string> Files() const {
+        std::vector<std::string> names;
+        for (const fs::directory_entry& entry : fs::directory_iterator(Domain())) {
+            names.push_back(entry.path().filename().string());
+        }
+        return names;
+    }
+    /// Plays `role` in a process of its own, which has joined and has nothing of its parent's; then that is killed
+    /// by `signal`, if there is one. A check that fails there fails here.
+    using Role = std::function<void(System&, Names&)>;
+    void InAnotherProcess(const Role& role, int signal = 0) const {
+        const pid_t child = fork();
+        if (child == 0) {
+            LeaveToParent();
+            const std::unique_ptr<System> system = MakeSystem();
+            const std::unique_ptr<Names> names = Join(*system);
+            role(*system, *names);
+            if (signal != 0 && !HasFailure()) {
+                raise(signal);
+            }
+            _exit(HasFailure() ? 1 : 0);
+        }
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, signal);
+    }
+    /// A channel from `m_there` to `m_here`: its two ends.
+    struct Ends {
+        std::unique_ptr<Channel> near, far;
+    };
+    Ends Connected(Names& here, Names& there) const {
+        Names::Connection connection = there.Connect(here.Find("target").value());
+        EXPECT_EQ(connection.reached, Names::Reached::kConnected);
+        return {here.Accept().channel, std::move(connection.channel)};
+    }
+
+    TemporaryDirectory m_base;
+    std::unique_ptr<System> m_here = MakeSystem();
+    std::unique_ptr<System> m_there = MakeSystem();
+};
+
+/// The two of them, joined; the near one is "target".
+class ChannelTest : public SystemTest {
+  protected:
+    ChannelTest() {
+        EXPECT_TRUE(m_hereNames->Claim("target", true).taken);
+        m_ends = Connected(*m_hereNames, *m_thereNames);
+    }
+
+    std::unique_ptr<Names> m_hereNames = Join(*m_here);
+    std::unique_ptr<Names> m_thereNames = Join(*m_there);
+    Ends m_ends;
+    std::string m_buffer = std::string(100'000, '\0');
+
+    std::string Received(Channel& channel, std::size_t most = 100'000) {
+        const Moved moved = channel.Receive(std::span(m_buffer).first(most));
+        return moved.progress == Progress::kSome ? m_buffer.substr(0, moved.bytes) : "";
+    }
+    std::unique_ptr<Memory> MemoryWith(const std::string& text) {
+        std::unique_ptr<Memory> memory = m_there->MakeMemory(text.size());
+        text.copy(memory->Bytes().data(), text.size());
+        return memory;
+    }
+};
+
+std::string TextIn(const Memory& memory) {
+    return {memory.Bytes().data(), memory.Bytes().size()};
+}
+
+TEST_F(SystemTest, EveryNameIsHeldByOneAndSeenByAllUntilItsHolderLeaves) {
+    const std::string kLong(4096, 'x');
+    const std::string kNames[] = {"solver", "Solver", "a/b", "..", "", "%41", "a\n\xff", kLong, kLong + "y"};
+    std::unique_ptr<Names> here = Join(*m_here);
+    const std::unique_ptr<Names> there = Join(*m_there);
+    for (const std::string& name : kNames) {
+        SCOPED_TRACE(name.substr(0, 70));
+        EXPECT_FALSE(there->Find(name).has_value());
+        const bool announced = name.size() % 2 == 0;
+        ASSERT_TRUE(here->Claim(name, announced).taken);
+        const Names::Claimed second = there->Claim(name, true);
+        EXPECT_FALSE(second.taken);
+        EXPECT_FALSE(here->Claim(name, true).taken) << "nor twice by its holder";
+        const std::optional<Entry> found = there->Find(name);
+        ASSERT_TRUE(found.has_value());
+        for (const Entry& entry : {second.entry, *found}) {
+            EXPECT_EQ(entry.name, name);
+            EXPECT_EQ(entry.identity, m_here->Me().identity);
+            EXPECT_EQ(entry.pid, getpid());
+            EXPECT_EQ(entry.host, m_here->Me().host);
+            EXPECT_EQ(entry.announced, announced);
+            EXPECT_FALSE(entry.watches);
+        }
+        EXPECT_EQ(there->IsHeld(*found), Names::Holding::kYes);
+        EXPECT_EQ(here->IsHeld(*found), Names::Holding::kYes);
+        here->MarkWatcher(name);
+        EXPECT_TRUE(there->Find(name).value().watches);
+    }
+    const std::vector<Entry> all = there->List();
+    EXPECT_THAT(all, SizeIs(std::size(kNames)));
+    EXPECT_THAT(Files(), IsSupersetOf({"l.solver", "l.%53olver"})) << "also where cases are not told apart";
+    here.reset();
+    EXPECT_THAT(there->List(), IsEmpty());
+    for (const Entry& entry : all) {
+        EXPECT_EQ(there->IsHeld(entry), Names::Holding::kNo);
+        EXPECT_EQ(there->Connect(entry).reached, Names::Reached::kNobody);
+        const Names::Claimed next = there->Claim(entry.name, true);
+        EXPECT_TRUE(next.taken);
+        EXPECT_GT(next.entry.order, entry.order);
+        EXPECT_EQ(there->IsHeld(entry), Names::Holding::kNo) << "another one's now";
+    }
+}
+
+TEST_F(SystemTest, WhatIsLeftOfAKilledProcessHoldsNobodyUp) {
+    const auto claim = [](System& /*system*/, Names& names) {
+        names.Claim("phoenix", true);
+        names.Claim("tool with " + std::string(100, '7'), false);
+    };
+    InAnotherProcess(claim, SIGKILL);
+    const std::string cut = Domain() + "/l.phoeni";  // as killed while it wrote
+    fs::copy_file(Domain() + "/l.phoenix", cut);
+    fs::resize_file(cut, fs::file_size(cut) - 1);
+    EXPECT_THAT(Files(), SizeIs(4)) << "three locks, a socket";
+    std::ofstream(Domain() + "/README") << "stray";
+    std::ofstream(Domain() + "/l.%4") << "stray";
+    fs::create_directory(Domain() + "/l.directory");
+    ASSERT_EQ(mkfifo((Domain() + "/l.fifo").c_str(), 0600), 0);
+
+    FileDescriptor turn(open(Domain().c_str(), O_RDONLY | O_DIRECTORY));
+    ASSERT_EQ(flock(turn.Get(), LOCK_EX), 0) << "so nothing is removed";
+    const auto takeOver = [](System& /*system*/, Names& names) {
+        const std::optional<Entry> old = names.Find("phoenix");
+        ASSERT_TRUE(old.has_value());
+        EXPECT_THAT(names.List(), SizeIs(2));
+        EXPECT_EQ(names.IsHeld(*old), Names::Holding::kNo);
+        EXPECT_EQ(names.Connect(*old).reached, Names::Reached::kNobody);
+        const Names::Claimed next = names.Claim("phoenix", true);
+        EXPECT_TRUE(next.taken);
+        EXPECT_GT(next.entry.order, old->order);
+        EXPECT_EQ(names.IsHeld(*old), Names::Holding::kNo);
+        EXPECT_EQ(names.IsHeld(next.entry), Names::Holding::kYes);
+    };
+    InAnotherProcess(takeOver, SIGKILL);
+    turn.Close();
+    EXPECT_THAT(Join(*m_here)->List(), IsEmpty());
+    EXPECT_THAT(Files(), UnorderedElementsAre("README", "l.%4", "l.directory"));
+}
+
+TEST_F(SystemTest, NameIsSafeWithItsNewHolderWhileOthersRemoveWhatTheLastOneLeft) {
+    std::vector<std::thread> crowd;
+    for (const char* name : {"one", "two", "three", "four"}) {
+        crowd.emplace_back([&, name] {
+            for (int round = 0; round < 50; ++round) {
+                const std::unique_ptr<System> system = MakeSystem();
+                const std::unique_ptr<Names> names = Join(*system);
+                std::ofstream(Domain() + "/s." + std::string(32, name[0]));  // as if somebody had been killed
+                while (!names->Claim(name, true).taken) {
+                    // its file is just being removed
+                }
+                const std::unique_ptr<Names> another = Join(*system);
+                EXPECT_EQ(names->IsHeld(another->Find(name).value()), Names::Holding::kYes);
+                EXPECT_EQ(another->Connect(another->Find(name).value()).reached, Names::Reached::kConnected);
+            }
+        });
+    }
+    for (std::thread& one : crowd) {
+        one.join();
+    }
+}
+
+using SystemDeathTest = SystemTest;
+
+TEST_F(SystemDeathTest, DirectoryThatIsNotThisUsersAloneIsRefused) {
+    const auto directory = [](const fs::path& path, fs::perms rights) {
+        fs::create_directory(path);
+        fs::permissions(path, rights);
+    };
+    const struct {
+        const char* complaint;
+        std::function<void(const fs::path&)> make;
+    } kUnfit[] = {
+        {"others may use it too (mode 0777)", [&](const fs::path& path) { directory(path, fs::perms::all); }},
+        {"others may use it too (mode 0710)",
+         [&](const fs::path& path) { directory(path, fs::perms::owner_all | fs::perms::group_exec); }},
+        {"it cannot be opened as a directory",
+         [&](const fs::path& path) {
+             directory(path.string() + ".real", fs::perms::owner_all);
+             fs::create_symlink(path.string() + ".real", path);
+         }},
+        {"it cannot be opened as a directory",
+         [](const fs::path& path) { fs::create_symlink("nowhere", path); }},
+        {"it cannot be opened as a directory", [](const fs::path& path) { std::ofstream(path) << "a file"; }},
+        {geteuid() == 0 ? "it belongs to the user with number 65534" : "others may use it too (mode 0701)",
+         [&](const fs::path& path) {
+             directory(path, fs::perms::owner_all | fs::perms::others_exec);
+             [[maybe_unused]] const int onlyRootCan = chown(path.c_str(), kNobody, kNobody);
+         }},
+    };
+    int number = 0;
+    for (const auto& unfit : kUnfit) {
+        for (const bool itIsTheDomain : {false, true}) {
+            const std::string base = m_base / ("base" + std::to_string(++number));
+            const fs::path path = base + (itIsTheDomain ? "/d.job" : "");
+            if (itIsTheDomain) {
+                directory(base, fs::perms::owner_all);
+            }
+            unfit.make(path);
+            EXPECT_DEATH(m_here->Join(base + (number % 3 == 0 ? "//" : ""), "job"),
+                         AllOf(HasSubstr("cannot use the domain directory '" + path.string() + "': "),
+                               HasSubstr(unfit.complaint),
+                               HasSubstr("set ZYL_BACKBONE_DIR to a directory of your own with mode 0700")));
+        }
+    }
+    EXPECT_DEATH(m_here->Join(m_base / "missing/base", "job"),
+                 HasSubstr("missing/base': it cannot be made (No such file or directory)"));
+    const auto without = [](const std::function<void()>& call) {
+        const NoDescriptors shortage;
+        call();
+    };
+    EXPECT_DEATH(without([] { MakeSystem(); }), HasSubstr("cannot open a poller: Too many open files"));
+    EXPECT_DEATH(without([&] { Join(*m_here); }),
+                 AllOf(HasSubstr("(Too many open files)"), Not(HasSubstr("set ZYL_"))));
+}
+
+TEST_F(SystemTest, StandsInTheRuntimeDirectoryUnlessSetOtherwiseAndIsClosedToOthers) {
+    const std::string runtime = m_base / std::string(120, 'r');  // longer than the address of a socket
+    fs::create_directory(runtime);
+    ASSERT_EQ(setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1), 0);
+    umask(0);
+    std::unique_ptr<Names> names = m_here->Join("", "job");
+    EXPECT_EQ(names->Connect(names->Claim("target", true).entry).reached, Names::Reached::kConnected);
+    EXPECT_EQ(names->Place(), runtime + "/zyl-backbone/d.job");
+    std::size_t count = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(runtime)) {
+        EXPECT_EQ(entry.symlink_status().permissions() & ~fs::perms::owner_all, fs::perms::none) << entry;
+        ++count;
+    }
+    EXPECT_EQ(count, 4U) << "base, domain, lock and socket";
+    names.reset();
+    EXPECT_FALSE(fs::exists(runtime + "/zyl-backbone/d.job"));
+}
+
+/// However far the owner has opened the way, the next guard holds: base directory, domain directory, socket,
+/// and at last the kernel's word on who it is.
+TEST_F(SystemDeathTest, ProcessOfAnotherUserGetsNowhere) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can play another user";
+    }
+    const std::unique_ptr<Names> names = Join(*m_here);
+    ASSERT_TRUE(names->Claim("target", true).taken);
+    const std::string socket = Domain() + "/s." + HexOf(m_here->Me().identity);
+    const auto becomeNobody = [] { EXPECT_EQ(setgid(kNobody) | setuid(kNobody), 0); };
+    for (const std::string& opened : {std::string(), m_base.Path().string(), Domain(), socket}) {
+        if (!opened.empty()) {
+            fs::permissions(opened, fs::perms::all);
+        }
+        EXPECT_DEATH((becomeNobody(), Join(*m_here)), "cannot use the domain directory");
+        EXPECT_EXIT((becomeNobody(), _exit(ForeignPeer().Connect(socket))),
+                    ::testing::ExitedWithCode(opened == socket ? 0 : EACCES), "");
+    }
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(names->Accept().welcome, Names::Welcome::kRefused);
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+              "ZYLFeaBackbone: a link from the user with number 65534 is refused\n");
+    EXPECT_EQ(names->Accept().welcome, Names::Welcome::kNobody);
+}
+
+TEST_F(SystemTest, DirectoryThatWasDeletedIsLeftOrReportedOnce) {
+    const std::unique_ptr<Names> holder = Join(*m_here);
+    const std::unique_ptr<Names> idle = Join(*m_there);
+    const Entry held = holder->Claim("target", true).entry;
+    fs::remove_all(Domain());
+    ::testing::internal::CaptureStderr();
+    EXPECT_FALSE(holder->Find("target").has_value());
+    EXPECT_THAT(holder->List(), IsEmpty());
+    EXPECT_EQ(holder->Connect(held).reached, Names::Reached::kNobody);
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+              "ZYLFeaBackbone: the domain directory '" + Domain() +
+                  "' was deleted: applications that start from now on cannot be met\n");
+    EXPECT_TRUE(idle->Claim("target", true).taken);
+    EXPECT_EQ(Join(*m_here)->IsHeld(idle->Find("target").value()), Names::Holding::kYes);
+}
+
+TEST_F(ChannelTest, BytesAndMemoriesArriveInTheirOrderAlsoFromTheKilled) {
+    const std::string large(std::size_t{3} << 20, 'L');
+    const auto sendAll = [&](System& system, Names& names) {
+        Channel* const far = names.Connect(names.Find("target").value()).channel.release();
+        EXPECT_EQ(far->Send(std::string("ab")).bytes, 2U);
+        for (const std::string& text : {std::string("first"), large}) {
+            const std::unique_ptr<Memory> memory = system.MakeMemory(text.size());
+            EXPECT_EQ(TextIn(*memory), std::string(text.size(), '\0'));
+            text.copy(memory->Bytes().data(), text.size());
+            EXPECT_EQ(far->SendWithMemory(std::string("cd"), *memory).bytes, 2U);
+        }
+        EXPECT_EQ(far->Send(std::string("ef")).bytes, 2U);
+    };
+    InAnotherProcess(sendAll, SIGKILL);
+    const std::unique_ptr<Channel> near = m_hereNames->Accept().channel;
+    EXPECT_TRUE(near->HasEnded());
+    EXPECT_EQ(Received(*near, 1), "a");
+    EXPECT_EQ(near->Waiting(), 0U);
+    EXPECT_EQ(Received(*near, 2), "bc") << "a call may go as far as the bytes that a memory came with";
+    EXPECT_EQ(Received(*near), "dcd") << "and not behind them";
+    for (const std::size_t waiting : {2U, 1U}) {
+        EXPECT_EQ(near->Waiting(), waiting);
+        const Channel::Arrival arrival = near->TakeMemory();
+        ASSERT_NE(arrival.memory, nullptr) << arrival.problem;
+        EXPECT_EQ(TextIn(*arrival.memory), waiting == 2 ? "first" : large);
+    }
+    EXPECT_EQ(Received(*near), "ef");
+    EXPECT_EQ(near->Waiting(), 0U);
+    EXPECT_EQ(near->Receive(m_buffer).progress, Progress::kEnded);
+    EXPECT_EQ(near->Send(m_buffer).progress, Progress::kEnded);
+}
+
+TEST_F(ChannelTest, WatcherIsToldOfInputRoomAndEnd) {
+    Told far;
+    Told near;
+    m_ends.near->Watch(near);
+    std::size_t sent = 0;
+    Moved moved{};
+    while ((moved = m_ends.far->Send(m_buffer)).progress == Progress::kSome) {
+        sent += moved.bytes;
+    }
+    EXPECT_EQ(moved.progress, Progress::kNotNow);
+    m_ends.far->Watch(far);
+    m_there->Wait(m_there->Now() + 1ms);
+    EXPECT_FALSE(far.all.room);
+    m_here->Wait({});
+    EXPECT_TRUE(near.all.input);
+    for (std::size_t received = 0; received < sent;) {
+        received += m_ends.near->Receive(m_buffer).bytes;
+    }
+    EXPECT_EQ(m_ends.near->Receive(m_buffer).progress, Progress::kNotNow);
+    m_there->Wait({});
+    EXPECT_TRUE(far.all.room);
+    far = {};
+    EXPECT_EQ(m_ends.far->Send(std::string("x")).bytes, 1U);
+    EXPECT_EQ(Received(*m_ends.near), "x");
+    m_there->Wait(m_there->Now());
+    EXPECT_FALSE(far.all.room) << "it was asked for once";
+    near = {};
+    EXPECT_FALSE(m_ends.near->HasEnded());
+    m_ends.near->Send(std::string("never read"));
+    m_ends.far->Send(std::string("last"));
+    m_ends.far.reset();
+    m_here->Wait({});
+    EXPECT_TRUE(near.all.end);
+    EXPECT_TRUE(m_ends.near->HasEnded());
+    EXPECT_EQ(Received(*m_ends.near), "last");
+    EXPECT_EQ(m_ends.near->Receive(m_buffer).progress, Progress::kEnded);
+}
+
+System* s_woken = nullptr;
+
+TEST_F(SystemTest, WaitEndsWithItsDeadlineOrAWakeAndTellsAllThatIsReady) {
+    for (const std::chrono::microseconds wait : {0us, 300us, 2300us}) {
+        const Clock::time_point deadline = m_here->Now() + wait;
+        while (m_here->Now() < deadline) {
+            m_here->Wait(deadline);
+        }
+        EXPECT_LT(m_here->Now() - deadline, 1s);
+    }
+    m_here->Wake();
+    m_here->Wait({});
+    s_woken = m_here.get();
+    std::signal(SIGUSR1, [](int) { s_woken->Wake(); });
+    raise(SIGUSR1);
+    m_here->Wait({});
+
+    const std::unique_ptr<Names> names = Join(*m_here);
+    Told atTheDoor;
+    names->Watch(atTheDoor);
+    ASSERT_TRUE(names->Claim("target", true).taken);
+    constexpr std::size_t kMany = 200;
+    std::vector<Told> told(kMany);
+    std::vector<std::unique_ptr<Channel>> channels;
+    for (Told& one : told) {
+        channels.push_back(names->Connect(names->Find("target").value()).channel);
+        channels.push_back(names->Accept().channel);
+        channels.back()->Watch(one);
+        channels[channels.size() - 2]->Send(std::string("x"));
+    }
+    const Names::Connection waiting = names->Connect(names->Find("target").value());
+    m_here->Wait({});
+    EXPECT_TRUE(atTheDoor.all.input);
+    EXPECT_TRUE(std::all_of(told.begin(), told.end(), [](const Told& one) { return one.all.input; }));
+}
+
+TEST_F(ChannelTest, ShortageOfDescriptorsLosesNothing) {
+    const std::unique_ptr<Memory> first = MemoryWith("first");
+    const std::unique_ptr<Memory> second = MemoryWith("second");
+    const Entry target = m_hereNames->Find("target").value();
+    const std::unique_ptr<Channel> queued = m_thereNames->Connect(target).channel;
+    const std::unique_ptr<Channel> queuedToo = m_thereNames->Connect(target).channel;
+    m_ends.far->SendWithMemory(std::string("1"), *first);
+    m_ends.far->SendWithMemory(std::string("2"), *second);
+    queuedToo->Send(std::string("from the queue"));
+    std::unique_ptr<Channel> accepted;
+    ::testing::internal::CaptureStderr();
+    {
+        const NoDescriptors shortage;
+        for (const char* text : {"first", "second"}) {
+            EXPECT_THAT(Received(*m_ends.near), SizeIs(1));
+            const Channel::Arrival arrival = m_ends.near->TakeMemory();
+            ASSERT_NE(arrival.memory, nullptr) << arrival.problem;
+            EXPECT_EQ(TextIn(*arrival.memory), text);
+        }
+        EXPECT_THAT(m_hereNames->List(), SizeIs(1));
+        EXPECT_EQ(m_thereNames->IsHeld(target), Names::Holding::kYes);
+        accepted = m_hereNames->Accept().channel;
+        EXPECT_NE(accepted, nullptr) << "with a spare descriptor";
+        const Names::Acceptance refused = m_hereNames->Accept();
+        EXPECT_EQ(refused.welcome, Names::Welcome::kShortage);
+        EXPECT_EQ(refused.problem, "Too many open files");
+        EXPECT_EQ(m_here->MakeMemory(1), nullptr) << "the last spare is for what comes";
+        std::unique_ptr<Memory> memory = m_there->MakeMemory(1);
+        ASSERT_NE(memory, nullptr) << "with the other system's spare, which it takes back";
+        EXPECT_EQ(m_ends.far->SendWithMemory(std::string("3"), *memory).bytes, 1U);
+        EXPECT_EQ(Received(*m_ends.near), "3");
+        EXPECT_NE(m_ends.near->TakeMemory().memory, nullptr);
+        const std::unique_ptr<Memory> next = m_there->MakeMemory(1);
+        EXPECT_NE(next, nullptr) << "now that the first was handed over";
+        EXPECT_EQ(m_thereNames->Connect(target).reached, Names::Reached::kNotNow);
+        EXPECT_EQ(m_thereNames->Connect(target).reached, Names::Reached::kNotNow);
+    }
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+              "ZYLFeaBackbone: cannot open a socket: Too many open files; will try again\n");
+    const std::unique_ptr<Channel> late = m_hereNames->Accept().channel;
+    ASSERT_NE(late, nullptr);
+    EXPECT_EQ(Received(*late), "from the queue");
+    EXPECT_EQ(m_hereNames->Accept().welcome, Names::Welcome::kNobody);
+    EXPECT_NE(m_here->MakeMemory(1), nullptr);
+
+    m_ends.far->SendWithMemory(std::string("4"), *MemoryWith("lost"));
+    {
+        const NoDescriptors notEvenInPlaceOfASpare(0);
+        EXPECT_EQ(Received(*m_ends.near), "4");
+        EXPECT_EQ(m_ends.near->TakeMemory().problem, "there was no descriptor for it");
+        m_ends.near->Receive(m_buffer);
+        EXPECT_EQ(m_ends.near->Receive(m_buffer).progress, Progress::kShortage) << "no spare is left";
+    }
+    EXPECT_EQ(m_ends.near->Receive(m_buffer).progress, Progress::kNotNow);
+}
+
+int MemoryFile(off_t size, int seals) {
+    const int file = memfd_create("stranger's", MFD_ALLOW_SEALING);
+    EXPECT_EQ(ftruncate(file, size), 0);
+    EXPECT_EQ(fcntl(file, F_ADD_SEALS, seals), 0);
+    return file;
+}
+
+TEST_F(ChannelTest, WhateverAStrangerSendsIsCountedAndClosed) {
+    constexpr int kSeals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL;
+    const struct {
+        std::function<int()> open;
+        std::size_t headers, each;  ///< control messages, and descriptors in each of them
+        std::string problem;        ///< empty: it is good
+    } kCases[] = {
+        {[] { return MemoryFile(4096, kSeals); }, 1, 1, ""},
+        {[] { return MemoryFile(4096, kSeals); }, 1, 2, "2 descriptors came at once"},
+        {[] { return dup(0); }, 1, 1, "it is no shared memory"},
+        {[] { return MemoryFile(4096, F_SEAL_GROW); }, 1, 1, "it is no shared memory"},
+        {[] { return MemoryFile(0, kSeals); }, 1, 1, "it has 0 bytes; there must be some"},
+        {[] { return MemoryFile((off_t{4} << 30) + 1, kSeals); }, 1, 1, "it has 4294967297 bytes; "},
+        {[] { return MemoryFile(4096, kSeals | F_SEAL_WRITE); }, 1, 1, "it cannot be mapped: Oper"},
+        {[] { return dup(0); }, 1, 253, "253 descriptors came at once"},
+        {[] { return dup(0); }, 4, 1, "4 descriptors came at once"},
+        {[] { return dup(0); }, 2, 100, "200 descriptors came at once"},
+    };
+    for (const auto& one : kCases) {
+        SCOPED_TRACE(fmt::format("{} x {}: {}", one.headers, one.each, one.problem));
+        const ForeignPeer stranger;
+        ASSERT_EQ(stranger.Connect(Domain() + "/s." + HexOf(m_here->Me().identity)), 0);
+        const std::unique_ptr<Channel> channel = m_hereNames->Accept().channel;
+        const std::size_t before = OpenDescriptors();
+        stranger.SendDescriptors("x", std::vector(one.headers, std::vector(one.each, one.open())));
+        EXPECT_EQ(Received(*channel), "x");
+        EXPECT_EQ(OpenDescriptors(), before + 1) << "the one that the stranger has opened";
+        EXPECT_EQ(channel->Waiting(), one.headers * one.each);
+        const Channel::Arrival arrival = channel->TakeMemory();
+        EXPECT_EQ(arrival.memory != nullptr, one.problem.empty());
+        EXPECT_THAT(arrival.problem, StartsWith(one.problem));
+    }
+}
+
+TEST_F(ChannelTest, ChildThatOutlivesItsParentHoldsNothingOfIts) {
+    int left[2];
+    int over[2];
+    ASSERT_EQ(pipe(left) | pipe(over), 0);
+    char byte = 0;
+    const auto forkAndDie = [&](System& /*system*/, Names& names) {
+        names.Claim("parent", true);
+        names.Connect(names.Find("target").value()).channel.release();
+        if (fork() == 0) {
+            LeaveToParent();
+            close(over[1]);
+            _exit(write(left[1], "x", 1) == 1 && read(over[0], &byte, 1) == 0 ? 0 : 1);
+        }
+        EXPECT_EQ(read(left[0], &byte, 1), 1);
+    };
+    InAnotherProcess(forkAndDie, SIGKILL);
+    const Entry parent = m_hereNames->Find("parent").value();
+    EXPECT_EQ(m_hereNames->IsHeld(parent), Names::Holding::kNo);
+    EXPECT_EQ(m_hereNames->Connect(parent).reached, Names::Reached::kNobody);
+    EXPECT_TRUE(m_hereNames->Accept().channel->HasEnded());
+    close(over[1]);
+}
+
+}  // namespace
