@@ -1,0 +1,287 @@
+#include "Oracle.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include "Arena.h"
+
+namespace simulated {
+
+namespace {
+
+template <class... Arguments>
+void Check(bool kept, fmt::format_string<Arguments...> format, Arguments&&... arguments) {
+    if (!kept) {
+        World::Current().Fail(fmt::format(format, std::forward<Arguments>(arguments)...));
+    }
+}
+
+char ByteOf(std::size_t message, int at) {
+    return static_cast<char>(message * 37 + static_cast<std::size_t>(at) * 7 + 1);
+}
+
+}  // namespace
+
+void Oracle::Started(const Process& process) {
+    const arena::ForTheWorld ours;
+    m_lives.push_back({process.name, process.actor, process.self.pid, process.self.host, ++m_event, 0, 0});
+}
+
+void Oracle::Note(What what, const Process& process, int application) {
+    const arena::ForTheWorld ours;
+    m_events.at(static_cast<std::size_t>(what)).try_emplace({process.number, application}, ++m_event);
+}
+
+void Oracle::Ended(const Process& process) {
+    const arena::ForTheWorld ours;
+    Life& life = m_lives[static_cast<std::size_t>(process.number) - 1];
+    if (life.ended != 0) {
+        return;
+    }
+    life.ended = ++m_event;
+    if (process.refused || World::Current().ItsKernel().IsHeldUp(process)) {
+        return;  // it may not have been able to make itself known
+    }
+    for (const auto& [declared, since] : Of(What::kDeclared)) {
+        const Application& application = Of(declared.second);
+        for (const auto& [watches, from] : Of(What::kWatches)) {
+            if (declared.first == process.number && application.announced &&
+                watches.first != process.number && LifeOf(watches.first).ended == 0 &&
+                Of(watches.second).domain == application.domain) {
+                m_owed[{watches.first, watches.second, declared.second, process.number}] = false;
+            }
+        }
+    }
+}
+
+void Oracle::Buried(const Process& process) {
+    m_lives[static_cast<std::size_t>(process.number) - 1].buried = ++m_event;
+}
+
+int Oracle::BeginSend(const Process& process, const Step& step) {
+    const arena::ForTheWorld ours;
+    World& world = World::Current();
+    m_messages.push_back({m_messages.size(), process.number, step.application, step.size, step.reaction,
+                          step.other, world.Now(), ++m_event, world.Faults()});
+    return static_cast<int>(m_messages.size()) - 1;
+}
+
+void Oracle::Streamed(int message, char* room, int size) {
+    m_messages[static_cast<std::size_t>(message)].streamed = true;
+    for (int at = 0; at < size; ++at) {
+        room[at] = ByteOf(static_cast<std::size_t>(message), at);
+    }
+}
+
+void Oracle::Line(const Process& process, const std::string& text) {
+    if (!m_messages.empty() && text.find("is dropped") != std::string::npos) {
+        for (std::size_t index = 0; index < m_messages.size(); ++index) {
+            Message& message = m_messages[index];
+            if (message.sending && message.sender == process.number) {
+                message.told = text.find(fmt::format("'m{}'", index)) != std::string::npos &&
+                               text.find(Of(message.target).name) != std::string::npos;
+            }
+        }
+    }
+}
+
+void Oracle::EndSend(const Process& process, int index) {
+    const arena::ForTheWorld ours;
+    Message& message = m_messages[static_cast<std::size_t>(index)];
+    ++m_event;
+    message.sending = false;
+    message.dropped = !message.streamed || message.told;
+    if (message.dropped) {
+        CheckDrop(message);
+        ++m_drops[{process.number, message.target}];
+    }
+}
+
+void Oracle::CheckDrop(const Message& message) const {
+    const std::string text = Text(message.index);
+    Check(message.receiver == 0, "{} is dropped though it was delivered", text);
+    if (m_drops.contains({message.sender, message.target}) || AnyEnded(message.target)) {
+        return;
+    }
+    Check(message.told, "{} is dropped without a line", text);
+    const World& world = World::Current();
+    Check(world.Now() - message.begun >= m_plan.connectTimeout, "{} is dropped too early", text);
+    const bool there =
+        std::any_of(Of(What::kDeclared).begin(), Of(What::kDeclared).end(), [&](const auto& declared) {
+            return declared.first.second == message.target && declared.second < message.event;
+        });
+    Check(!there || world.Faults() != message.faults || world.ItsWeather().backlog < 64,
+          "{} is dropped though its target is there", text);
+}
+
+bool Oracle::AnyEnded(int application) const {
+    return std::any_of(Of(What::kDeclares).begin(), Of(What::kDeclares).end(), [&](const auto& declares) {
+        return declares.first.second == application && LifeOf(declares.first.first).ended != 0;
+    });
+}
+
+const Oracle::Message& Oracle::Received(const Process& process, int application, std::string_view type,
+                                        const char* body, int size) {
+    const arena::ForTheWorld ours;
+    ++m_event;
+    std::size_t index = m_messages.size();
+    if (!type.empty()) {
+        std::from_chars(type.data() + 1, type.data() + type.size(), index);
+    }
+    Check(index < m_messages.size(), "{} receives a message of the unknown type {}", process.name, type);
+    Message& message = m_messages[index];
+    const std::string text = Text(index);
+    Check(message.target == application, "{} comes to application {}", text, Of(application).name);
+    Check(message.receiver == 0, "{} is delivered again", text);
+    Check(!message.dropped, "{} is delivered though it was dropped", text);
+    Check(message.streamed && message.size == size, "{} has {} bytes", text, size);
+    CheckBody(message, body);
+    message.receiver = process.number;
+    CheckOrder(index);
+    CheckLosses(index);
+    return message;
+}
+
+void Oracle::CheckBody(const Message& message, const char* body) const {
+    for (int at = 0; at < message.size; ++at) {
+        if (body[at] != ByteOf(message.index, at)) {
+            World::Current().Fail(fmt::format("{} is wrong at byte {}", Text(message.index), at));
+        }
+    }
+}
+
+int Oracle::FirstOf(int process) const {
+    const auto found =
+        std::find_if(m_plan.applications.begin(), m_plan.applications.end(),
+                     [&](const Application& one) { return one.actor == LifeOf(process).actor; });
+    return static_cast<int>(found - m_plan.applications.begin());
+}
+
+/// Besides the budget: two rings, two blocks and a copy of a message for each link, and what the objects take.
+void Oracle::CheckMemory(const Process& process) const {
+    const std::size_t link = 2 * m_plan.ring + 3 * m_plan.LongestMessage() + 256 * 1024;
+    const std::size_t bound = 64 * 1024 + m_plan.Budget() + m_lives.size() * link;
+    const std::size_t held = arena::Living(static_cast<std::size_t>(process.number)) + process.mapped;
+
+    Check(!m_plan.lanes || held <= bound, "{} holds {} bytes", process.name, held);
+}
+
+/// No message of the pair has come to this life out of its turn, and none before it is missing.
+void Oracle::CheckOrder(std::size_t index) const {
+    const Message& message = m_messages[index];
+    bool missing = false;
+    bool found = false;
+    for (std::size_t other = m_messages.size(); other-- > 0 && !found;) {
+        const Message& one = m_messages[other];
+        if (!SamePair(one, message) || other == index) {
+            continue;
+        }
+        Check(other < index || one.receiver != message.receiver, "{} comes after {}", Text(index),
+              Text(other));
+        found = one.receiver == message.receiver;
+        missing = missing || (other < index && !found && one.receiver == 0 && !one.dropped);
+        Check(!missing || !(found || !AnyEnded(message.target)), "{} comes though one before it is missing",
+              Text(index));
+    }
+}
+
+/// The message comes before the end of its sender is told, and after the end of the life before.
+void Oracle::CheckLosses(std::size_t index) const {
+    const Message& message = m_messages[index];
+    const int domain = Of(message.target).domain;
+    const std::uint64_t handledSince = Of(What::kHandles).at({message.receiver, message.target});
+    for (const auto& [loss, since] : m_told) {
+        const auto& [watcher, watching, application, life] = loss;
+        Check(watcher != message.receiver || life != message.sender || Of(application).domain != domain ||
+                  handledSince > since,
+              "{} comes after the loss of {}", Text(index), LifeOf(life).name);
+    }
+    const auto first = std::find_if(m_messages.begin(), m_messages.end(), [&](const Message& one) {
+        return one.sender == message.sender && Of(one.target).domain == domain;
+    });
+    for (const auto& [loss, told] : m_owed) {
+        const auto& [watcher, watching, application, life] = loss;
+        const auto again = Of(What::kDeclared).find({message.sender, application});
+        Check(told || watcher != message.receiver || Of(application).domain != domain ||
+                  again == Of(What::kDeclared).end() || again->second > first->event ||
+                  life >= message.sender,
+              "{} comes before the loss of {}", Text(index), LifeOf(life).name);
+    }
+}
+
+void Oracle::ToldOfLoss(const Process& process, int application, int pid, std::string_view peer,
+                        std::string_view host) {
+    const arena::ForTheWorld ours;
+    ++m_event;
+    const auto named = std::find_if(
+        m_plan.applications.begin(), m_plan.applications.end(),
+        [&](const Application& one) { return one.name == peer && one.domain == Of(application).domain; });
+    Check(named != m_plan.applications.end(), "{} is told of the loss of {}, which is unknown", process.name,
+          peer);
+    const int lost = static_cast<int>(named - m_plan.applications.begin());
+    if (pid == 0) {
+        Check(m_drops[{process.number, lost}] > 0, "{} is told of the loss of {}, to which it has sent all",
+              process.name, peer);
+        return;
+    }
+    for (const auto& [declares, since] : Of(What::kDeclares)) {
+        const Loss loss{process.number, application, lost, declares.first};
+        const Life& life = LifeOf(declares.first);
+        if (declares.second == lost && life.host == host && life.pid == pid && life.ended != 0 &&
+            m_told.try_emplace(loss, m_event).second) {
+            if (const auto owed = m_owed.find(loss); owed != m_owed.end()) {
+                owed->second = true;
+            }
+            return;
+        }
+    }
+    Check(false, "{} is told of the loss of {} at {}, which has not ended or was told of before",
+          process.name, peer, host);
+}
+
+/// Whether the message went, or could have gone, to a life that has ended.
+bool Oracle::MayHaveDied(std::size_t index) const {
+    const Message& message = m_messages[index];
+    int first = 1;
+    int last = static_cast<int>(m_lives.size());
+    for (std::size_t other = 0; other < m_messages.size(); ++other) {
+        const Message& one = m_messages[other];
+        if (SamePair(one, message) && one.receiver != 0) {
+            (other < index ? first : last) = other < index ? one.receiver : std::min(last, one.receiver);
+        }
+    }
+    return std::any_of(Of(What::kDeclares).begin(), Of(What::kDeclares).end(), [&](const auto& declares) {
+        const auto& [life, application] = declares.first;
+        const bool known = std::any_of(m_told.begin(), m_told.end(), [&](const auto& told) {
+            return std::get<0>(told.first) == message.sender && std::get<2>(told.first) == message.target &&
+                   std::get<3>(told.first) == life && told.second < message.event;
+        });
+        return application == message.target && life >= first && life <= last && LifeOf(life).ended != 0 &&
+               !known && (LifeOf(life).buried == 0 || LifeOf(life).buried > LifeOf(message.sender).started);
+    });
+}
+
+std::string Oracle::Open() const {
+    for (std::size_t index = 0; index < m_messages.size(); ++index) {
+        const Message& message = m_messages[index];
+        if (!message.sending && !message.dropped && message.receiver == 0 && !MayHaveDied(index)) {
+            return Text(index) + " is not delivered";
+        }
+    }
+    for (const auto& [loss, told] : m_owed) {
+        const auto& [watcher, watching, application, life] = loss;
+        if (!told && LifeOf(watcher).ended == 0) {
+            return fmt::format("{} is not told for {} of the loss of {} of {}", LifeOf(watcher).name,
+                               Of(watching).name, Of(application).name, LifeOf(life).name);
+        }
+    }
+    return {};
+}
+
+std::string Oracle::Text(std::size_t index) const {
+    const Message& message = m_messages[index];
+    return fmt::format("message m{} of {} bytes from {} to {}", index, message.size,
+                       LifeOf(message.sender).name, Of(message.target).name);
+}
+
+}  // namespace simulated
