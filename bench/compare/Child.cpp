@@ -49,11 +49,11 @@ Child::Child(const std::vector<std::string>& command) : m_name(command.front()) 
     }
 }
 
-Child Child::InRole(const std::string& role, const std::vector<std::string>& options) {
-    std::vector<std::string> command{"/proc/self/exe", "role", role};
-    command.insert(command.end(), options.begin(), options.end());
+Child Child::InRole(const std::vector<std::string>& arguments) {
+    std::vector<std::string> command{"/proc/self/exe"};
+    command.insert(command.end(), arguments.begin(), arguments.end());
     Child child(command);
-    child.m_name = role;
+    child.m_name = arguments.at(1);
     return child;
 }
 

@@ -16,8 +16,8 @@ class Child {
   public:
     /// `command` is looked for along the path; it inherits the environment.
     explicit Child(const std::vector<std::string>& command);
-    /// This program in a role.
-    static Child InRole(const std::string& role, const std::vector<std::string>& options);
+    /// This program with the arguments "role", the role's name and its options.
+    static Child InRole(const std::vector<std::string>& arguments);
     Child(Child&& other) noexcept;
     Child& operator=(Child&&) = delete;
     ~Child();

@@ -20,6 +20,7 @@ void RoundTrips(const Measurement& measurement);
 void RoundTripsBesideBusyProcesses(const Measurement& measurement);
 void Rates(const Measurement& measurement);
 void BulkRates(const Measurement& measurement);
+void LargeRates(const Measurement& measurement);
 void MessageSizes(const Measurement& measurement);
 void IdentifierLengths(const Measurement& measurement);
 void ApplicationCounts(const Measurement& measurement);

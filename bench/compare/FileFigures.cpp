@@ -62,8 +62,8 @@ struct Transfer {
 
 Transfer SendFile(const std::string& source) {
     const BackboneRun run;
-    Child receiver = Child::InRole("receive-file", {});
-    Child sender = Child::InRole("send-file", {"--file", source});
+    Child receiver = Child::InRole({"role", "receive-file"});
+    Child sender = Child::InRole({"role", "send-file", "--file", source});
     const Figures sent = sender.Finish();
     return {sent.at("seconds"), sent.at("peak"), receiver.Finish().at("peak")};
 }

@@ -3,48 +3,19 @@
 #include <algorithm>
 #include <cstddef>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "Channel.h"
+#include "CacheLine.h"
 #include "Child.h"
 #include "Figures.h"
+#include "Pair.h"
 #include "RunDirectory.h"
 
 namespace {
 
-/// What both ends of a channel are told.
-struct Pairing {
-    std::string kind;
-    std::size_t size = 64;
-    std::size_t count = 0;
-    int serverProcessor = -1;
-    int clientProcessor = -1;
-    int identifier = -1;
-};
-
-std::vector<std::string> Options(const Pairing& pairing, const std::string& directory,
-                                 const std::string& self, const std::string& peer, int processor) {
-    return {"--kind",       pairing.kind,
-            "--directory",  directory,
-            "--self",       self,
-            "--peer",       peer,
-            "--size",       std::to_string(pairing.size),
-            "--count",      std::to_string(pairing.count),
-            "--processor",  std::to_string(processor),
-            "--identifier", std::to_string(pairing.identifier)};
-}
-
-/// Runs the two roles against each other and gives the client's figures.
-Figures RunPair(const std::string& serverRole, const std::string& clientRole, const Pairing& pairing) {
-    const BackboneRun run;
-    Child server =
-        Child::InRole(serverRole, Options(pairing, run.Path(), "server", "client", pairing.serverProcessor));
-    Child client =
-        Child::InRole(clientRole, Options(pairing, run.Path(), "client", "server", pairing.clientProcessor));
-    Figures figures = client.Finish();
-    server.Finish();
-    return figures;
-}
+constexpr std::size_t kKibibyte = 1024;
+constexpr std::size_t kMebibyte = kKibibyte * kKibibyte;
 
 /// The processors this program may use.
 std::vector<int> Processors() {
@@ -68,9 +39,16 @@ double MegabytesPerSecond(const Pairing& pairing) {
     return static_cast<double>(pairing.size * pairing.count) / 1e6 / OneWaySeconds(pairing);
 }
 
+void AddPercentiles(const Measurement& measurement, const std::string& figure, const Pairing& pairing) {
+    const Figures figures = RunPair("pong", "ping", pairing);
+    measurement.results.Add(figure, "us", pairing.kind, figures.at("median") / 1000);
+    measurement.results.Add(figure + ", 99th percentile", "us", pairing.kind,
+                            figures.at("percentile99") / 1000);
+    measurement.results.Add(figure + ", 99.9th percentile", "us", pairing.kind,
+                            figures.at("percentile99.9") / 1000);
+}
+
 std::string SizeName(std::size_t size) {
-    constexpr std::size_t kKibibyte = 1024;
-    constexpr std::size_t kMebibyte = kKibibyte * kKibibyte;
     if (size >= kMebibyte) {
         return std::to_string(size / kMebibyte) + " MiB";
     }
@@ -81,24 +59,30 @@ std::string SizeName(std::size_t size) {
 
 void RoundTrips(const Measurement& measurement) {
     const std::vector<int> processors = Processors();
-    for (const std::string& kind : Channel::Kinds()) {
+    for (const std::string& kind : Contenders()) {
         Pairing pairing{kind};
         pairing.count = measurement.Count(20000);
         pairing.serverProcessor = processors.front();
-        if (processors.size() > 1) {
-            pairing.clientProcessor = processors[1];
-            measurement.results.Add("round trip of 64 bytes, two processors", "us", kind,
-                                    RunPair("pong", "ping", pairing).at("median") / 1000);
-        }
         pairing.clientProcessor = processors.front();
         measurement.results.Add("round trip of 64 bytes, one processor", "us", kind,
                                 RunPair("pong", "ping", pairing).at("median") / 1000);
+        if (processors.size() > 1) {
+            pairing.clientProcessor = processors[1];
+            AddPercentiles(measurement, "round trip of 64 bytes, two processors", pairing);
+            pairing.warmUp = 30000;  // more than a lane holds: all of its memory has been used once
+            AddPercentiles(measurement, "round trip of 64 bytes, two processors, after 30000 others",
+                           pairing);
+        }
+    }
+    if (processors.size() > 1) {
+        measurement.results.Add("round trip of 64 bytes, two processors", "us", "one word, no message",
+                                CacheLineRoundTrip(processors[0], processors[1]));
     }
 }
 
 void RoundTripsBesideBusyProcesses(const Measurement& measurement) {
-    const Child busy[] = {Child::InRole("spin", {}), Child::InRole("spin", {})};
-    for (const std::string& kind : Channel::Kinds()) {
+    const Child busy[] = {Child::InRole({"role", "spin"}), Child::InRole({"role", "spin"})};
+    for (const std::string& kind : Contenders()) {
         Pairing pairing{kind};
         pairing.count = measurement.Count(4000);
         const Figures figures = RunPair("pong", "ping", pairing);
@@ -110,17 +94,22 @@ void RoundTripsBesideBusyProcesses(const Measurement& measurement) {
 }
 
 void Rates(const Measurement& measurement) {
-    for (const std::string& kind : Channel::Kinds()) {
+    const std::vector<int> processors = Processors();
+    for (const std::string& kind : Contenders()) {
         Pairing pairing{kind};
         pairing.count = measurement.Count(400000);
-        measurement.results.Add("messages of 64 bytes, one way", "1/s", kind,
-                                static_cast<double>(pairing.count) / OneWaySeconds(pairing));
+        const auto rate = [&] { return static_cast<double>(pairing.count) / OneWaySeconds(pairing); };
+        measurement.results.Add("messages of 64 bytes, one way", "1/s", kind, rate());
+        pairing.serverProcessor = processors.front();
+        pairing.clientProcessor = processors.back();
+        measurement.results.Add("messages of 64 bytes, one way, each end on its processor", "1/s", kind,
+                                rate());
     }
 }
 
 void BulkRates(const Measurement& measurement) {
     const std::vector<int> processors = Processors();
-    for (const std::string& kind : Channel::Kinds()) {
+    for (const std::string& kind : Contenders()) {
         Pairing pairing{kind, 65536};
         pairing.count = measurement.Count(20000);
         measurement.results.Add("messages of 64 KiB, one way", "MB/s", kind, MegabytesPerSecond(pairing));
@@ -131,8 +120,22 @@ void BulkRates(const Measurement& measurement) {
     }
 }
 
+void LargeRates(const Measurement& measurement) {
+    const std::vector<int> processors = Processors();
+    for (const auto& [size, count] : {std::pair{16 * kMebibyte, 64U}, std::pair{256 * kMebibyte, 8U}}) {
+        for (const std::string& kind : Contenders()) {
+            Pairing pairing{kind, size};
+            pairing.count = measurement.Count(count);
+            pairing.serverProcessor = processors.front();
+            pairing.clientProcessor = processors.back();
+            measurement.results.Add("messages of " + SizeName(size) + ", one way, each end on its processor",
+                                    "MB/s", kind, MegabytesPerSecond(pairing));
+        }
+    }
+}
+
 void MessageSizes(const Measurement& measurement) {
-    constexpr std::size_t kBytes = std::size_t{512} * 1024 * 1024;
+    constexpr std::size_t kBytes = 2048 * kMebibyte;
     constexpr std::size_t kMessages = 100000;
     for (const std::size_t size :
          {64UL, 1024UL, 16384UL, 65536UL, 262144UL, 1048576UL, 16777216UL, 268435456UL}) {
@@ -148,8 +151,8 @@ void MessageSizes(const Measurement& measurement) {
 }
 
 void IdentifierLengths(const Measurement& measurement) {
-    constexpr int kRuns =
-        5;  // the best of them, in turns: a difference must not be what else went on meanwhile
+    constexpr int kRuns = 5;  // the best of them, in turns: a difference must not
+                              // be what else went on meanwhile
     const std::vector<int> processors = Processors();
     std::vector<double> best(64);
     for (int run = 0; run < kRuns; ++run) {
@@ -175,11 +178,11 @@ void ApplicationCounts(const Measurement& measurement) {
         const std::string rounds = std::to_string(measurement.Count(20000) / members + 1);
         std::vector<Child> children;
         for (std::size_t member = 0; member < members; ++member) {
-            children.push_back(Child::InRole("member", {"--self", "member-" + std::to_string(member),
-                                                        "--size", "64", "--rounds", rounds}));
+            children.push_back(Child::InRole({"role", "member", "--self", "member-" + std::to_string(member),
+                                              "--size", "64", "--answer", "64", "--rounds", rounds}));
         }
-        Child hub =
-            Child::InRole("hub", {"--size", "64", "--count", std::to_string(members), "--rounds", rounds});
+        Child hub = Child::InRole(
+            {"role", "hub", "--size", "64", "--count", std::to_string(members), "--rounds", rounds});
         const Figures figures = hub.Finish();
         for (Child& child : children) {
             child.Finish();
@@ -194,8 +197,8 @@ void ApplicationCounts(const Measurement& measurement) {
 
 void IdleWaiter(const Measurement& measurement) {
     const BackboneRun run;
-    Child one = Child::InRole("idle", {"--self", "one", "--peer", "other"});
-    Child other = Child::InRole("idle", {"--self", "other", "--peer", "one"});
+    Child one = Child::InRole({"role", "idle", "--self", "one", "--peer", "other"});
+    Child other = Child::InRole({"role", "idle", "--self", "other", "--peer", "one"});
     const Figures figures = one.Finish();
     other.Finish();
     measurement.results.Add("processor time of an idle waiter in a second", "us", "zyl",

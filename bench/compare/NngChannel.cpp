@@ -15,7 +15,7 @@ void Check(int result, const char* what) {
 
 class NngChannel final : public Channel {
   public:
-    explicit NngChannel(const Setup& setup) : m_buffer(setup.size) {
+    explicit NngChannel(const Setup& setup) : m_buffer(setup.IncomingSize()) {
         Check(nng_pair0_open(&m_socket), "open");
         Check(nng_socket_set_size(m_socket, NNG_OPT_RECVMAXSZ, 0), "option");
         const std::string address = "ipc://" + setup.directory + "/nng";
@@ -30,11 +30,11 @@ class NngChannel final : public Channel {
         Check(nng_send(m_socket, const_cast<char*>(message.data()), message.size(), 0), "send");
     }
 
-    void Receive(std::size_t count, const std::function<void()>& each) override {
+    void Receive(std::size_t count, const Each& each) override {
         for (; count > 0; --count) {
             std::size_t size = m_buffer.size();
             Check(nng_recv(m_socket, m_buffer.data(), &size, 0), "receive");
-            each();
+            each({m_buffer.data(), size});
         }
     }
 

@@ -3,20 +3,16 @@
 
 #include <CLI/CLI.hpp>
 
-/// Adds one subcommand for each role that a process of a measurement plays. Each role prints its figures
-/// and its peak memory ("peak", in KiB). A role that serves then waits until its standard input ends, so
-/// that no message in flight is lost.
+/// What this program does as one of the processes of a measurement: the roles of ChannelRoles.h, and these, in
+/// which this project is alone. Each role prints its figures, and those that carry something their peak memory
+/// ("peak", in KiB).
 ///
-///     ping          does `count` round trips after a warm-up; prints "median" and "percentile99" (ns)
-///     pong          sends every message back
-///     source        sends `count` messages; prints "seconds" until the sink has all of them
-///     sink          receives them
-///     hub           does round trips with each of `count` members in turn; prints "mean" (ns)
-///     member        sends every message back to the hub
-///     send-file     copies a file to receive-file; prints "seconds"
-///     receive-file  receives it
-///     idle          waits one second beside an idle peer; prints "processor" (us used) and "sleeps" (number)
-///     spin          keeps a processor busy until it is killed
+///     hub        round trips with each of `count` members in turn: "mean" (ns)
+///     member     sends every message back, to the hub
+///     send-file  copies a file to the role receive-file: "seconds"
+///     receive-file
+///     idle       waits for a second beside an idle peer: "processor" (us used meanwhile), "sleeps" (how often)
+///     spin       is busy until it is killed
 void AddRoles(CLI::App& program);
 
 #endif

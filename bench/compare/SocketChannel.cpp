@@ -16,7 +16,7 @@ std::system_error SystemError(const std::string& what) {
 /// The plain loop over a stream socket: one write and one read for each message, whose size both ends know.
 class SocketChannel final : public Channel {
   public:
-    explicit SocketChannel(const Setup& setup) : m_buffer(setup.size) {
+    explicit SocketChannel(const Setup& setup) : m_buffer(setup.IncomingSize()) {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         const std::string path = setup.directory + "/socket";
@@ -35,10 +35,10 @@ class SocketChannel final : public Channel {
         }
     }
 
-    void Receive(std::size_t count, const std::function<void()>& each) override {
+    void Receive(std::size_t count, const Each& each) override {
         for (; count > 0; --count) {
             ReceiveOne();
-            each();
+            each(m_buffer);
         }
     }
 

@@ -1,6 +1,7 @@
 #include <unistd.h>
 #include <zmq.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <stdexcept>
 
@@ -18,7 +19,9 @@ void Check(bool done, const char* what) {
 class ZeroMqChannel : public Channel {
   public:
     ZeroMqChannel(const Setup& setup, int type)
-        : m_context(zmq_ctx_new()), m_socket(zmq_socket(m_context, type)), m_buffer(setup.size) {}
+        : m_context(zmq_ctx_new()),
+          m_socket(zmq_socket(m_context, type)),
+          m_buffer(std::max(setup.IncomingSize(), setup.peer.size())) {}
     ~ZeroMqChannel() override {
         zmq_close(m_socket);
         zmq_ctx_term(m_context);
@@ -29,7 +32,11 @@ class ZeroMqChannel : public Channel {
         const std::string address = "ipc://" + setup.directory + "/zeromq";
         Check((setup.serves ? zmq_bind : zmq_connect)(m_socket, address.c_str()) == 0, "address");
     }
-    void ReceiveFrame() { Check(zmq_recv(m_socket, m_buffer.data(), m_buffer.size(), 0) >= 0, "receive"); }
+    std::span<const char> ReceiveFrame() {
+        const int size = zmq_recv(m_socket, m_buffer.data(), m_buffer.size(), 0);
+        Check(size >= 0, "receive");
+        return {m_buffer.data(), static_cast<std::size_t>(size)};
+    }
 
     void* m_context;
     void* m_socket;
@@ -42,10 +49,9 @@ class Pair final : public ZeroMqChannel {
     void Send(const std::vector<char>& message) override {
         Check(zmq_send(m_socket, message.data(), message.size(), 0) >= 0, "send");
     }
-    void Receive(std::size_t count, const std::function<void()>& each) override {
+    void Receive(std::size_t count, const Each& each) override {
         for (; count > 0; --count) {
-            ReceiveFrame();
-            each();
+            each(ReceiveFrame());
         }
     }
 };
@@ -66,11 +72,10 @@ class Router final : public ZeroMqChannel {
         }
         Check(zmq_send(m_socket, message.data(), message.size(), 0) >= 0, "send");
     }
-    void Receive(std::size_t count, const std::function<void()>& each) override {
+    void Receive(std::size_t count, const Each& each) override {
         for (; count > 0; --count) {
             ReceiveFrame();  // the sender's name
-            ReceiveFrame();
-            each();
+            each(ReceiveFrame());
         }
     }
 

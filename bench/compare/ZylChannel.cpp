@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstring>
 
 #include "Channel.h"
@@ -18,7 +19,7 @@ class ZylChannel final : public Channel {
     explicit ZylChannel(const Setup& setup)
         : m_peer(setup.peer),
           m_record(setup.kind == "zyl record"),
-          m_chunk(static_cast<char*>(mem_OperatorNewThrowBuiltin(setup.size))) {
+          m_chunk(static_cast<char*>(mem_OperatorNewThrowBuiltin(std::max(setup.size, setup.answer)))) {
         ZYLMsgBBAPI::RegisterCommunicator("bench", m_communicator);
         ZYLMsgBBAPI::DeclareApplicationId(m_communicator, setup.self.c_str(), true);
         const std::string identifier =
@@ -27,7 +28,6 @@ class ZylChannel final : public Channel {
         if (m_record) {
             m_fileMessage.Data().m_dataType = FILE_TRANSFER_CHUNK;
             m_fileMessage.Data().m_chunk = m_chunk.get();
-            m_fileMessage.Data().m_chunkSize = static_cast<int>(setup.size);
             ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(new ZYLMsgFileTransferType, new Handler(*this));
         } else {
             ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(new ZYLMsgStringType, new Handler(*this));
@@ -38,6 +38,7 @@ class ZylChannel final : public Channel {
     void Send(const std::vector<char>& message) override {
         if (m_record) {
             std::memcpy(m_chunk.get(), message.data(), message.size());  // as reading the file fills it
+            m_fileMessage.Data().m_chunkSize = static_cast<int>(message.size());
             ZYLMsgBBAPI::SendRequest(m_communicator, m_peer.c_str(), m_fileMessage);
         } else {
             m_stringMessage.SetData(message.data(), static_cast<int>(message.size()));
@@ -45,7 +46,7 @@ class ZylChannel final : public Channel {
         }
     }
 
-    void Receive(std::size_t count, const std::function<void()>& each) override {
+    void Receive(std::size_t count, const Each& each) override {
         m_awaited = count;
         m_each = &each;
         int condition = -1;
@@ -61,16 +62,25 @@ class ZylChannel final : public Channel {
     class Handler final : public ZYLMsgBBMessageHandler {
       public:
         explicit Handler(ZylChannel& channel) : m_channel(channel) {}
-        void HandleMessage(const ZYLMsgBBMessage& /*message*/, const char* /*id*/) override {
-            m_channel.Received();
+        void HandleMessage(const ZYLMsgBBMessage& message, const char* /*id*/) override {
+            m_channel.Received(message);
         }
 
       private:
         ZylChannel& m_channel;
     };
 
-    void Received() {
-        (*m_each)();
+    std::span<const char> BytesOf(const ZYLMsgBBMessage& message) const {
+        if (m_record) {
+            const ZYLMsgFileTransferData& data = static_cast<const ZYLMsgFileTransferType&>(message).Data();
+            return {static_cast<const char*>(data.m_chunk), static_cast<std::size_t>(data.m_chunkSize)};
+        }
+        const auto& text = static_cast<const ZYLMsgStringType&>(message);
+        return {text.Data(), static_cast<std::size_t>(text.Size())};
+    }
+
+    void Received(const ZYLMsgBBMessage& message) {
+        (*m_each)(BytesOf(message));
         if (--m_awaited == 0) {
             *m_condition = 0;
         }
@@ -84,7 +94,7 @@ class ZylChannel final : public Channel {
     ZYLMsgStringType m_stringMessage;
     ZYLMsgFileTransferType m_fileMessage;
     std::size_t m_awaited = 0;
-    const std::function<void()>* m_each = nullptr;
+    const Each* m_each = nullptr;
     int* m_condition = nullptr;
 };
 

@@ -1,3 +1,5 @@
+#include <fmt/core.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
@@ -7,8 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "Channel.h"
 #include "Figures.h"
+#include "ForeignLoad.h"
+#include "Pair.h"
 #include "Roles.h"
 
 /// Measures this project beside its peers: every figure in every round, the contenders one after the other
@@ -26,6 +29,7 @@ const Figure kFigures[] = {
     {"busy", RoundTripsBesideBusyProcesses},
     {"rate", Rates},
     {"bulk", BulkRates},
+    {"large", LargeRates},
     {"file", FileCopies},
     {"memory", PeakMemory},
     {"record", Records},
@@ -52,7 +56,7 @@ bool Wanted(const Options& options, const std::string& name) {
 }
 
 void Compare(const Options& options) {
-    for (const std::string& kind : Channel::MissingKinds()) {
+    for (const std::string& kind : MissingContenders()) {
         std::cerr << kind << " was not installed when this program was built; it is left out\n";
     }
     Results results;
@@ -60,8 +64,10 @@ void Compare(const Options& options) {
     for (int round = 1; round <= options.rounds; ++round) {
         for (const Figure& figure : kFigures) {
             if (Wanted(options, figure.name)) {
-                std::cerr << "round " << round << ": " << figure.name << '\n';
+                const ForeignLoad others;
                 figure.measure(measurement);
+                fmt::print(stderr, "round {}: {}; other programs had {:.0f} % of the processors\n", round,
+                           figure.name, others.Share() * 100);
             }
         }
     }
