@@ -91,6 +91,7 @@ std::optional<Incoming::Found> Incoming::TakeControl() {
             throw BadFrame("the first frame is no greeting");
         }
         if (kind == FrameKind::kMessage) {
+            m_short = false;  // what is behind it is heard of when it goes
             return std::nullopt;
         }
         if (const std::optional<FrameView> frame = m_frames.Next()) {
@@ -113,6 +114,7 @@ bool Incoming::Receive() {
     }
     const std::span<char> room = m_frames.Room();
     const system::Moved moved = m_channel->Receive(room);
+    m_short = moved.progress == system::Progress::kShortage;
     switch (moved.progress) {
         case system::Progress::kSome:
             m_frames.Received(moved.bytes);

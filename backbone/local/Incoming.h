@@ -79,6 +79,8 @@ class Incoming final : public system::Watcher {
     void LookAgain() { m_unread = true; }
     /// Whether the channel may have something: it was not read until it had nothing, most often for want of something.
     bool Unread() const { return m_unread && !m_ended; }
+    /// Whether something that it says of itself may be unread.
+    bool MayBeUnknown() const { return m_short || (!m_greeted && Unread()); }
 
     /// Whether the end of the channel was received.
     bool HasEnded() const { return m_ended; }
@@ -131,6 +133,8 @@ class Incoming final : public system::Watcher {
     std::unique_ptr<system::Channel> m_channel;
     FrameReader m_frames;
     bool m_unread = true;
+    /// The channel could not be read for want of something.
+    bool m_short = false;
     bool m_ended = false;
 
     bool m_greeted = false;

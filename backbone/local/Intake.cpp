@@ -53,7 +53,16 @@ std::optional<Message> Intake::Next(Take take) {
             return message;
         }
     }
+    SeeWhetherAllAreKnown();
     return std::nullopt;
+}
+
+void Intake::SeeWhetherAllAreKnown() {
+    if (m_someUnknown &&
+        std::none_of(m_links.begin(), m_links.end(), [](const auto& link) { return link->MayBeUnknown(); })) {
+        m_someUnknown = false;
+        MakeAllReady(Incoming::Turn::kAwaitsPredecessor);
+    }
 }
 
 /// The link stands in no list meanwhile, but counts as ready.
@@ -102,7 +111,7 @@ Message Intake::HandOut(Incoming& link, Incoming::Text& text) {
 /// Where a link goes that has no message for us.
 void Intake::Settle(Incoming& link, Incoming::Nothing nothing, Take take) {
     const bool empty = nothing == Incoming::Nothing::kEmpty;
-    m_someUnknown = m_someUnknown || (!link.Greeted() && link.Unread());
+    m_someUnknown = m_someUnknown || link.MayBeUnknown();
     if (nothing == Incoming::Nothing::kEnded || (empty && !link.Unread() && m_owner.IsOver(link))) {
         m_owner.Ended(link);
         Remove(link);
@@ -212,6 +221,16 @@ void Intake::LookAtAll(const system::Identity& life) {
     }
 }
 
+void Intake::LookAtUngreeted() {
+    for (const auto& link : m_links) {
+        if (!link->Greeted()) {
+            m_someUnknown = true;
+            link->LookAgain();
+            MayBeRead(*link);
+        }
+    }
+}
+
 bool Intake::EarlierIsUnknown(const Incoming& link) const {
     if (!m_someUnknown) {
         return false;
@@ -220,7 +239,7 @@ bool Intake::EarlierIsUnknown(const Incoming& link) const {
         if (one.get() == &link) {
             return false;
         }
-        if (!one->Greeted() && one->Unread()) {
+        if (one->MayBeUnknown()) {
             return true;
         }
     }
@@ -228,7 +247,6 @@ bool Intake::EarlierIsUnknown(const Incoming& link) const {
 }
 
 void Intake::TryAgain() {
-    m_someUnknown = false;
     MakeAllReady(Incoming::Turn::kAwaitsPredecessor);
     for (const auto& link : m_links) {
         link->TryAgain();

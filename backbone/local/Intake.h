@@ -76,6 +76,8 @@ class Intake {
     bool MayHaveUnread(const system::Identity& life) const;
     /// What is left of the life waits for a handler.
     void SetReported(const system::Identity& life);
+    /// Somebody else has connected: who has done so before him may have said meanwhile who he is, and is heard first.
+    void LookAtUngreeted();
     /// Whether somebody has connected before the link's opener, and could not be asked yet who he is.
     bool EarlierIsUnknown(const Incoming& link) const;
     bool HasLinkOf(const system::Identity& life) const;
@@ -87,6 +89,7 @@ class Intake {
     std::optional<Message> LookAt(Incoming& link, Take take);
     Message HandOut(Incoming& link, Incoming::Text& text);
     void Settle(Incoming& link, Incoming::Nothing nothing, Take take);
+    void SeeWhetherAllAreKnown();
     void MakeReady(Incoming& link);
     void PollLanes();
     void StopPolling(Incoming& link);
@@ -100,7 +103,7 @@ class Intake {
     /// Links that owe their writers room, or a block, because messages are still looked at.
     std::vector<Incoming*> m_owing;
     std::size_t m_awaitingHandler = 0;
-    /// Whether somebody who has connected could not be read for want of something, before he said who he is.
+    /// Whether somebody who has connected has not been read yet as far as he may have said who he is.
     bool m_someUnknown = false;
     int m_sincePoll = 0;
     Incoming* m_lastInLane = nullptr;

@@ -190,7 +190,7 @@ bool LaneWriter::HasRoom() const {
 
 void LaneWriter::PublishProcessor(int processor) {
     if (static_cast<int>(Head().writersProcessor.Load()) != processor + 1) {
-        Head().writersProcessor.Store(static_cast<std::uint64_t>(processor + 1));
+        Head().writersProcessor.Store(static_cast<std::uint64_t>(processor) + 1);
     }
 }
 
@@ -345,7 +345,7 @@ void LaneReader::Awake() {
 
 void LaneReader::PublishProcessor(int processor) {
     if (static_cast<int>(Head().readersProcessor.Load()) != processor + 1) {
-        Head().readersProcessor.Store(static_cast<std::uint64_t>(processor + 1));
+        Head().readersProcessor.Store(static_cast<std::uint64_t>(processor) + 1);
     }
 }
 

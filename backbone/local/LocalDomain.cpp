@@ -94,7 +94,7 @@ void LocalDomain::Announce(int number, const std::string& name, bool announced) 
     if (!announced) {
         return;
     }
-    for (const auto& [target, outgoing] : m_outgoing) {
+    for (const auto& outgoing : m_links) {
         outgoing->SendControl(AnnounceFrame({claimed.entry.order, name}));
     }
     for (const system::Entry& entry : m_names->List()) {
@@ -132,10 +132,10 @@ void LocalDomain::Watch(int number) {
     }
 }
 
-/// One link to a process is enough to see its end, and to tell it our names, unless it is held up.
+/// One link to a process is enough to see its end, and to tell it our names, unless they would be read late.
 void LocalDomain::Reach(const system::Entry& entry) {
     const auto known = m_outgoingByHolder.find(entry.identity);
-    if (known == m_outgoingByHolder.end() || !known->second->Alive() || known->second->HasBacklog()) {
+    if (known == m_outgoingByHolder.end() || !known->second->Alive() || known->second->IsSlow()) {
         Connect(entry);
     } else if (!m_presence.IsOver(entry.identity)) {
         Know(entry);
@@ -205,6 +205,8 @@ std::shared_ptr<Outgoing> LocalDomain::Connect(const system::Entry& entry) {
         }
     }
     outgoing->SendControl(hello);
+    std::erase_if(m_links, [](const auto& link) { return link.use_count() == 1; });
+    m_links.push_back(outgoing);
     m_outgoing[entry.name] = outgoing;
     m_outgoingByHolder[entry.identity] = outgoing;
     Know(entry);
@@ -324,7 +326,7 @@ void LocalDomain::TryAgain() {
         m_somebodyWaits = true;
         Accept();
         m_intake.TryAgain();
-        for (const auto& [target, outgoing] : m_outgoing) {
+        for (const auto& outgoing : m_links) {
             outgoing->TryAgain();
         }
         ReachAgain();
@@ -367,6 +369,7 @@ bool LocalDomain::Accept() {
                 auto link = std::make_unique<Incoming>(
                     owner, m_settings.limits.lane, m_settings.limits.blocks, std::move(acceptance.channel));
                 link->SayHeldUp(m_heldUp);
+                m_intake.LookAtUngreeted();
                 m_intake.Add(std::move(link));
                 break;
             }
@@ -599,7 +602,7 @@ void LocalDomain::SetOver(const system::Identity& life) {
     }
     m_acceptBeforeReports = true;
     m_intake.LookAtAll(life);
-    for (const auto& [target, outgoing] : m_outgoing) {
+    for (const auto& outgoing : m_links) {
         if (outgoing->Holder() == life) {
             outgoing->SetLost();
         }
@@ -639,6 +642,7 @@ bool LocalDomain::MayReportSome() const {
 
 void LocalDomain::ReportEnd(const system::Identity& life) {
     m_intake.SetReported(life);
+    std::erase_if(m_links, [&](const auto& link) { return link->Holder() == life; });
     std::erase_if(m_outgoing, [&](const auto& entry) { return entry.second->Holder() == life; });
     m_outgoingByHolder.erase(life);
     m_suspects.erase(life);

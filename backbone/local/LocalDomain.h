@@ -126,6 +126,9 @@ class LocalDomain final : public Domain, IntakeOwner, IncomingOwner, OutgoingOwn
     std::unique_ptr<system::Names> m_names;
     std::map<int, Application> m_applications;
     Intake m_intake;
+    /// All links that this process has opened and that may still be used; and the last one to each application, and to
+    /// each process.
+    std::vector<std::shared_ptr<Outgoing>> m_links;
     std::map<std::string, std::shared_ptr<Outgoing>> m_outgoing;
     std::map<system::Identity, std::shared_ptr<Outgoing>> m_outgoingByHolder;
     std::shared_ptr<Outgoing> m_lastSent;

@@ -72,8 +72,8 @@ class Outgoing final : public system::Watcher {
         ReceiveNotes();
         SendBacklog();
     }
-    /// Whether control frames have not found room yet.
-    bool HasBacklog() const { return !m_backlog.empty(); }
+    /// Whether a control frame that is sent now may be read late: it finds no room, or lies behind messages.
+    bool IsSlow() const { return !m_backlog.empty() || (m_lane == nullptr && HasCarriedMessages()); }
     LaneWriter* Lane() const { return m_lane.get(); }
 
   private:

@@ -40,9 +40,10 @@ class Fiber {
     char* m_stack;
     void* m_context;
     void* m_scheduler = nullptr;
-    void* m_schedulerBottom = nullptr;
-    std::size_t m_schedulerSize = 0;
-    void* m_fakeStack = nullptr;
+    // For AddressSanitizer, which wants to know the stacks.
+    [[maybe_unused]] void* m_schedulerBottom = nullptr;
+    [[maybe_unused]] std::size_t m_schedulerSize = 0;
+    [[maybe_unused]] void* m_fakeStack = nullptr;
     /// What the C++ runtime keeps for each thread about exceptions, while this fiber does not run.
     std::array<char, 2 * sizeof(void*)> m_exceptions{};
 };

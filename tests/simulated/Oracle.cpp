@@ -252,7 +252,7 @@ bool Oracle::MayHaveDied(std::size_t index) const {
     }
     return std::any_of(Of(What::kDeclares).begin(), Of(What::kDeclares).end(), [&](const auto& declares) {
         const auto& [life, application] = declares.first;
-        const bool known = std::any_of(m_told.begin(), m_told.end(), [&](const auto& told) {
+        const bool known = std::any_of(m_told.begin(), m_told.end(), [&, life = life](const auto& told) {
             return std::get<0>(told.first) == message.sender && std::get<2>(told.first) == message.target &&
                    std::get<3>(told.first) == life && told.second < message.event;
         });

@@ -1,5 +1,6 @@
 #include "Program.h"
 
+#include <algorithm>
 #include <array>
 #include <tuple>
 #include <utility>
@@ -20,6 +21,8 @@ using std::chrono::milliseconds;
 
 constexpr int kEvery = -1;  // all domains
 constexpr std::size_t kMostApplications = 8;
+/// A forked child closes its copies soon.
+constexpr milliseconds kChild{300};
 
 class Player;
 
@@ -261,7 +264,7 @@ void Player::Do(const Step& step) {
             m_world.Work(step.time);
             break;
         case Step::What::kFork:
-            m_world.Fork(step.time);
+            m_world.Fork(std::min(step.time, kChild));
             break;
         case Step::What::kLeave:
             m_world.Tell("leaves");
