@@ -7,9 +7,9 @@
 
 #include "Diagnostics.h"
 #include "QORText.h"
+#include "switchboard/Switchboard.h"
 #include "system/MakeSystem.h"
 #include "transport/Transports.h"
-#include "switchboard/Switchboard.h"
 
 namespace zyl::backbone {
 
@@ -17,8 +17,8 @@ namespace {
 
 constexpr const char* kSourceFile = "backbone/ZYLFeaBackbone";
 
-/// The switchboard of this process, and the system below it. In the child of a fork they belong to the parent,
-/// and stay as they are.
+/// The switchboard of this process, and the system below it. In the child of a fork they belong to the
+/// parent, and stay as they are.
 system::System* s_system = nullptr;
 Switchboard* s_switchboard = nullptr;
 

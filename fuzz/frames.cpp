@@ -25,7 +25,8 @@ std::string Read(const FrameView& frame) {
     switch (frame.kind) {
         case FrameKind::kGreeting: {
             const Greeting greeting = ReadGreeting(frame.body);
-            return text + std::to_string(greeting.pid) + greeting.host + '\0' + greeting.user + greeting.application;
+            return text + std::to_string(greeting.pid) + greeting.host + '\0' + greeting.user +
+                   greeting.application;
         }
         case FrameKind::kAnnounce:
             return text + ReadAnnouncement(frame.body).application;

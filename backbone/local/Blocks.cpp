@@ -11,7 +11,8 @@ namespace zyl::backbone::local {
 
 namespace {
 
-/// Steps of an eighth of the size, so that a block serves for the next message too if that is a little longer.
+/// Steps of an eighth of the size, so that a block serves for the next message too if that is a little
+/// longer.
 std::size_t Rounded(std::size_t size) {
     const std::size_t step = std::max(std::bit_floor(size) / 8, std::size_t{1});
     return (size + step - 1) / step * step;

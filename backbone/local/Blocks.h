@@ -22,8 +22,8 @@ struct KeptBlocks {
     std::size_t bytes = 0;
 };
 
-/// A block is new until its memory was handed over, and free then; with a message it is busy until the receiver
-/// has dealt with that. One that the receiver keeps is its own from then on.
+/// A block is new until its memory was handed over, and free then; with a message it is busy until the
+/// receiver has dealt with that. One that the receiver keeps is its own from then on.
 class Blocks {
   public:
     struct Block {
@@ -40,17 +40,16 @@ class Blocks {
     Blocks(const Blocks&) = delete;
     Blocks& operator=(const Blocks&) = delete;
 
-    /// A block, new or free, with at least `size` bytes; null while too many are under way; nothing where there is no
-    /// memory for one. The numbers of those
-    /// that were given up for it are appended to `dropped`.
+    /// A block, new or free, with at least `size` bytes; null while too many are under way; nothing where
+    /// there is no memory for one. The numbers of those that were given up for it are appended to `dropped`.
     std::optional<Block*> Reserve(std::size_t size, std::vector<std::uint32_t>& dropped);
     Block& At(std::uint32_t number);
     /// The receiver has its memory.
     void HandedOver(Block& block);
     /// It is on its way, with a message.
     void Use(Block& block);
-    /// The receiver has dealt with it. True: it is given up, as enough are kept. Throws BadFrame when it was not under
-    /// way, like the next one.
+    /// The receiver has dealt with it. True: it is given up, as enough are kept. Throws BadFrame when it was
+    /// not under way, like the next one.
     bool Free(std::uint32_t number);
     /// The receiver keeps it.
     void Keep(std::uint32_t number);

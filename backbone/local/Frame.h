@@ -33,16 +33,16 @@
 
 namespace zyl::backbone::local {
 
-/// The version of the frames, the greeting and the lane. Both sides must have the same. In version 2 processes
-/// were told apart by their numbers, and woken through a descriptor that all their peers shared.
+/// The version of the frames, the greeting and the lane. Both sides must have the same. In version 2
+/// processes were told apart by their numbers, and woken through a descriptor that all their peers shared.
 constexpr std::uint32_t kProtocolVersion = 3;
 
 enum class FrameKind : std::uint16_t {
     kGreeting = 1,  ///< who has opened the link, and to whom: a Greeting
     kAnnounce = 2,  ///< the opener is an announced application: an Announcement
     kMessage = 3,   ///< a message; the type is its type name. The types of all other frames are empty.
-    /// Messages from now on come through the shared memory that comes with the frame, behind those in the lane
-    /// before: a u32 with the ring's size.
+    /// Messages from now on come through the shared memory that comes with the frame, behind those in the
+    /// lane before: a u32 with the ring's size.
     kLane = 4,
     /// A block for long messages comes with the frame: a u32 with its number, a u64 with its size.
     kBlock = 5,

@@ -19,9 +19,9 @@ struct FrameView {
     std::shared_ptr<const MessageStorage> storage;
 };
 
-/// Cuts a stream of received bytes into frames, drops the bells between them, and copies no whole frame: the caller receives into Room and
-/// takes frames out with Next until there is none. Memory grows with what has been received, never with what
-/// is announced.
+/// Cuts a stream of received bytes into frames, drops the bells between them, and copies no whole frame: the
+/// caller receives into Room and takes frames out with Next until there is none. Memory grows with what has
+/// been received, never with what is announced.
 class FrameReader {
   public:
     /// Where the next bytes go; never empty. Invalidated by every other call.

@@ -248,8 +248,8 @@ bool Incoming::GiveBack() {
     return lane.OwesRoom();
 }
 
-/// A block that is still looked at, by a handler that waits or in a message that was taken in, is kept: the sender
-/// could not go on without it.
+/// A block that is still looked at, by a handler that waits or in a message that was taken in, is kept: the
+/// sender could not go on without it.
 void Incoming::ReturnBlocks() {
     for (const std::shared_ptr<BlockUse>& use : std::exchange(m_inUse, {})) {
         const bool over = use.use_count() == 1;

@@ -70,14 +70,15 @@ class Incoming final : public system::Watcher {
         kMessage,
         kOwnCopy  ///< a message that keeps nothing of the link: it may lie about for long
     };
-    /// The next thing. Throws BadFrame, and std::bad_alloc for a message that there is no memory for; the link
-    /// is of no use any more then.
+    /// The next thing. Throws BadFrame, and std::bad_alloc for a message that there is no memory for; the
+    /// link is of no use any more then.
     Found Next(Want want);
 
     void Ready(const system::Readiness& readiness) override;
     /// Looks at the channel again, though nothing was told of it.
     void LookAgain() { m_unread = true; }
-    /// Whether the channel may have something: it was not read until it had nothing, most often for want of something.
+    /// Whether the channel may have something: it was not read until it had nothing, most often for want of
+    /// something.
     bool Unread() const { return m_unread && !m_ended; }
     /// Whether something that it says of itself may be unread.
     bool MayBeUnknown() const { return m_short || (!m_greeted && Unread()); }
@@ -95,8 +96,8 @@ class Incoming final : public system::Watcher {
     void Asleep() { m_lanes.front()->Asleep(); }
     void Awake();
 
-    /// Gives room back that nobody looks at any more, and is done with all blocks. True while there is more room to give
-    /// back.
+    /// Gives room back that nobody looks at any more, and is done with all blocks. True while there is more
+    /// room to give back.
     bool GiveBack();
     /// A shortage may be over.
     void TryAgain() { SendNotes(); }

@@ -70,13 +70,15 @@ class Intake {
     void PredecessorReported();
     /// A shortage may be over.
     void TryAgain();
-    /// Looks at every link of the life, or of somebody who has not said who he is, until it is read to its end.
+    /// Looks at every link of the life, or of somebody who has not said who he is, until it is read to its
+    /// end.
     void LookAtAll(const system::Identity& life);
     /// Whether something of the life is unread, or of somebody who has not said who he is.
     bool MayHaveUnread(const system::Identity& life) const;
     /// What is left of the life waits for a handler.
     void SetReported(const system::Identity& life);
-    /// Somebody else has connected: who has done so before him may have said meanwhile who he is, and is heard first.
+    /// Somebody else has connected: who has done so before him may have said meanwhile who he is, and is
+    /// heard first.
     void LookAtUngreeted();
     /// Whether somebody has connected before the link's opener, and could not be asked yet who he is.
     bool EarlierIsUnknown(const Incoming& link) const;

@@ -33,10 +33,10 @@
 ///             24      t      type
 ///             b       n      body; the next record begins at the next multiple of 64
 ///
-/// A record lies in one piece: where it would run over the ring's end, "nothing" fills the rest. Bodies of 512
-/// bytes and more start on cache lines, large ones on pages, which avoids 4K aliasing between the two ends of a
-/// copy. Smaller ones follow their type, as each cache line that need not pass between the processors counts
-/// there. What the other side may write is checked on every use.
+/// A record lies in one piece: where it would run over the ring's end, "nothing" fills the rest. Bodies of
+/// 512 bytes and more start on cache lines, large ones on pages, which avoids 4K aliasing between the two
+/// ends of a copy. Smaller ones follow their type, as each cache line that need not pass between the
+/// processors counts there. What the other side may write is checked on every use.
 ///
 /// Each word in the head is written by one side alone, and how the two wake each other is the same in both
 /// directions:
@@ -70,8 +70,8 @@ struct LaneShape {
     std::size_t roomStep = 0;
 
     std::size_t Memory() const { return kLaneHead + ring; }
-    /// With records of a quarter, several are always under way, and one fits into any ring that is read to its end,
-    /// wherever it ended.
+    /// With records of a quarter, several are always under way, and one fits into any ring that is read to
+    /// its end, wherever it ended.
     std::size_t LongestRecord() const { return ring / 4; }
 };
 
@@ -90,8 +90,8 @@ struct LaneHead {
 };
 static_assert(sizeof(LaneHead) <= kLaneHead);
 
-/// Prepares the memory of a lane that is used for the first time: as much again as was used so far, so that a lane which
-/// carries little stays small. Both ends do so, each in its own mapping.
+/// Prepares the memory of a lane that is used for the first time: as much again as was used so far, so that a
+/// lane which carries little stays small. Both ends do so, each in its own mapping.
 class RingGrowth {
   public:
     /// The end is at `position` now.
@@ -115,17 +115,17 @@ class LaneWriter {
 
     /// Whether a message fits into a record.
     bool Fits(std::size_t typeSize, std::size_t bodySize) const;
-    /// Room for a body, and kGuardSize bytes behind it; null when there is none now. `type` has `typeSize` bytes, its
-    /// terminator included. Throws BadFrame when the reader's position makes no sense.
+    /// Room for a body, and kGuardSize bytes behind it; null when there is none now. `type` has `typeSize`
+    /// bytes, its terminator included. Throws BadFrame when the reader's position makes no sense.
     void* Reserve(const char* type, std::size_t typeSize, std::size_t bodySize);
     /// The same for a message whose body lies in a block.
     bool ReserveForBlock(const char* type, std::size_t typeSize, std::size_t bodySize, std::uint32_t block);
-    /// Publishes the record that was reserved last. `controls` is the number of control frames that were sent on this link before.
-    /// True: the reader sleeps, and is to be sent a bell.
+    /// Publishes the record that was reserved last. `controls` is the number of control frames that were sent
+    /// on this link before. True: the reader sleeps, and is to be sent a bell.
     bool Publish(std::uint64_t controls);
 
-    /// The same after room was wanted in vain: a reader that has read everything, and sleeps while one of its messages is
-    /// still looked at, is to find that out. True once for each sleep.
+    /// The same after room was wanted in vain: a reader that has read everything, and sleeps while one of its
+    /// messages is still looked at, is to find that out. True once for each sleep.
     bool ReaderNeedsBell();
     /// Whether the room that was wanted in vain is there.
     bool HasRoom() const;
@@ -177,7 +177,8 @@ class LaneReader {
     LaneReader(std::shared_ptr<system::Memory> memory, const LaneShape& shape);
 
     bool HasNews() { return m_seen != m_next || Refresh(); }
-    /// How many control frames must have been read before the next message is taken; valid when there is news.
+    /// How many control frames must have been read before the next message is taken; valid when there is
+    /// news.
     std::uint64_t Controls() const { return m_controls; }
     /// The next message, if there is one. Throws BadFrame.
     std::optional<LaneMessage> Take();
@@ -191,8 +192,8 @@ class LaneReader {
     /// Whether all is read, and the writer wants room that a message which is looked at takes. True once.
     bool NeedsAnother();
 
-    /// Says that this process sleeps and wants a bell; HasNews is to be asked behind a StoreLoadFence, before it
-    /// does. Awake takes it back.
+    /// Says that this process sleeps and wants a bell; HasNews is to be asked behind a StoreLoadFence, before
+    /// it does. Awake takes it back.
     void Asleep();
     void Awake();
     void PublishProcessor(int processor);

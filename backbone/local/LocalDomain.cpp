@@ -20,8 +20,8 @@ constexpr milliseconds kShortagePause{50};
 /// look.
 constexpr milliseconds kLookInterval{5};
 
-/// A name that is found held so often, with this time between two looks, is not held by a process that is just
-/// about to end.
+/// A name that is found held so often, with this time between two looks, is not held by a process that is
+/// just about to end.
 constexpr int kLooksAtAName = 500;
 constexpr milliseconds kNameInterval{2};
 
@@ -104,8 +104,8 @@ void LocalDomain::Announce(int number, const std::string& name, bool announced) 
     }
 }
 
-/// A holder that is dying lets go in a moment. This counts looks, not time: this process may have been stopped
-/// between two of them.
+/// A holder that is dying lets go in a moment. This counts looks, not time: this process may have been
+/// stopped between two of them.
 system::Names::Claimed LocalDomain::Claim(const std::string& name, bool announced) {
     system::Names::Claimed claimed = m_names->Claim(name, announced);
     for (int looks = 1; !claimed.taken && looks < kLooksAtAName; ++looks) {
@@ -430,8 +430,8 @@ void LocalDomain::Announced(Incoming& link, const Announcement& announcement) {
     ResolveRivals(announcement.application, link.Opener());
 }
 
-/// Whether a process announces a name that a living one holds. It may have held it before, and be about to end
-/// just now; else it lies.
+/// Whether a process announces a name that a living one holds. It may have held it before, and be about to
+/// end just now; else it lies.
 bool LocalDomain::IsDoubtful(Incoming& link, const Announcement& announcement) {
     const auto holds = [&](const system::Identity& life) {
         system::Entry entry;

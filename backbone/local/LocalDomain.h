@@ -46,16 +46,16 @@ class LocalDomain final : public Domain, IntakeOwner, IncomingOwner, OutgoingOwn
     bool FallAsleep(Take take);
     /// Lets the writers have what is free, and does what is due.
     void BeforeWait();
-    /// When this domain wants to be asked again, whatever happens; once it was waited for, a target that was looked for
-    /// in vain is forgotten.
+    /// When this domain wants to be asked again, whatever happens; once it was waited for, a target that was
+    /// looked for in vain is forgotten.
     system::Deadline NextTry() const;
     void WasWaitedFor() {
         m_lookForTarget.reset();
         m_sendMayGetOn = false;
     }
     void SayHeldUp(std::uint64_t token);
-    /// Lets the peers that a message was last exchanged with through a lane know where this thread runs. True: one of
-    /// them was seen on another processor.
+    /// Lets the peers that a message was last exchanged with through a lane know where this thread runs.
+    /// True: one of them was seen on another processor.
     bool PeerRunsElsewhere(int processor);
 
     /// For the links that the switchboard holds: a message was sent, or found no room.
@@ -72,7 +72,8 @@ class LocalDomain final : public Domain, IntakeOwner, IncomingOwner, OutgoingOwn
         std::uint64_t order = 0;
         bool delivered = false;
     };
-    /// A process of which a channel has ended, although its names are held: when to look again, and how long then.
+    /// A process of which a channel has ended, although its names are held: when to look again, and how long
+    /// then.
     struct Suspicion {
         system::Clock::time_point next;
         std::chrono::milliseconds pause;
@@ -126,8 +127,8 @@ class LocalDomain final : public Domain, IntakeOwner, IncomingOwner, OutgoingOwn
     std::unique_ptr<system::Names> m_names;
     std::map<int, Application> m_applications;
     Intake m_intake;
-    /// All links that this process has opened and that may still be used; and the last one to each application, and to
-    /// each process.
+    /// All links that this process has opened and that may still be used; and the last one to each
+    /// application, and to each process.
     std::vector<std::shared_ptr<Outgoing>> m_links;
     std::map<std::string, std::shared_ptr<Outgoing>> m_outgoing;
     std::map<system::Identity, std::shared_ptr<Outgoing>> m_outgoingByHolder;
@@ -145,13 +146,13 @@ class LocalDomain final : public Domain, IntakeOwner, IncomingOwner, OutgoingOwn
     /// Processes that are to be reached because they, or we, watch, and could not be yet.
     std::map<std::pair<system::Identity, std::string>, system::Entry> m_toReach;
     std::map<system::Identity, Suspicion> m_suspects;
-    /// Processes that have announced a name which a living one holds: they have held it before, and are about to end,
-    /// or else they lie, which is clear at that time.
+    /// Processes that have announced a name which a living one holds: they have held it before, and are about
+    /// to end, or else they lie, which is clear at that time.
     std::map<system::Identity, system::Clock::time_point> m_doubts;
     /// How long the next reconnection waits, for processes that were connected to again.
     std::map<system::Identity, std::chrono::milliseconds> m_patience;
-    /// Links to processes that are not known to be over, which were lost with what they carried; and whether their
-    /// targets are announced.
+    /// Links to processes that are not known to be over, which were lost with what they carried; and whether
+    /// their targets are announced.
     std::multimap<system::Identity, std::pair<Peer, bool>> m_lostWithMessages;
     /// A life is over, and what it connected before is still to be accepted.
     bool m_acceptBeforeReports = false;

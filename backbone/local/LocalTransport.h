@@ -13,9 +13,10 @@ namespace zyl::backbone::local {
 
 /// The sizes by which this transport decides. Both sides of a link must have the same lane.
 struct Limits {
-    /// The ring holds some dozen large messages. In a smaller one the reader's second cache keeps the lines from
-    /// which the writer wants them back, which costs more than bytes that come from the third. Room is given back in a
-    /// fraction of it, so that a writer faster than its reader goes on while the reader is at its next message.
+    /// The ring holds some dozen large messages. In a smaller one the reader's second cache keeps the lines
+    /// from which the writer wants them back, which costs more than bytes that come from the third. Room is
+    /// given back in a fraction of it, so that a writer faster than its reader goes on while the reader is at
+    /// its next message.
     LaneShape lane{std::size_t{2} * 1024 * 1024, std::size_t{64} * 1024};
     /// Long messages under way on a link at once: one is written while the other one is read.
     std::size_t blocks = 2;
@@ -27,8 +28,8 @@ struct Limits {
 struct LocalSettings {
     /// ZYL_BACKBONE_DIR: where the domains are; empty: the system's usual place.
     std::string directory;
-    /// ZYL_BACKBONE_LANE: whether messages go through shared memory where that can be had ("memory"), or through the
-    /// channel alone ("socket").
+    /// ZYL_BACKBONE_LANE: whether messages go through shared memory where that can be had ("memory"), or
+    /// through the channel alone ("socket").
     bool lanes = true;
     Limits limits;
 

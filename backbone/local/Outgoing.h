@@ -48,7 +48,8 @@ class Outgoing final : public system::Watcher {
     const Peer& To() const { return m_peer; }
     const system::Identity& Holder() const { return m_entry.identity; }
     bool Announced() const { return m_entry.announced; }
-    /// A message in a lane costs less than a look at the channel, so that look is taken every few milliseconds.
+    /// A message in a lane costs less than a look at the channel, so that look is taken every few
+    /// milliseconds.
     bool Alive();
     void* Reserve(const char* type, int size);
     Progress Commit();

@@ -40,7 +40,8 @@ class Presence {
     /// Whether a holder of the name is over, and that is still to be reported.
     bool OwesEndOf(const std::string& name) const;
 
-    /// Its life is over, but it may have left something to be read. False when that is known, or the process is not.
+    /// Its life is over, but it may have left something to be read. False when that is known, or the process
+    /// is not.
     bool SetOver(const system::Identity& life);
     bool IsOver(const system::Identity& life) const;
     const std::set<system::Identity>& Over() const { return m_over; }

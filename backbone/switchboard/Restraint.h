@@ -18,9 +18,9 @@ namespace zyl::backbone {
 /// has seen, so no token of a wait that is over is the greatest for long.
 class Restraint {
   public:
-    /// `domains` are all of this process; `link` leads to the target, and is null while that is not there. All outlive
-    /// this object. When a circle was found, `step` more bytes may be taken in.
-    /// `seen` is the greatest token that this process has seen.
+    /// `domains` are all of this process; `link` leads to the target, and is null while that is not there.
+    /// All outlive this object. When a circle was found, `step` more bytes may be taken in. `seen` is the
+    /// greatest token that this process has seen.
     Restraint(Transport& transport, std::span<Domain* const> domains, const Link* link, std::size_t step,
               std::uint64_t& seen)
         : m_transport(transport), m_domains(domains), m_link(link), m_step(step), m_seen(seen) {}

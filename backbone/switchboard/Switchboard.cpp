@@ -23,8 +23,8 @@ constexpr std::size_t kLongestType = 65534;
 /// After this long a sender says for whom it waits.
 constexpr auto kPatience = std::chrono::seconds(2);
 
-/// When a circle of processes that wait for one another was found, this part of the budget is added: finding it
-/// took a while, so this is not little.
+/// When a circle of processes that wait for one another was found, this part of the budget is added: finding
+/// it took a while, so this is not little.
 constexpr std::size_t kCircleShare = 4;
 
 /// What a message costs besides its body, about.

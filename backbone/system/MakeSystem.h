@@ -15,8 +15,8 @@ std::unique_ptr<System> MakeSystem();
 void OnForkInChild(void (*handler)());
 
 /// In the child of a fork: closes everything that the parent's System has open, so that links and names end
-/// with the parent. Nothing but this is done there, for nothing else is safe whatever the parent's other threads
-/// were doing; what the parent has made may neither be used nor destroyed afterwards.
+/// with the parent. Nothing but this is done there, for nothing else is safe whatever the parent's other
+/// threads were doing; what the parent has made may neither be used nor destroyed afterwards.
 void LeaveToParent();
 
 }  // namespace zyl::backbone::system

@@ -7,9 +7,10 @@
 
 namespace zyl::backbone::system {
 
-/// A name as part of a file name, on any file system: digits, lower-case letters and '-' stand for themselves,
-/// other bytes become %XX (upper-case letters too: some file systems do not tell cases apart). One that would
-/// be longer than 64 bytes becomes its beginning, '~' and a hash. It never contains '/' or '.'.
+/// A name as part of a file name, on any file system: digits, lower-case letters and '-' stand for
+/// themselves, other bytes become %XX (upper-case letters too: some file systems do not tell cases apart).
+/// One that would be longer than 64 bytes becomes its beginning, '~' and a hash. It never contains '/' or
+/// '.'.
 std::string SafeName(const std::string& name);
 
 /// Whether SafeName makes this of some name.

@@ -45,8 +45,8 @@ class Memory {
   public:
     virtual ~Memory() = default;
     virtual std::span<char> Bytes() const = 0;
-    /// Has the system put real memory behind a part of it that is about to be used for the first time: at once it
-    /// costs much less than page by page. Without effect where that is not possible.
+    /// Has the system put real memory behind a part of it that is about to be used for the first time: at
+    /// once it costs much less than page by page. Without effect where that is not possible.
     virtual void Prepare(std::size_t offset, std::size_t size) = 0;
 };
 
@@ -84,8 +84,8 @@ class Channel {
     virtual ~Channel() = default;
 
     /// From now on `watcher`, which outlives the channel, is told of every change: first of what there is
-    /// already, then each time when bytes or the end have come since, and once when there is room after a Send
-    /// that answered kNotNow. It may be told without a change. Called once.
+    /// already, then each time when bytes or the end have come since, and once when there is room after a
+    /// Send that answered kNotNow. It may be told without a change. Called once.
     virtual void Watch(Watcher& watcher) = 0;
 
     /// Sends as many of the bytes, which are not none, as there is room for. The first 4096 bytes over a new
@@ -94,8 +94,8 @@ class Channel {
     /// The same, and the memory arrives with the first of the bytes. Once it has been sent this process keeps
     /// its mapping only. A memory is handed over once.
     virtual Moved SendWithMemory(std::span<const char> bytes, Memory& memory) = 0;
-    /// Receives into `room`, which is not empty. A call that brings a memory receives at least the first of the
-    /// bytes that it came with, and none from behind them.
+    /// Receives into `room`, which is not empty. A call that brings a memory receives at least the first of
+    /// the bytes that it came with, and none from behind them.
     virtual Moved Receive(std::span<char> room) = 0;
 
     /// How many objects came with what was received and were not taken yet, whatever they are: a stranger may
@@ -130,10 +130,9 @@ class Names {
   public:
     virtual ~Names() = default;
 
-    /// Takes the name for this process, which can be connected to from then on.
-    /// Not taken: `entry` is what the living holder has written, as far as it has. A name may also be refused for
-    /// a moment because its holder is just dying, or what it left is just being removed; whoever wants to be sure
-    /// asks again.
+    /// Takes the name for this process, which can be connected to from then on. Not taken: `entry` is what
+    /// the living holder has written, as far as it has. A name may also be refused for a moment because its
+    /// holder is just dying, or what it left is just being removed; whoever wants to be sure asks again.
     struct Claimed {
         bool taken = false;
         Entry entry;  ///< taken: this process's own
@@ -142,8 +141,8 @@ class Names {
     /// Lets every later List show that the holder of `name`, this process, watches.
     virtual void MarkWatcher(const std::string& name) = 0;
 
-    /// What was written last for every name, this process's among them; holders may be dead. Who claims a name
-    /// or marks it and lists afterwards, and another one who does the same, do not both miss each other.
+    /// What was written last for every name, this process's among them; holders may be dead. Who claims a
+    /// name or marks it and lists afterwards, and another one who does the same, do not both miss each other.
     virtual std::vector<Entry> List() = 0;
     /// The same for one name; nothing where nobody has written, or it cannot be seen now.
     virtual std::optional<Entry> Find(const std::string& name) = 0;
@@ -167,8 +166,8 @@ class Names {
     };
     virtual Connection Connect(const Entry& entry) = 0;
 
-    /// Tells `watcher`, which outlives this object, by `input` that somebody may wait to be accepted. Called once, before the
-    /// first Claim.
+    /// Tells `watcher`, which outlives this object, by `input` that somebody may wait to be accepted. Called
+    /// once, before the first Claim.
     virtual void Watch(Watcher& watcher) = 0;
     /// Accepts the next one of those who have connected, in their order.
     enum class Welcome {
@@ -203,8 +202,8 @@ class System {
     /// A breath in a loop that waits for another processor.
     virtual void Pause() = 0;
 
-    /// Joins the domain `domain` below the place `base` (empty: the usual one). What cannot be used is a fatal
-    /// error that says what to do.
+    /// Joins the domain `domain` below the place `base` (empty: the usual one). What cannot be used is a
+    /// fatal error that says what to do.
     virtual std::unique_ptr<Names> Join(const std::string& base, const std::string& domain) = 0;
 
     /// Memory that can be handed to one other process; null when there is none to be had.

@@ -136,7 +136,8 @@ class Domain {
     /// Every announced application of the domain is to be reported by PeerLost when it goes, on behalf of
     /// `number`.
     virtual void Watch(int number) = 0;
-    /// A link to the application `target`, or null when it is not there now; the next Wait ends when it may have come.
+    /// A link to the application `target`, or null when it is not there now; the next Wait ends when it may
+    /// have come.
     virtual std::unique_ptr<Link> Open(const std::string& target) = 0;
     /// Whether the end of an earlier life of `name`, to which a link was just opened, is still to come out of
     /// Next. Takes in who has come meanwhile, but no message.

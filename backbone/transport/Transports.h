@@ -8,8 +8,8 @@
 
 namespace zyl::backbone {
 
-/// The transport that ZYL_BACKBONE names, with the settings of its own from the environment. An unknown one is
-/// a fatal error that lists those there are. `system` outlives the transport.
+/// The transport that ZYL_BACKBONE names, with the settings of its own from the environment. An unknown one
+/// is a fatal error that lists those there are. `system` outlives the transport.
 std::unique_ptr<Transport> MakeTransport(system::System& system);
 
 }  // namespace zyl::backbone

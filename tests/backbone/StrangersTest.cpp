@@ -1,5 +1,5 @@
-// Somebody of the same user who has found a domain, and follows no rules: as who opens links to others, and as
-// who listens under a name.
+// Somebody of the same user who has found a domain, and follows no rules: as who opens links to others, and
+// as who listens under a name.
 
 #include <gmock/gmock.h>
 #include <unistd.h>
@@ -51,7 +51,8 @@ bool IsEnded(System& system, Channel& channel) {
 
 struct Garbage {
     std::string bytes;
-    /// Nothing: the stranger ends, and nobody can tell it from a sender that was killed, which is not worth a line.
+    /// Nothing: the stranger ends, and nobody can tell it from a sender that was killed, which is not worth a
+    /// line.
     const char* complaint;
     std::size_t memory = 0;  ///< of so many bytes, with the last frame
 };

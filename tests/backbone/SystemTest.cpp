@@ -1,5 +1,5 @@
-// The seam to the operating system, as this machine keeps it. Two systems in one process are two processes for
-// all that matters here, but for their ends.
+// The seam to the operating system, as this machine keeps it. Two systems in one process are two processes
+// for all that matters here, but for their ends.
 
 #include "system/System.h"
 
@@ -52,8 +52,8 @@ struct Told final : Watcher {
     }
 };
 
-/// While the object lives, this process can open no further descriptors: none from `limit` on, or from the first
-/// that is free.
+/// While the object lives, this process can open no further descriptors: none from `limit` on, or from the
+/// first that is free.
 class NoDescriptors {
   public:
     explicit NoDescriptors(std::optional<rlim_t> limit = {}) {
@@ -87,8 +87,8 @@ class SystemTest : public ::testing::Test {
         }
         return names;
     }
-    /// Plays `role` in a process of its own, which has joined and has nothing of its parent's; then that is killed
-    /// by `signal`, if there is one. A check that fails there fails here.
+    /// Plays `role` in a process of its own, which has joined and has nothing of its parent's; then that is
+    /// killed by `signal`, if there is one. A check that fails there fails here.
     using Role = std::function<void(System&, Names&)>;
     void InAnotherProcess(const Role& role, int signal = 0) const {
         const pid_t child = fork();

@@ -127,7 +127,8 @@ TEST_P(OutOfMemory, AReceiverWithoutMemoryForAMessageClosesThatLinkAndHearsTheOt
     });
     EXPECT_EQ(other.Wait(), "status 0") << other.Output();
     EXPECT_EQ(receiver.Wait(), "status 0") << receiver.Output();
-    EXPECT_THAT(receiver.Output(), AllOf(HasSubstr("is closed: "), HasSubstr("memory"), HasSubstr("\nother: done\n")));
+    EXPECT_THAT(receiver.Output(),
+                AllOf(HasSubstr("is closed: "), HasSubstr("memory"), HasSubstr("\nother: done\n")));
 }
 
 INSTANTIATE_TEST_SUITE_P(Lane, OutOfMemory, ::testing::Values("memory", "socket"), LaneName);

@@ -3,8 +3,9 @@
 
 #include <cstddef>
 
-/// What this program's `new` has given out while a world runs: a killed process leaves its objects behind without
-/// destroying them, and the arena frees them all at once. Each block counts for one owner, a number below kOwners.
+/// What this program's `new` has given out while a world runs: a killed process leaves its objects behind
+/// without destroying them, and the arena frees them all at once. Each block counts for one owner, a number
+/// below kOwners.
 
 namespace simulated::arena {
 

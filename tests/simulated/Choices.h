@@ -35,8 +35,8 @@ class Dice {
     std::uint64_t m_state;
 };
 
-/// What is chosen while a world runs. Each kind has a count of its own for each life, so that leaving a choice
-/// out moves few of the others.
+/// What is chosen while a world runs. Each kind has a count of its own for each life, so that leaving a
+/// choice out moves few of the others.
 enum class Kind : std::uint8_t {
     kSwitch,    ///< run another one
     kNext,      ///< who runs
@@ -64,8 +64,8 @@ struct Record {
     std::array<Choice, std::size_t{1} << 18> choices;
 };
 
-/// Every choice is a number; 0 is the plain case. A seed draws them; a list of those that are not 0 plays them
-/// again, and what is left out of it is plain.
+/// Every choice is a number; 0 is the plain case. A seed draws them; a list of those that are not 0 plays
+/// them again, and what is left out of it is plain.
 class Choices {
   public:
     explicit Choices(std::uint64_t seed) : m_dice(seed) {}

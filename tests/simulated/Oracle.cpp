@@ -157,7 +157,8 @@ int Oracle::FirstOf(int process) const {
     return static_cast<int>(found - m_plan.applications.begin());
 }
 
-/// Besides the budget: two rings, two blocks and a copy of a message for each link, and what the objects take.
+/// Besides the budget: two rings, two blocks and a copy of a message for each link, and what the objects
+/// take.
 void Oracle::CheckMemory(const Process& process) const {
     const std::size_t link = 2 * m_plan.ring + 3 * m_plan.LongestMessage() + 256 * 1024;
     const std::size_t bound = 64 * 1024 + m_plan.Budget() + m_lives.size() * link;

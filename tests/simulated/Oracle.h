@@ -12,8 +12,8 @@
 
 namespace simulated {
 
-/// Holds what the processes see against the promises in docs/backbone.md, of which it knows nothing but the words. Each
-/// call is made by the process that runs, and fails the world when a promise is broken.
+/// Holds what the processes see against the promises in docs/backbone.md, of which it knows nothing but the
+/// words. Each call is made by the process that runs, and fails the world when a promise is broken.
 class Oracle {
   public:
     struct Message {
@@ -36,8 +36,8 @@ class Oracle {
     explicit Oracle(const Plan& plan) : m_plan(plan) {}
 
     void Started(const Process& process);
-    /// What a process has done with an application: about to declare it, declared, about to handle its messages, and
-    /// watching on its behalf.
+    /// What a process has done with an application: about to declare it, declared, about to handle its
+    /// messages, and watching on its behalf.
     enum class What : std::uint8_t { kDeclares, kDeclared, kHandles, kWatches };
     void Note(What what, const Process& process, int application);
     void Ended(const Process& process);

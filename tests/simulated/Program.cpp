@@ -57,7 +57,8 @@ zyl::backbone::local::LocalSettings LocalSettingsOf(const Plan& plan) {
     return settings;
 }
 
-/// One life of an actor: plays its steps over a switchboard of its own, and then loops as long as the world lasts.
+/// One life of an actor: plays its steps over a switchboard of its own, and then loops as long as the world
+/// lasts.
 class Player {
   public:
     explicit Player(Process& process)

@@ -6,8 +6,8 @@
 
 namespace simulated {
 
-/// The seam to operating systems, as one process of the current world sees it. Each call is a point at which the
-/// world may do something else.
+/// The seam to operating systems, as one process of the current world sees it. Each call is a point at which
+/// the world may do something else.
 class SimulatedSystem final : public zyl::backbone::system::System {
   public:
     explicit SimulatedSystem(Process& process) : m_process(process) {}

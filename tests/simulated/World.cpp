@@ -53,8 +53,8 @@ void Process::Turn() {
     fiber.Resume();
 }
 
-/// What a process that has ended leaves to the kernel, or a forked child that does nothing with its copies: the
-/// handles are closed one by one.
+/// What a process that has ended leaves to the kernel, or a forked child that does nothing with its copies:
+/// the handles are closed one by one.
 class World::Remains final : public Task {
   public:
     Remains(World& world, Process* ended, std::vector<Handle> handles, Clock::time_point from)

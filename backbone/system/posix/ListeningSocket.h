@@ -13,8 +13,8 @@ namespace zyl::backbone::system::posix {
 /// The file name of the socket on which a process is met.
 std::string SocketFileOf(const Identity& identity);
 
-/// The number of the user at the other end of a connected socket, if it is another one than this process's, or
-/// cannot be seen.
+/// The number of the user at the other end of a connected socket, if it is another one than this process's,
+/// or cannot be seen.
 std::optional<unsigned> StrangeUserAt(int socket);
 
 /// The socket on which this process is met in a domain. Its end removes the file.

@@ -46,8 +46,8 @@ ListeningSocket::ListeningSocket(const DomainDirectory& directory, const Poller&
       m_file(SocketFileOf(identity)),
       m_fileBefore("t." + TextOf(identity)) {}
 
-/// It gets its name once it accepts connections: under that name one that refuses them is a dead process's, and
-/// whoever removes it under the first one has it made anew.
+/// It gets its name once it accepts connections: under that name one that refuses them is a dead process's,
+/// and whoever removes it under the first one has it made anew.
 bool ListeningSocket::Open() {
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         if (!Bind()) {
@@ -67,8 +67,8 @@ bool ListeningSocket::Open() {
     return false;
 }
 
-/// The address is a path: it may lead into a directory that was made anew while ours was deleted. What an earlier
-/// try has left there goes first.
+/// The address is a path: it may lead into a directory that was made anew while ours was deleted. What an
+/// earlier try has left there goes first.
 bool ListeningSocket::Bind() {
     const sockaddr_un address = m_directory.AddressOf(m_fileBefore);
     unlink(address.sun_path);

@@ -35,8 +35,8 @@ class LockFile {
     /// Whether the file has been removed since it was opened.
     bool IsRemoved() const;
 
-    /// Takes the right to the name, until this object ends. False when somebody has it, or errno is another one
-    /// than EAGAIN.
+    /// Takes the right to the name, until this object ends. False when somebody has it, or errno is another
+    /// one than EAGAIN.
     bool TakeRight() const;
     /// Takes it for a holder.
     bool TakeFor(const Identity& holder) const;

@@ -25,9 +25,9 @@ class Poller {
     platform::FileDescriptor m_wake;
 };
 
-/// While this object lives, a poller tells `watcher` of a descriptor. It ends before the descriptor is closed:
-/// for the poller a descriptor is open while any process has it, so with a copy in a child of this one it
-/// would go on telling.
+/// While this object lives, a poller tells `watcher` of a descriptor. It ends before the descriptor is
+/// closed: for the poller a descriptor is open while any process has it, so with a copy in a child of this
+/// one it would go on telling.
 class PollerEntry {
   public:
     PollerEntry(const Poller& poller, int descriptor, Watcher& watcher, bool forRoom);

@@ -9,8 +9,8 @@
 
 namespace zyl::backbone::system::posix {
 
-/// A mapped anonymous memory file. Its size is sealed, so that no access to it fails because the other process
-/// has made it smaller.
+/// A mapped anonymous memory file. Its size is sealed, so that no access to it fails because the other
+/// process has made it smaller.
 class SharedMemory final : public Memory {
   public:
     /// Null when there is no memory or no descriptor to be had.

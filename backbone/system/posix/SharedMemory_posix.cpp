@@ -43,8 +43,8 @@ bool Shape(int file, off_t size) {
 /// From this size on memory is for one long message, which fills it; smaller ones may be used in part only.
 constexpr std::size_t kFilledFrom = std::size_t{4} << 20;
 
-/// Takes the pages of a long message at once, a fifth to a third faster than its writer would take them one by
-/// one. False when there is no memory for them.
+/// Takes the pages of a long message at once, a fifth to a third faster than its writer would take them one
+/// by one. False when there is no memory for them.
 bool Fill(std::span<char> bytes) {
     if (bytes.size() < kFilledFrom || madvise(bytes.data(), bytes.size(), MADV_POPULATE_WRITE) == 0) {
         return true;

@@ -13,16 +13,16 @@ namespace zyl::backbone::system::posix {
 using platform::FileDescriptor;
 using platform::Retried;
 
-/// Places for descriptors that this process keeps for the time when it gets no others. The last one is only for
-/// what is closed again within the same call, so that such a call always has a place; the other one may be used
-/// up, and is taken back when there are free ones again.
+/// Places for descriptors that this process keeps for the time when it gets no others. The last one is only
+/// for what is closed again within the same call, so that such a call always has a place; the other one may
+/// be used up, and is taken back when there are free ones again.
 class SpareDescriptors {
   public:
     /// Too few descriptors for this are a fatal error.
     SpareDescriptors();
 
-    /// What `open`, a system call, makes: not open and errno set where it fails, also with a spare. The caller
-    /// closes it before it returns, and calls Refill.
+    /// What `open`, a system call, makes: not open and errno set where it fails, also with a spare. The
+    /// caller closes it before it returns, and calls Refill.
     template <class Open>
     FileDescriptor ForAMoment(Open open) {
         return Opened(0, open);

@@ -24,8 +24,8 @@ struct DescriptorSpace {
     alignas(cmsghdr) char bytes[CMSG_SPACE(count * sizeof(int))];
 };
 
-/// What errno says when a call did nothing. Only a socket that has neither bytes nor room, nor an end, answers
-/// EAGAIN; too many descriptors that are on their way are ETOOMANYREFS.
+/// What errno says when a call did nothing. Only a socket that has neither bytes nor room, nor an end,
+/// answers EAGAIN; too many descriptors that are on their way are ETOOMANYREFS.
 Progress WhyNothing() {
     switch (errno) {
         case EAGAIN:
@@ -106,8 +106,9 @@ Moved UnixChannel::Sent(std::ptrdiff_t count) {
     return {why};
 }
 
-/// The kernel drops a descriptor that finds no place in this process, so one is made for it before. In a process
-/// that has no other place, only a thread that opens something at this very moment can still take it away.
+/// The kernel drops a descriptor that finds no place in this process, so one is made for it before. In a
+/// process that has no other place, only a thread that opens something at this very moment can still take it
+/// away.
 Moved UnixChannel::Receive(std::span<char> room) {
     if (!m_spares.GiveUpOne()) {
         return {Progress::kShortage};
