@@ -269,6 +269,11 @@ void Intake::SetReported(const system::Identity& life) {
     }
 }
 
+bool Intake::HasAccepted(const system::Identity& life) const {
+    return std::any_of(m_links.begin(), m_links.end(),
+                       [&](const auto& link) { return link->Greeted() && link->Opener() == life; });
+}
+
 bool Intake::HasLinkOf(const system::Identity& life) const {
     return std::any_of(m_links.begin(), m_links.end(), [&](const auto& link) {
         return link->Greeted() && link->Opener() == life && !link->HasEnded();

@@ -82,6 +82,9 @@ class Intake {
     void LookAtUngreeted();
     /// Whether somebody has connected before the link's opener, and could not be asked yet who he is.
     bool EarlierIsUnknown(const Incoming& link) const;
+    /// Whether a connection of the life was accepted, and is still there.
+    bool HasAccepted(const system::Identity& life) const;
+    /// The same, where its end was not received yet.
     bool HasLinkOf(const system::Identity& life) const;
     void SayHeldUp(std::uint64_t token);
     /// The link with a lane that a message last came from; null: none.

@@ -42,6 +42,10 @@ constexpr std::size_t kMostNames = 4096;
 /// After this many messages in a row a look at the other links is due, so that a busy one hides none.
 constexpr int kMessagesBetweenLooks = 256;
 
+/// While messages come, it is seen after so many of them whether an end can be reported: with hundreds of dead
+/// senders that costs more than a message.
+constexpr int kMessagesBetweenReports = 64;
+
 /// The switchboard's handle on a connection, which the domain keeps for as long as the peer lives.
 class OpenLink final : public Link {
   public:
@@ -302,7 +306,9 @@ std::optional<Event> LocalDomain::Next(Take take) {
     if (m_somebodyWaits) {
         Accept();
     }
-    ReportEnds();
+    if (m_sinceLook % kMessagesBetweenReports == 0) {
+        ReportEnds();
+    }
     if (!m_reports.empty()) {
         return TakeReport();
     }
@@ -615,10 +621,7 @@ void LocalDomain::ReportEnds() {
     if (m_presence.Over().empty()) {
         return;
     }
-    if (m_acceptBeforeReports) {
-        if (m_tryAgain || !Accept()) {
-            return;
-        }
+    if (m_acceptBeforeReports && !m_tryAgain && Accept()) {
         m_acceptBeforeReports = false;
     }
     const std::vector<system::Identity> over(m_presence.Over().begin(), m_presence.Over().end());
@@ -630,14 +633,24 @@ void LocalDomain::ReportEnds() {
 }
 
 bool LocalDomain::MayReport(const system::Identity& life) const {
-    return !m_presence.HasToWait(life) && !m_intake.MayHaveUnread(life) && !m_doubts.contains(life);
+    return !m_presence.HasToWait(life) && !m_intake.MayHaveUnread(life) && !m_doubts.contains(life) &&
+           HasAcceptedAll(life);
+}
+
+/// Whether no connection of a life that is over is still to be accepted. They come in the order in which they
+/// were made; so all of them have come once one of a successor has, though others may wait for descriptors.
+bool LocalDomain::HasAcceptedAll(const system::Identity& life) const {
+    const std::vector<system::Identity> successors = m_presence.Successors(life);
+    return !m_acceptBeforeReports ||
+           std::any_of(successors.begin(), successors.end(),
+                       [&](const system::Identity& successor) { return m_intake.HasAccepted(successor); });
 }
 
 bool LocalDomain::MayReportSome() const {
     const std::set<system::Identity>& over = m_presence.Over();
-    return m_acceptBeforeReports ? !m_tryAgain
-                                 : std::any_of(over.begin(), over.end(),
-                                               [&](const system::Identity& life) { return MayReport(life); });
+    return (!over.empty() && m_acceptBeforeReports && !m_tryAgain) ||
+           std::any_of(over.begin(), over.end(),
+                       [&](const system::Identity& life) { return MayReport(life); });
 }
 
 void LocalDomain::ReportEnd(const system::Identity& life) {

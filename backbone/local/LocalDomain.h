@@ -118,6 +118,7 @@ class LocalDomain final : public Domain, IntakeOwner, IncomingOwner, OutgoingOwn
     void ReportEnds();
     bool MayReport(const system::Identity& life) const;
     bool MayReportSome() const;
+    bool HasAcceptedAll(const system::Identity& life) const;
     void ReportEnd(const system::Identity& life);
     std::optional<Event> TakeReport();
 

@@ -53,6 +53,18 @@ std::vector<system::Identity> Presence::LivingRivals(const std::string& name,
     return rivals;
 }
 
+std::vector<system::Identity> Presence::Successors(const system::Identity& life) const {
+    std::vector<system::Identity> successors;
+    for (const Holding& holding : NamesOf(life)) {
+        for (const auto& [order, holder] : m_holders.at(holding.name)) {
+            if (order > holding.order && holder != life) {
+                successors.push_back(holder);
+            }
+        }
+    }
+    return successors;
+}
+
 bool Presence::OwesEndOf(const std::string& name) const {
     const auto holders = m_holders.find(name);
     return holders != m_holders.end() &&

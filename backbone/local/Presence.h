@@ -37,6 +37,8 @@ class Presence {
     std::vector<Holding> NamesOf(const system::Identity& life) const;
     /// The other ones that are known to hold the name, or to have held it, and are not known to be over.
     std::vector<system::Identity> LivingRivals(const std::string& name, const system::Identity& life) const;
+    /// Those that are known to have held one of its names after it.
+    std::vector<system::Identity> Successors(const system::Identity& life) const;
     /// Whether a holder of the name is over, and that is still to be reported.
     bool OwesEndOf(const std::string& name) const;
 

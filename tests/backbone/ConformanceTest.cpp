@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <map>
@@ -296,6 +297,33 @@ TEST_P(Conformance, EveryAnnouncedPeerIsReportedOnceForEachLifeAndHelpersAreNot)
                       declared.Give();
                       released.Await();
                       me.Crash();
+                  }});
+}
+
+/// With fewer descriptors than there are links of the dead, each of which waits for the one before it.
+TEST_P(Conformance, ManyLivesUnderOneNameAreHeardWithFewDescriptors) {
+    constexpr std::size_t kLives = 60;
+    Signal ready;
+    Signal over;
+    m_world.Play({[&](Participant& me) {
+                      const rlimit few{40, 40};
+                      setrlimit(RLIMIT_NOFILE, &few);
+                      me.Receive("target");
+                      me.Watch("target");
+                      ready.Give();
+                      over.Await();
+                      me.WaitUntil([&] { return me.received.size() == kLives && me.lost.size() == kLives; });
+                  },
+                  [&](Participant& /*me*/) {
+                      ready.Await();
+                      for (std::size_t life = 0; life < kLives; ++life) {
+                          m_world.Play({[](Participant& me) {
+                              me.Declare("phoenix");
+                              me.Send("target", "t", "last words");
+                              Participant::Crash();
+                          }});
+                      }
+                      over.Give();
                   }});
 }
 
