@@ -21,31 +21,28 @@ class LocalTransport final : public Transport {
         : m_system(system), m_settings(settings), m_kept{settings.limits.keptBlocks} {}
 
     std::unique_ptr<Domain> Join(const std::string& name) override {
-        return std::make_unique<LocalDomain>(m_system, m_settings, m_kept, name);
+        return std::make_unique<LocalDomain>(m_system, m_settings, m_kept, m_joined, name);
     }
 
+    /// Only news of `domains` ends the wait. What is due is done for every domain that was joined: a peer may wait
+    /// for it.
     void Wait(std::span<Domain* const> domains, Deadline deadline, Take take) override {
-        const auto each = [&](auto&& action) {
-            for (Domain* domain : domains) {
-                action(*static_cast<LocalDomain*>(domain));
-            }
-        };
-        each([](LocalDomain& domain) { domain.BeforeWait(); });
+        for (LocalDomain* joined : m_joined) {
+            joined->BeforeWait();
+        }
         if (HasNews(domains, take)) {
             m_system.Wait(m_system.Now());
-        } else if (!SpinForNews(domains, take)) {
-            bool quiet = true;
-            each([&](LocalDomain& domain) { quiet = domain.FallAsleep(take) && quiet; });
-            if (quiet) {
-                each([&](LocalDomain& domain) {
-                    if (const Deadline next = domain.NextTry()) {
-                        deadline = std::min(deadline.value_or(*next), *next);
-                    }
-                });
-                m_system.Wait(deadline);
+        } else if (!SpinForNews(domains, take) && FallAsleep(domains, take)) {
+            for (const LocalDomain* joined : m_joined) {
+                if (const Deadline next = joined->NextTry()) {
+                    deadline = std::min(deadline.value_or(*next), *next);
+                }
             }
+            m_system.Wait(deadline);
         }
-        each([](LocalDomain& domain) { domain.WasWaitedFor(); });
+        for (LocalDomain* joined : m_joined) {
+            joined->AfterWait();
+        }
     }
 
     Clock::time_point Now() override { return m_system.Now(); }
@@ -64,6 +61,14 @@ class LocalTransport final : public Transport {
     static bool HasNews(std::span<Domain* const> domains, Take take) {
         return std::any_of(domains.begin(), domains.end(),
                            [&](Domain* domain) { return static_cast<LocalDomain*>(domain)->HasNews(take); });
+    }
+
+    static bool FallAsleep(std::span<Domain* const> domains, Take take) {
+        bool quiet = true;
+        for (Domain* domain : domains) {
+            quiet = static_cast<LocalDomain*>(domain)->FallAsleep(take) && quiet;
+        }
+        return quiet;
     }
 
     /// Looks for news for a moment, if the peer that is likely to have some runs at the same time. An answer
@@ -94,6 +99,7 @@ class LocalTransport final : public Transport {
     system::System& m_system;
     LocalSettings m_settings;
     KeptBlocks m_kept;
+    std::vector<LocalDomain*> m_joined;
 };
 
 }  // namespace
