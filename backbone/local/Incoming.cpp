@@ -77,7 +77,8 @@ Incoming::Found Incoming::Next(Want want) {
         if (std::optional<FrameView> frame = m_frames.Next()) {
             return Text{frame->type, frame->body, std::move(frame->storage)};
         }
-        if (!Receive()) {
+        const bool lookedAfterEnd = m_ended;  // the lane is read to its end only after that of the channel
+        if (!Receive() && m_ended == lookedAfterEnd) {
             return m_ended ? Nothing::kEnded : Nothing::kEmpty;
         }
     }
