@@ -280,6 +280,12 @@ bool Intake::HasLinkOf(const system::Identity& life) const {
     });
 }
 
+bool Intake::HasEndedLinkOf(const system::Identity& life) const {
+    return std::any_of(m_links.begin(), m_links.end(), [&](const auto& link) {
+        return link->Greeted() && link->Opener() == life && link->ChannelHasEnded();
+    });
+}
+
 void Intake::SayHeldUp(std::uint64_t token) {
     for (const auto& link : m_links) {
         link->SayHeldUp(token);

@@ -86,6 +86,8 @@ class Intake {
     bool HasAccepted(const system::Identity& life) const;
     /// The same, where its end was not received yet.
     bool HasLinkOf(const system::Identity& life) const;
+    /// The same, where its channel has ended, whatever is still to be received.
+    bool HasEndedLinkOf(const system::Identity& life) const;
     void SayHeldUp(std::uint64_t token);
     /// The link with a lane that a message last came from; null: none.
     Incoming* LastInLane() const { return m_lastInLane; }

@@ -155,14 +155,17 @@ void Lives::Examine() {
 /// Who lives on without the names that it announced has never held them. Nothing of it is reported, now or
 /// later.
 void Lives::EndDoubts(system::Clock::time_point now) {
-    std::vector<system::Identity> liars;
+    std::vector<system::Identity> due;
     for (const auto& [life, until] : m_doubts) {
         if (now >= until) {
-            liars.push_back(life);
+            due.push_back(life);
         }
     }
-    for (const system::Identity& liar : liars) {
+    for (const system::Identity& liar : due) {
         m_doubts.erase(liar);
+        if (m_intake.HasEndedLinkOf(liar)) {
+            continue;  // this process was stopped, and did not hear of it in time
+        }
         m_suspects.erase(liar);
         m_presence.Report(liar);
         m_intake.SetReported(liar);
