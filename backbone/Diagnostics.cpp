@@ -1,5 +1,7 @@
 #include "Diagnostics.h"
 
+#include <fmt/format.h>
+
 #include <cstdio>
 
 #include "QORFatalError.h"
@@ -8,13 +10,13 @@
 namespace zyl::backbone {
 
 void Report(const std::string& text) {
-    const std::string line = "ZYLFeaBackbone: " + text + "\n";
+    const std::string line = fmt::format("ZYLFeaBackbone: {}\n", text);
     std::fwrite(line.data(), 1, line.size(), stderr);
     std::fflush(stderr);
 }
 
 void Fatal(const std::string& text, const char* file, int line) {
-    QORFatalError(("ZYLFeaBackbone: " + text).c_str(), nullptr, nullptr, nullptr, file, line);
+    QORFatalError(fmt::format("ZYLFeaBackbone: {}", text).c_str(), nullptr, nullptr, nullptr, file, line);
 }
 
 std::string Quoted(const std::string& name) {

@@ -1,5 +1,7 @@
 #include "ZYLFeaBackbone.h"
 
+#include <fmt/format.h>
+
 #include <atomic>
 #include <string>
 #include <thread>
@@ -100,7 +102,7 @@ class Call {
 template <class Pointer>
 Pointer Given(Pointer argument, const char* function, const char* what) {
     if (argument == nullptr) {
-        Fatal(std::string(function) + " was called without " + what, kSourceFile, __LINE__);
+        Fatal(fmt::format("{} was called without {}", function, what), kSourceFile, __LINE__);
     }
     return argument;
 }

@@ -1,5 +1,7 @@
 #include "FrameReader.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -83,8 +85,8 @@ std::optional<FrameView> FrameReader::Next() {
     const FrameHeader header = ReadFrameHeader(frame);
     const char* type = frame + kFrameHeaderSize;
     if (std::memchr(type, '\0', header.typeSize) != type + header.typeSize - 1) {
-        throw BadFrame("the frame's type of " + std::to_string(header.typeSize) +
-                       " bytes does not end at its terminator");
+        throw BadFrame(
+            fmt::format("the frame's type of {} bytes does not end at its terminator", header.typeSize));
     }
     m_begin += frameSize;
     return FrameView{header.kind, type, {type + header.typeSize, header.bodySize}, m_chunk};

@@ -1,15 +1,17 @@
 #include "switchboard/Switchboard.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <cstring>
 #include <deque>
-#include <iterator>
 #include <map>
 #include <utility>
 
 #include "Diagnostics.h"
 #include "QORText.h"
+#include "switchboard/Inbox.h"
 
 namespace zyl::backbone {
 
@@ -26,12 +28,6 @@ constexpr auto kPatience = std::chrono::seconds(2);
 /// When a circle of processes that wait for one another was found, this part of the budget is added: finding
 /// it took a while, so this is not little.
 constexpr std::size_t kCircleShare = 4;
-
-/// What a message costs besides its body, about.
-constexpr std::size_t kMessageOverhead = 256;
-
-/// Messages that are dropped for one target are one line, and then at most one more in such an interval.
-constexpr auto kDropLineInterval = std::chrono::seconds(1);
 
 /// Of more names than this it is not noted any more that they were lost before anything was sent to them.
 constexpr std::size_t kMostTargetsNoted = 4096;
@@ -51,16 +47,10 @@ struct OwnedBytes final : MessageStorage {
 
 void CheckName(std::string_view name, const char* what) {
     if (name.size() > kLongestName) {
-        Fatal(std::string(what) + " name " + Quoted(std::string(name)) + " has " +
-                  std::to_string(name.size()) + " bytes; the most is " + std::to_string(kLongestName),
+        Fatal(fmt::format("{} name {} has {} bytes; the most is {}", what, Quoted(std::string(name)),
+                          name.size(), kLongestName),
               kSourceFile, __LINE__);
     }
-}
-
-/// What an event that waits costs in memory, about.
-std::size_t Weight(const Event& event) {
-    const auto* message = std::get_if<Message>(&event);
-    return message != nullptr ? static_cast<std::size_t>(message->Size()) + kMessageOverhead : 0;
 }
 
 /// Counts who is inside, for as long as it lives: a callback may throw.
@@ -82,34 +72,11 @@ int ValueOf(const int* condition) {
 
 }  // namespace
 
-/// Something that was taken in, and the how manieth it was.
-struct Switchboard::Numbered {
-    std::uint64_t number;
-    Event event;
-};
-
 struct Switchboard::Application {
     int number = 0;
     std::string name;
     ZYLFeaBackbone_ReceiveCallback receive = nullptr;
     ZYLFeaBackbone_DisconnectCallback disconnect = nullptr;
-    /// What came before there was a handler: from peers, and from this process.
-    std::deque<Numbered> waiting;
-    std::deque<Numbered> waitingFromSelf;
-};
-
-/// An application that this process has sent to.
-struct Switchboard::Target {
-    std::string name;
-    std::unique_ptr<Link> link{};
-    /// Its last life is over, or it did not come in time: sends fail at once until it is there again.
-    bool lost = false;
-    /// Its absence has been reported, or the transport is going to.
-    bool reported = false;
-    /// Messages dropped since it was last there, how many of them a line has told of, and when it did.
-    long dropped = 0;
-    long droppedAndSaid = 0;
-    Clock::time_point said{};
 };
 
 struct Switchboard::Membership {
@@ -119,106 +86,37 @@ struct Switchboard::Membership {
     std::map<std::string, Target, std::less<>> targets;
     /// The one sent to last: no application of this process.
     Target* lastTarget = nullptr;
-    /// Taken in while a send waited; older than anything the domain still holds.
-    std::deque<Numbered> inbox;
-    /// Sent within this process. Takes turns with the rest, so that neither starves.
-    std::deque<Numbered> fromSelf;
-    bool selfIsNext = false;
-    std::uint64_t lastNumber = 0;
-    /// What all of that, and what waits for handlers, costs in memory, about.
-    std::size_t takenIn = 0;
+    Inbox inbox;
 
     Application* Find(std::string_view wanted) {
         const auto found = std::find_if(applications.begin(), applications.end(),
                                         [&](const Application& one) { return one.name == wanted; });
         return found != applications.end() ? &*found : nullptr;
     }
-    /// What to dispatch next, if there is anything.
-    std::optional<Event> Next() {
-        selfIsNext = !selfIsNext;
-        if (fromSelf.empty() || !selfIsNext) {
-            if (!inbox.empty()) {
-                return Pop(inbox);
-            }
-            if (fromSelf.empty()) {
-                return domain->Next(Take::kDelivered);
-            }
-            if (std::optional<Event> event = domain->Next(Take::kDelivered)) {
-                return event;
-            }
-        }
-        return Pop(fromSelf);
-    }
-    Event Pop(std::deque<Numbered>& queue) {
-        Event event = std::move(queue.front().event);
-        queue.pop_front();
-        takenIn -= Weight(event);
-        return event;
-    }
-    /// Puts an event where it waits for its turn.
-    void TakeIn(std::deque<Numbered>& queue, Event event) {
-        const std::uint64_t number = ++lastNumber;
-        takenIn += Weight(event);
-        if (const auto* lost = std::get_if<PeerLost>(&event)) {
-            NoteLoss(*lost);
-        }
-        if (const auto* message = std::get_if<Message>(&event)) {
-            Application& receiver = applications[static_cast<std::size_t>(message->Application())];
-            if (receiver.receive == nullptr) {
-                (&queue == &fromSelf ? receiver.waitingFromSelf : receiver.waiting)
-                    .push_back({number, std::move(event)});
-                return;
-            }
-        }
-        queue.push_back({number, std::move(event)});
-    }
-    /// What has waited for a handler takes its place among the others.
-    static void Release(std::deque<Numbered>& waiting, std::deque<Numbered>& queue) {
-        std::deque<Numbered> merged;
-        std::merge(std::make_move_iterator(waiting.begin()), std::make_move_iterator(waiting.end()),
-                   std::make_move_iterator(queue.begin()), std::make_move_iterator(queue.end()),
-                   std::back_inserter(merged),
-                   [](const Numbered& one, const Numbered& other) { return one.number < other.number; });
-        waiting.clear();
-        queue = std::move(merged);
-    }
     bool Watches() const {
         return std::any_of(applications.begin(), applications.end(),
                            [](const Application& one) { return one.disconnect != nullptr; });
     }
-    /// Whether the end of a life of that peer is still to be dispatched. The reports that this object has
-    /// made itself are of no life: their peer has no process number.
+    Target& TargetOf(std::string_view wanted) {
+        auto found = targets.find(wanted);
+        if (found == targets.end()) {
+            std::string key(wanted);
+            Target target(key, name);
+            found = targets.emplace(std::move(key), std::move(target)).first;
+        }
+        return found->second;
+    }
+    /// Whether the end of a life of that peer is still to be dispatched.
     bool OwesLossOf(const std::string& peer) const {
-        return domain->OwesLossOf(peer) || std::any_of(inbox.begin(), inbox.end(), [&](const Numbered& one) {
-                   const auto* lost = std::get_if<PeerLost>(&one.event);
-                   return lost != nullptr && lost->peer->pid != 0 && lost->peer->application == peer;
-               });
+        return domain->OwesLossOf(peer) || inbox.HasLossOf(peer);
     }
     /// A life is over: sends to that peer fail at once until it is there again, also first ones. A passing
-    /// helper that was never sent to is nobody's loss; and a link that is still there tells by itself that
-    /// its peer is gone.
+    /// helper that was never sent to is nobody's loss.
     void NoteLoss(const PeerLost& lost) {
-        auto found = targets.find(lost.peer->application);
-        if (found == targets.end() && lost.announced && targets.size() < kMostTargetsNoted) {
-            found = targets.emplace(lost.peer->application, Target{lost.peer->application}).first;
+        const std::string& peer = lost.peer->application;
+        if (targets.contains(peer) || (lost.announced && targets.size() < kMostTargetsNoted)) {
+            TargetOf(peer).NoteLoss(lost.announced);
         }
-        if (found == targets.end()) {
-            return;
-        }
-        Target& target = found->second;
-        if (target.link == nullptr) {
-            target.reported = lost.announced || target.reported;
-            target.lost = true;
-        }
-    }
-    /// The last word on the messages that were dropped for a target.
-    void SayHowManyWereDropped(Target& target) const {
-        if (target.dropped != target.droppedAndSaid) {
-            Report("in all " + std::to_string(target.dropped) + " messages for application " +
-                   Quoted(target.name) + " in domain " + Quoted(name) + " were dropped");
-        }
-        target.dropped = 0;
-        target.droppedAndSaid = 0;
     }
 };
 
@@ -234,9 +132,10 @@ struct Switchboard::Request {
         std::memcpy(guard, kGuard.data(), kGuardSize);
         stream(room, size);
         if (std::memcmp(guard, kGuard.data(), kGuardSize) != 0) {
-            Fatal("a message of type " + Quoted(type) + " for application " + Quoted(target) +
-                      " wrote more than the " + std::to_string(size) +
-                      " bytes that it had announced; its RequiredBufferSize and Stream must agree",
+            Fatal(fmt::format(
+                      "a message of type {} for application {} wrote more than the {} bytes that it had "
+                      "announced; its RequiredBufferSize and Stream must agree",
+                      Quoted(type), Quoted(target), size),
                   kSourceFile, __LINE__);
         }
     }
@@ -252,7 +151,7 @@ Switchboard::~Switchboard() {
 void Switchboard::Leave() {
     for (const auto& member : m_memberships) {
         for (auto& [name, target] : member->targets) {
-            member->SayHowManyWereDropped(target);
+            target.SayHowManyWereDropped();
         }
         member->targets.clear();
         member->domain.reset();
@@ -294,8 +193,7 @@ void Switchboard::AssociateHandler(int communicator, const std::string& name,
     Application& application = Declared(member, name, true);
     application.receive = callback;
     member.domain->Deliver(application.number);
-    Membership::Release(application.waiting, member.inbox);
-    Membership::Release(application.waitingFromSelf, member.fromSelf);
+    member.inbox.HandlerCame(application.number);
 }
 
 void Switchboard::AssociateDisconnectHandler(int communicator, const std::string& name,
@@ -308,8 +206,8 @@ void Switchboard::AssociateDisconnectHandler(int communicator, const std::string
 
 Switchboard::Membership& Switchboard::MembershipOf(int communicator, const char* function) {
     if (communicator < 1 || static_cast<std::size_t>(communicator) > m_memberships.size()) {
-        Fatal(std::string(function) + ": there is no communicator " + std::to_string(communicator) +
-                  "; RegisterCommunicator gives one",
+        Fatal(fmt::format("{}: there is no communicator {}; RegisterCommunicator gives one", function,
+                          communicator),
               kSourceFile, __LINE__);
     }
     return *m_memberships[static_cast<std::size_t>(communicator) - 1];
@@ -324,15 +222,17 @@ Switchboard::Application& Switchboard::Declared(Membership& member, const std::s
     try {
         member.domain->Announce(number, name, announce);
     } catch (const NameTaken& taken) {
-        Fatal("application " + Quoted(name) + " of domain " + Quoted(member.name) +
-                  " is held by the living process " + std::to_string(taken.Pid()) + " on " + taken.Host() +
-                  "; end that process or choose another name",
+        Fatal(fmt::format(
+                  "application {} of domain {} is held by the living process {} on {}; end that process or "
+                  "choose another name",
+                  Quoted(name), Quoted(member.name), taken.Pid(), taken.Host()),
               kSourceFile, __LINE__);
     }
     member.lastTarget = nullptr;  // it may have been this name, of a process that has gone
     Application& application = member.applications.emplace_back();
     application.number = number;
     application.name = name;
+    member.inbox.AddApplication();
     return application;
 }
 
@@ -341,26 +241,28 @@ void Switchboard::SendRequest(int communicator, std::string_view name, ZYLFeaBac
     Membership& member = MembershipOf(communicator, "SendRequest");
     CheckName(name, "application");
     if (m_writing > 0) {
-        Fatal("SendRequest was called for application " + Quoted(std::string(name)) +
-                  " by a callback that writes another message; send the one after the other",
+        Fatal(fmt::format(
+                  "SendRequest was called for application {} by a callback that writes another message; "
+                  "send the one after the other",
+                  Quoted(std::string(name))),
               kSourceFile, __LINE__);
     }
     const Request request{QORText::OrEmpty(type()), size(), stream};
     CheckOwner();
     const std::size_t typeSize = std::strlen(request.type);
     if (request.size < 0 || typeSize > kLongestType) {
-        Fatal("a message of type " + Quoted(request.type) + " for " + Quoted(std::string(name)) +
-                  " has size " + std::to_string(request.size) + " and a type name of " +
-                  std::to_string(typeSize) + " bytes; the size must be 0 or more and the name at most " +
-                  std::to_string(kLongestType),
+        Fatal(fmt::format(
+                  "a message of type {} for {} has size {} and a type name of {} bytes; the size must be 0 "
+                  "or more and the name at most {}",
+                  Quoted(request.type), Quoted(std::string(name)), request.size, typeSize, kLongestType),
               kSourceFile, __LINE__);
     }
-    if (member.lastTarget != nullptr && member.lastTarget->name == name) {
+    if (member.lastTarget != nullptr && member.lastTarget->Name() == name) {
         SendToPeer(member, *member.lastTarget, request);
     } else if (const Application* own = member.Find(name)) {
         SendToSelf(member, *own, request);
     } else {
-        member.lastTarget = &TargetOf(member, name);
+        member.lastTarget = &member.TargetOf(name);
         SendToPeer(member, *member.lastTarget, request);
     }
 }
@@ -371,47 +273,30 @@ void Switchboard::SendToSelf(Membership& member, const Application& application,
         const Inside writing(m_writing);
         request.Fill(bytes->body.get(), application.name);
     }
-    member.TakeIn(member.fromSelf,
-                  Message(application.number, bytes->type.c_str(), bytes->body.get(), request.size, bytes));
-}
-
-Switchboard::Target& Switchboard::TargetOf(Membership& member, std::string_view name) {
-    auto found = member.targets.find(name);
-    if (found == member.targets.end()) {
-        found = member.targets.emplace(name, Target{std::string(name)}).first;
-    }
-    return found->second;
+    member.inbox.TakeInFromSelf(
+        Message(application.number, bytes->type.c_str(), bytes->body.get(), request.size, bytes));
 }
 
 void Switchboard::SendToPeer(Membership& member, Target& target, const Request& request) {
-    Link* link = LinkTo(member, target, request);
-    if (link == nullptr) {
-        Drop(member, target, request, target.lost ? "it is gone" : "it did not come in time");
+    if (LinkTo(member, target, request) == nullptr) {
+        Drop(member, target, request, target.IsLost() ? "it is gone" : "it did not come in time");
     } else if (!Transfer(target, request)) {
-        target.reported = link->Announced();  // the domain is going to report it, after its last message
-        target.link.reset();
+        target.LoseLink();  // the domain is going to report it, after its last message
         Drop(member, target, request, "it was lost");
     }
 }
 
 Link* Switchboard::LinkTo(Membership& member, Target& target, const Request& request) {
-    if (target.link != nullptr && !target.link->Alive()) {
-        target.reported = target.link->Announced();
-        target.link.reset();
-        target.lost = true;
+    if (target.OpenLink() != nullptr && !target.OpenLink()->Alive()) {
+        target.LoseLink();
     }
-    if (target.link == nullptr) {
+    if (target.OpenLink() == nullptr) {
         Open(member, target);
     }
-    if (target.link == nullptr && !target.lost) {
+    if (target.OpenLink() == nullptr && !target.IsLost()) {
         AwaitTarget(member, target, request);
     }
-    if (target.link != nullptr && target.lost) {
-        target.lost = false;
-        target.reported = false;
-        member.SayHowManyWereDropped(target);
-    }
-    return target.link.get();
+    return target.OpenLink();
 }
 
 void Switchboard::AwaitTarget(Membership& member, Target& target, const Request& request) {
@@ -420,14 +305,13 @@ void Switchboard::AwaitTarget(Membership& member, Target& target, const Request&
     Restraint restraint(*m_transport, m_domains, nullptr, m_settings.takenInBudget / kCircleShare,
                         m_seenToken);
     bool said = false;
-    for (Clock::time_point now = start; target.link == nullptr && !target.lost && now < end;
+    for (Clock::time_point now = start; target.OpenLink() == nullptr && !target.IsLost() && now < end;
          now = m_transport->Now()) {
         if (!said && now - start >= kPatience) {
-            Report("still waiting for application " + Quoted(target.name) + " in domain " +
-                   Quoted(member.name) + ", which is not there, to send it a message of type " +
-                   Quoted(request.type) + "; waits " +
-                   std::to_string(std::chrono::ceil<std::chrono::seconds>(end - now).count()) + " s more; " +
-                   member.domain->WhereItLooks());
+            Report(fmt::format(
+                "still waiting {}, which is not there, to send it a message of type {}; waits {} s more; {}",
+                target.ForWhom(), Quoted(request.type),
+                std::chrono::ceil<std::chrono::seconds>(end - now).count(), member.domain->WhereItLooks()));
             said = true;
         }
         WaitTakingIn(end, restraint);
@@ -439,17 +323,20 @@ void Switchboard::AwaitTarget(Membership& member, Target& target, const Request&
 /// process that watches, before they have heard of the end of the last one: an answer, or the rest of a
 /// conversation, is for the life that they know. Who only sends goes on with the new one at once.
 void Switchboard::Open(Membership& member, Target& target) const {
-    target.link = member.domain->Open(target.name);
-    if (target.link != nullptr && (m_depth > 0 || member.Watches()) && member.OwesLossOf(target.name)) {
-        target.link.reset();
-        target.lost = true;
-        target.reported = true;
+    std::unique_ptr<Link> link = member.domain->Open(target.Name());
+    if (link == nullptr) {
+        return;
+    }
+    if ((m_depth > 0 || member.Watches()) && member.OwesLossOf(target.Name())) {
+        target.NoteLoss(true);
+    } else {
+        target.Open(std::move(link));
     }
 }
 
 /// False when the peer was lost before it had the whole message.
 bool Switchboard::Transfer(const Target& target, const Request& request) {
-    Link& link = *target.link;
+    Link& link = *target.OpenLink();
     Restraint restraint(*m_transport, m_domains, &link, m_settings.takenInBudget / kCircleShare, m_seenToken);
     void* room = link.Reserve(request.type, request.size);
     while (room == nullptr) {
@@ -461,7 +348,7 @@ bool Switchboard::Transfer(const Target& target, const Request& request) {
     }
     {
         const Inside writing(m_writing);
-        request.Fill(room, target.name);
+        request.Fill(room, target.Name());
     }
     CheckOwner();
     Progress progress = link.Commit();
@@ -472,26 +359,12 @@ bool Switchboard::Transfer(const Target& target, const Request& request) {
     return progress == Progress::kDone;
 }
 
-void Switchboard::Drop(Membership& member, Target& target, const Request& request,
-                       const std::string& reason) {
-    ++target.dropped;
-    const Clock::time_point now = m_transport->Now();
-    if (target.dropped == 1 || now - target.said >= kDropLineInterval) {
-        const std::string who =
-            " for application " + Quoted(target.name) + " in domain " + Quoted(member.name);
-        Report(target.dropped == 1
-                   ? "a message of type " + Quoted(request.type) + who + " is dropped: " + reason
-                   : std::to_string(target.dropped) + " messages" + who + " are dropped by now: " + reason);
-        target.said = now;
-        target.droppedAndSaid = target.dropped;
-    }
-    target.lost = true;
-    if (!target.reported) {
-        target.reported = true;
+void Switchboard::Drop(Membership& member, Target& target, const Request& request, const char* reason) {
+    if (target.Drop(request.type, reason, m_transport->Now())) {
         auto peer = std::make_unique<Peer>(m_transport->Self());
-        peer->application = target.name;
+        peer->application = target.Name();
         peer->pid = 0;
-        member.inbox.push_back({++member.lastNumber, PeerLost{std::move(peer), true}});
+        member.inbox.TakeIn(PeerLost{std::move(peer), true});
     }
 }
 
@@ -510,7 +383,10 @@ void Switchboard::WaitTakingIn(Deadline deadline, Restraint& restraint) {
     bool tookSome = false;
     for (const auto& member : m_memberships) {
         if (std::optional<Event> event = member->domain->Next(Take::kAll)) {
-            member->TakeIn(member->inbox, std::move(*event));
+            if (const auto* lost = std::get_if<PeerLost>(&*event)) {
+                member->NoteLoss(*lost);
+            }
+            member->inbox.TakeIn(std::move(*event));
             tookSome = true;
         }
     }
@@ -522,7 +398,7 @@ void Switchboard::WaitTakingIn(Deadline deadline, Restraint& restraint) {
 std::size_t Switchboard::TakenIn() const {
     std::size_t bytes = 0;
     for (const auto& member : m_memberships) {
-        bytes += member->takenIn;
+        bytes += member->inbox.Bytes();
     }
     return bytes;
 }
@@ -571,7 +447,7 @@ void Switchboard::Loop(std::span<Membership* const> members, std::span<Domain* c
 }
 
 bool Switchboard::DispatchOne(Membership& member) {
-    const std::optional<Event> event = member.Next();
+    const std::optional<Event> event = member.inbox.Next(*member.domain);
     if (event) {
         Dispatch(member, *event);
     }
@@ -592,8 +468,8 @@ void Switchboard::Dispatch(Membership& member, const Event& event) {
 void Switchboard::DispatchLoss(Membership& member, const PeerLost& lost) {
     const Peer& peer = *lost.peer;
     const auto target = member.targets.find(peer.application);
-    if (target != member.targets.end() && target->second.link != nullptr && !target->second.link->Alive()) {
-        target->second.link.reset();
+    if (target != member.targets.end()) {
+        target->second.ForgetDeadLink();
     }
     member.NoteLoss(lost);
     if (!lost.announced) {

@@ -11,6 +11,7 @@
 #include "ZYLFeaBackbone.h"
 #include "switchboard/Restraint.h"
 #include "switchboard/Settings.h"
+#include "switchboard/Target.h"
 #include "transport/Transport.h"
 
 namespace zyl::backbone {
@@ -52,8 +53,6 @@ class Switchboard {
 
   private:
     struct Application;
-    struct Numbered;
-    struct Target;
     struct Membership;
     struct Request;
 
@@ -61,12 +60,11 @@ class Switchboard {
     Application& Declared(Membership& member, const std::string& name, bool announce);
     void SendToSelf(Membership& member, const Application& application, const Request& request);
     void SendToPeer(Membership& member, Target& target, const Request& request);
-    Target& TargetOf(Membership& member, std::string_view name);
     Link* LinkTo(Membership& member, Target& target, const Request& request);
     void AwaitTarget(Membership& member, Target& target, const Request& request);
     void Open(Membership& member, Target& target) const;
     bool Transfer(const Target& target, const Request& request);
-    void Drop(Membership& member, Target& target, const Request& request, const std::string& reason);
+    void Drop(Membership& member, Target& target, const Request& request, const char* reason);
     void WaitTakingIn(Deadline deadline, Restraint& restraint);
     std::size_t TakenIn() const;
     void Loop(std::span<Membership* const> members, std::span<Domain* const> domains, int limit,
