@@ -6,17 +6,6 @@
 
 namespace zyl::backbone::local {
 
-namespace {
-
-/// While other links have messages, polled lanes are looked at after so many of them.
-constexpr int kMessagesBetweenPolls = 16;
-
-/// A lane that was found empty so often meanwhile is watched: a bell costs its writer less than looks without
-/// end cost us.
-constexpr int kEmptyLooks = 64;
-
-}  // namespace
-
 void Intake::Add(std::unique_ptr<Incoming> link) {
     m_links.push_back(std::move(link));
     MakeReady(*m_links.back());
@@ -43,7 +32,7 @@ std::optional<Message> Intake::Next(Take take) {
     if (take == Take::kAll) {
         HandlerCame();
     }
-    if (m_ready.empty() || ++m_sincePoll > kMessagesBetweenPolls) {
+    if (m_ready.empty() || ++m_sincePoll > m_pace.messagesBetweenPolls) {
         PollLanes();
     }
     for (std::size_t looks = m_ready.size(); looks > 0 && !m_ready.empty(); --looks) {
@@ -143,7 +132,7 @@ void Intake::PollLanes() {
         Incoming& link = *m_polled[index];
         if (link.HasLaneNews()) {
             MakeReady(link);
-        } else if (othersHaveMessages && ++link.emptyLooks >= kEmptyLooks) {
+        } else if (othersHaveMessages && ++link.emptyLooks >= m_pace.emptyLooks) {
             StopPolling(link);
         } else {
             ++index;

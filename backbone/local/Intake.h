@@ -13,6 +13,21 @@
 
 namespace zyl::backbone::local {
 
+/// How often a process that has messages looks at what else there may be.
+struct Pace {
+    /// While other links have messages, polled lanes are looked at after so many of them.
+    int messagesBetweenPolls = 16;
+    /// A lane that was found empty so often meanwhile is watched: a bell costs its writer less than looks
+    /// without end cost us.
+    int emptyLooks = 64;
+    /// After this many messages in a row the system is asked for news of the other links, so that a busy one
+    /// hides none.
+    int messagesBetweenLooks = 256;
+    /// While messages come, it is seen after so many of them whether an end can be reported: with hundreds of
+    /// dead senders that costs more than a message.
+    int messagesBetweenReports = 64;
+};
+
 /// What the domain makes of what the links say.
 class IntakeOwner {
   public:
@@ -47,7 +62,8 @@ class IntakeOwner {
 /// A watched link with a lane has its bell asked for; no other one has.
 class Intake {
   public:
-    explicit Intake(IntakeOwner& owner) : m_owner(owner) {}
+    /// Both outlive this object.
+    Intake(IntakeOwner& owner, const Pace& pace) : m_owner(owner), m_pace(pace) {}
 
     void Add(std::unique_ptr<Incoming> link);
     void MayBeRead(Incoming& link);
@@ -104,6 +120,7 @@ class Intake {
     void MakeAllReady(Incoming::Turn from);
 
     IntakeOwner& m_owner;
+    const Pace& m_pace;
     std::vector<std::unique_ptr<Incoming>> m_links;
     std::deque<Incoming*> m_ready;
     std::vector<Incoming*> m_polled;

@@ -25,13 +25,6 @@ constexpr milliseconds kLookInterval{5};
 constexpr int kLooksAtAName = 500;
 constexpr milliseconds kNameInterval{2};
 
-/// After this many messages in a row a look at the other links is due, so that a busy one hides none.
-constexpr int kMessagesBetweenLooks = 256;
-
-/// While messages come, it is seen after so many of them whether an end can be reported: with hundreds of dead
-/// senders that costs more than a message.
-constexpr int kMessagesBetweenReports = 64;
-
 }  // namespace
 
 LocalDomain::LocalDomain(system::System& system, const LocalSettings& settings, KeptBlocks& kept,
@@ -40,7 +33,7 @@ LocalDomain::LocalDomain(system::System& system, const LocalSettings& settings, 
       m_settings(settings),
       m_joined(joined),
       m_names(system.Join(settings.directory, name)),
-      m_intake(*this),
+      m_intake(*this, settings.limits.pace),
       m_outlets(*this, system, settings, kept, *m_names),
       m_lives(system, *m_names, m_intake, m_outlets) {
     m_names->Watch(*this);
@@ -174,7 +167,7 @@ bool LocalDomain::PeerRunsElsewhere(int processor) {
 }
 
 std::optional<Event> LocalDomain::Next(Take take) {
-    if (++m_sinceLook > kMessagesBetweenLooks) {
+    if (++m_sinceLook > m_settings.limits.pace.messagesBetweenLooks) {
         m_sinceLook = 0;
         m_system.Wait(m_system.Now());
         TryAgain();
@@ -182,7 +175,7 @@ std::optional<Event> LocalDomain::Next(Take take) {
     if (m_somebodyWaits) {
         Accept();
     }
-    if (m_sinceLook % kMessagesBetweenReports == 0) {
+    if (m_sinceLook % m_settings.limits.pace.messagesBetweenReports == 0) {
         ReportEnds();
     }
     if (m_lives.HasReports()) {

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "Intake.h"
 #include "Lane.h"
 #include "system/System.h"
 #include "transport/Transport.h"
@@ -22,6 +23,7 @@ struct Limits {
     std::size_t blocks = 2;
     /// What this process keeps of free blocks.
     std::size_t keptBlocks = std::size_t{512} * 1024 * 1024;
+    Pace pace;
 };
 
 /// The settings of the local transport.

@@ -90,6 +90,7 @@ void Oracle::EndSend(const Process& process, int index) {
     Message& message = m_messages[static_cast<std::size_t>(index)];
     ++m_event;
     message.sending = false;
+    message.accepted = m_event;
     message.dropped = !message.streamed || message.told;
     if (message.dropped) {
         CheckDrop(message);
@@ -139,6 +140,7 @@ const Oracle::Message& Oracle::Received(const Process& process, int application,
     message.receiver = process.number;
     CheckOrder(index);
     CheckLosses(index);
+    CheckTurn(process, message);
     return message;
 }
 
@@ -264,6 +266,45 @@ bool Oracle::MayHaveDied(std::size_t index) const {
         return application == message.target && life >= first && life <= last && LifeOf(life).ended != 0 &&
                !known && (LifeOf(life).buried == 0 || LifeOf(life).buried > LifeOf(message.sender).started);
     });
+}
+
+/// No fault, and no end of anybody, has given a reason to wait.
+bool Oracle::Undisturbed(const Process& process) const {
+    return World::Current().Faults() == 0 && !process.refused &&
+           std::all_of(m_lives.begin(), m_lives.end(), [](const Life& life) { return life.ended == 0; });
+}
+
+/// Nobody is passed over for long: as long as the links take turns, each of them may come once before it, and
+/// those that are looked at seldom a few times more.
+void Oracle::CheckTurn(const Process& process, const Message& message) {
+    if (!Undisturbed(process)) {
+        return;
+    }
+    const int most = 4 * (m_plan.pace + 2) * (m_plan.pace + 2);
+    for (Message& other : m_messages) {
+        if (other.receiver == 0 && !other.sending && !other.dropped && message.event > other.accepted &&
+            Of(other.target).actor == Of(message.target).actor && other.sender != message.sender &&
+            Of(other.target).domain == Of(message.target).domain &&
+            Of(What::kHandles).contains({message.receiver, other.target})) {
+            const int passing = ++other.passing.at(static_cast<std::size_t>(message.sender));
+            Check(passing < most, "{} is passed over", Text(other.index));
+        }
+    }
+}
+
+std::string Oracle::Late(const Process& process, int domain) const {
+    constexpr std::chrono::milliseconds kSoon{100};
+    if (!Undisturbed(process)) {
+        return {};
+    }
+    for (const Message& message : m_messages) {
+        const auto handles = Of(What::kHandles).find({process.number, message.target});
+        if (message.receiver == 0 && !message.dropped && handles != Of(What::kHandles).end() &&
+            Of(message.target).domain == domain && !message.sending) {
+            return Text(message.index) + " is late";
+        }
+    }
+    return {};
 }
 
 std::string Oracle::Open() const {

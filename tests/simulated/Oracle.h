@@ -31,6 +31,9 @@ class Oracle {
         bool told = false;  // a line says that it is dropped
         bool dropped = false;
         int receiver = 0;
+        std::uint64_t accepted = 0;  // when it was
+        /// Messages of each process that were begun since, and came before it.
+        std::array<std::uint16_t, Fiber::kMost> passing{};
     };
 
     explicit Oracle(const Plan& plan) : m_plan(plan) {}
@@ -59,6 +62,9 @@ class Oracle {
     /// What a process holds is within its bound.
     void CheckMemory(const Process& process) const;
 
+    /// A message that is due, now that nobody can run and the process waits for what comes to the domain; or
+    /// nothing.
+    std::string Late(const Process& process, int domain) const;
     /// A promise that is not yet kept, or nothing.
     std::string Open() const;
 
@@ -90,6 +96,8 @@ class Oracle {
     void CheckDrop(const Message& message) const;
     void CheckOrder(std::size_t index) const;
     void CheckLosses(std::size_t index) const;
+    void CheckTurn(const Process& process, const Message& message);
+    bool Undisturbed(const Process& process) const;
     std::string Text(std::size_t index) const;
 
     const Plan& m_plan;

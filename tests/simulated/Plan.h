@@ -48,6 +48,7 @@ struct Plan {
     Weather weather;
     bool lanes = true;
     std::size_t ring = 4096;
+    int pace = 2;                                    // messages between two looks at the other links
     std::size_t Budget() const { return 2 * ring; }  // of what waiting sends take in
     std::size_t LongestMessage() const { return 3 * ring; }
     std::chrono::milliseconds connectTimeout{};

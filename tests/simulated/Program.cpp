@@ -20,6 +20,7 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr int kEvery = -1;  // all domains
+constexpr int kDomains = 2;
 constexpr std::size_t kMostApplications = 8;
 /// A forked child closes its copies soon.
 constexpr milliseconds kChild{300};
@@ -54,6 +55,7 @@ zyl::backbone::local::LocalSettings LocalSettingsOf(const Plan& plan) {
     settings.lanes = plan.lanes;
     settings.limits.lane = {plan.ring, plan.ring / 8};
     settings.limits.keptBlocks = 2 * plan.ring;
+    settings.limits.pace = {plan.pace, plan.pace, plan.pace, plan.pace};
     return settings;
 }
 
@@ -85,6 +87,10 @@ class Player {
         }
     }
     void Signal() { ++m_condition; }
+    /// Waits for what comes to the domain.
+    bool Awaits(int domain) const {
+        return m_depth > 0 && m_sending < 0 && (m_domain == kEvery || m_domain == domain);
+    }
     /// Not yet in its last loop, or held up in it, or deaf to a signal.
     bool IsBusy() const { return !m_closing || m_sending >= 0 || (m_depth > 0 && m_condition != m_atCall); }
 
@@ -106,7 +112,7 @@ class Player {
                 Send({Step::What::kSend, message.other, message.size});
                 break;
             case Reaction::kWait:
-                Loop(domain, 1, milliseconds(message.size % 40));
+                Loop(domain, 1, milliseconds(message.size % 3 == 0 ? 2500 : message.size % 40));
                 break;
             case Reaction::kThrow:
                 throw Thrown();
@@ -201,7 +207,7 @@ class Player {
     Oracle& m_oracle = g_stage->oracle;
     SimulatedSystem m_system;
     zyl::backbone::Switchboard m_board;
-    std::array<int, 2> m_communicators{};
+    std::array<int, kDomains> m_communicators{};
     std::string m_type;
     int m_sending = -1;  // a message
     int m_condition = 1;
@@ -308,6 +314,13 @@ class Program final : public World::Director {
     Opinion Judge() override {
         for (const Process* process : m_stage.processes) {
             const Player* const player = m_stage.PlayerOf(*process);
+            for (int domain = 0; domain < kDomains && player != nullptr; ++domain) {
+                if (player->Awaits(domain) && m_stage.world.Now() >= process->stoppedUntil) {
+                    if (std::string late = m_stage.oracle.Late(*process, domain); !late.empty()) {
+                        return {late, true, true};
+                    }
+                }
+            }
             if (process->state != Process::State::kDead && (player == nullptr || player->IsBusy())) {
                 return {process->name + " does not get on", true};
             }

@@ -180,7 +180,7 @@ bool World::Idle() {
     }
     const Director::Opinion opinion = m_director.Judge();
     const bool done = struck == nullptr && !opinion.busy && opinion.open.empty();
-    if (!due) {
+    if (!due || opinion.late) {
         m_failure = done ? "" : "stuck: " + opinion.open;
         return false;
     }

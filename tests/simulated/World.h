@@ -123,6 +123,7 @@ class World {
         struct Opinion {
             std::string open;
             bool busy = false;
+            bool late = false;  // something is due
         };
         virtual Opinion Judge() = 0;
     };
