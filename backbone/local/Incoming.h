@@ -50,6 +50,8 @@ class Incoming final : public system::Watcher {
         kAwaitsPredecessor  ///< it is of a life whose predecessor's end is still to be reported
     };
     Turn turn = Turn::kWatched;
+    /// How many were accepted before it.
+    std::uint64_t number = 0;
     /// Looks that found the lane empty while others had messages.
     int emptyLooks = 0;
 

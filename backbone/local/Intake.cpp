@@ -1,12 +1,16 @@
 #include "Intake.h"
 
 #include <algorithm>
+#include <limits>
 #include <new>
+#include <ranges>
 #include <utility>
 
 namespace zyl::backbone::local {
 
 void Intake::Add(std::unique_ptr<Incoming> link) {
+    link->number = m_accepted++;
+    m_unknown.emplace(link->number, link.get());
     m_links.push_back(std::move(link));
     MakeReady(*m_links.back());
 }
@@ -17,12 +21,17 @@ void Intake::MayBeRead(Incoming& link) {
     }
 }
 
-void Intake::MakeReady(Incoming& link) {
+/// The ready ones aside, which leave when they are looked at.
+void Intake::LeaveTurn(Incoming& link) {
     if (link.turn == Incoming::Turn::kPolled) {
         std::erase(m_polled, &link);
-    } else if (link.turn == Incoming::Turn::kAwaitsHandler) {
-        --m_awaitingHandler;
     }
+    m_awaitingHandler -= link.turn == Incoming::Turn::kAwaitsHandler ? 1 : 0;
+    m_awaitingPredecessor -= link.turn == Incoming::Turn::kAwaitsPredecessor ? 1 : 0;
+}
+
+void Intake::MakeReady(Incoming& link) {
+    LeaveTurn(link);
     link.Awake();
     link.turn = Incoming::Turn::kReady;
     m_ready.push_back(&link);
@@ -47,10 +56,10 @@ std::optional<Message> Intake::Next(Take take) {
 }
 
 void Intake::SeeWhetherAllAreKnown() {
-    if (m_someUnknown &&
-        std::none_of(m_links.begin(), m_links.end(), [](const auto& link) { return link->MayBeUnknown(); })) {
-        m_someUnknown = false;
-        MakeAllReady(Incoming::Turn::kAwaitsPredecessor);
+    if (m_someUnread && std::none_of(m_unknown.begin(), m_unknown.end(),
+                                     [](const auto& entry) { return entry.second->MayBeUnknown(); })) {
+        m_someUnread = false;
+        PredecessorReported();
     }
 }
 
@@ -58,25 +67,7 @@ void Intake::SeeWhetherAllAreKnown() {
 std::optional<Message> Intake::LookAt(Incoming& link, Take take) {
     std::string complaint;
     try {
-        for (;;) {
-            const bool wanted = m_owner.IsWanted(link, take) && !m_owner.HasToWait(link);
-            const Incoming::Want want = !wanted              ? Incoming::Want::kNoMessage
-                                        : take == Take::kAll ? Incoming::Want::kOwnCopy
-                                                             : Incoming::Want::kMessage;
-            Incoming::Found found = link.Next(want);
-            if (const auto* nothing = std::get_if<Incoming::Nothing>(&found)) {
-                Settle(link, *nothing, take);
-                return std::nullopt;
-            }
-            if (auto* text = std::get_if<Incoming::Text>(&found)) {
-                return HandOut(link, *text);
-            }
-            if (const auto* greeting = std::get_if<Greeting>(&found)) {
-                m_owner.Greeted(link, *greeting);
-            } else {
-                m_owner.Announced(link, std::get<Announcement>(found));
-            }
-        }
+        return ReadOn(link, take);
     } catch (const BadFrame& bad) {
         complaint = bad.what();
     } catch (const std::bad_alloc&) {
@@ -87,8 +78,44 @@ std::optional<Message> Intake::LookAt(Incoming& link, Take take) {
     return std::nullopt;
 }
 
+std::optional<Message> Intake::ReadOn(Incoming& link, Take take) {
+    for (;;) {
+        const bool wanted = m_owner.IsWanted(link, take) && !m_owner.HasToWait(link);
+        const Incoming::Want want = !wanted              ? Incoming::Want::kNoMessage
+                                    : take == Take::kAll ? Incoming::Want::kOwnCopy
+                                                         : Incoming::Want::kMessage;
+        Incoming::Found found = link.Next(want);
+        if (const auto* nothing = std::get_if<Incoming::Nothing>(&found)) {
+            Settle(link, *nothing, take);
+            return std::nullopt;
+        }
+        if (auto* text = std::get_if<Incoming::Text>(&found)) {
+            return HandOut(link, *text);
+        }
+        if (const auto* greeting = std::get_if<Greeting>(&found)) {
+            m_greeted.emplace(std::pair(link.Opener(), link.number), &link);
+            m_owner.Greeted(link, *greeting);
+        } else {
+            m_owner.Announced(link, std::get<Announcement>(found));
+        }
+    }
+}
+
+/// Called when it has been read as far as it can be now.
+void Intake::SeeWhetherItIsKnown(Incoming& link) {
+    if (!link.Greeted() || link.MayBeUnknown()) {
+        m_unknown.emplace(link.number, &link);
+        m_someUnread = m_someUnread || link.MayBeUnknown();
+    } else {
+        m_unknown.erase(link.number);
+    }
+}
+
 Message Intake::HandOut(Incoming& link, Incoming::Text& text) {
     m_ready.push_back(&link);
+    if (link.MayBeUnknown()) {
+        SeeWhetherItIsKnown(link);
+    }
     link.emptyLooks = 0;
     if (link.HasLane()) {
         m_lastInLane = &link;
@@ -100,7 +127,7 @@ Message Intake::HandOut(Incoming& link, Incoming::Text& text) {
 /// Where a link goes that has no message for us.
 void Intake::Settle(Incoming& link, Incoming::Nothing nothing, Take take) {
     const bool empty = nothing == Incoming::Nothing::kEmpty;
-    m_someUnknown = m_someUnknown || link.MayBeUnknown();
+    SeeWhetherItIsKnown(link);
     if (nothing == Incoming::Nothing::kEnded || (empty && !link.Unread() && m_owner.IsOver(link))) {
         m_owner.Ended(link);
         Remove(link);
@@ -116,6 +143,7 @@ void Intake::Settle(Incoming& link, Incoming::Nothing nothing, Take take) {
         link.turn = Incoming::Turn::kWatched;
     } else if (m_owner.HasToWait(link)) {
         link.turn = Incoming::Turn::kAwaitsPredecessor;
+        ++m_awaitingPredecessor;
     } else if (take == Take::kNothing) {
         m_ready.push_back(&link);
     } else {
@@ -190,7 +218,9 @@ void Intake::HandlerCame() {
 }
 
 void Intake::PredecessorReported() {
-    MakeAllReady(Incoming::Turn::kAwaitsPredecessor);
+    if (m_awaitingPredecessor > 0) {
+        MakeAllReady(Incoming::Turn::kAwaitsPredecessor);
+    }
 }
 
 void Intake::MakeAllReady(Incoming::Turn from) {
@@ -201,19 +231,25 @@ void Intake::MakeAllReady(Incoming::Turn from) {
     }
 }
 
+/// In the order in which they were accepted.
+auto Intake::LinksOf(const system::Identity& life) const {
+    return std::views::values(std::ranges::subrange(
+        m_greeted.lower_bound(std::pair(life, std::uint64_t{0})),
+        m_greeted.upper_bound(std::pair(life, std::numeric_limits<std::uint64_t>::max()))));
+}
+
 void Intake::LookAtAll(const system::Identity& life) {
-    for (const auto& link : m_links) {
-        if (!link->Greeted() || link->Opener() == life) {
-            link->LookAgain();
-            MayBeRead(*link);
-        }
+    for (Incoming* link : LinksOf(life)) {
+        link->LookAgain();
+        MayBeRead(*link);
     }
+    LookAtUngreeted();
 }
 
 void Intake::LookAtUngreeted() {
-    for (const auto& link : m_links) {
+    for (const auto& [number, link] : m_unknown) {
         if (!link->Greeted()) {
-            m_someUnknown = true;
+            m_someUnread = true;
             link->LookAgain();
             MayBeRead(*link);
         }
@@ -221,22 +257,12 @@ void Intake::LookAtUngreeted() {
 }
 
 bool Intake::EarlierIsUnknown(const Incoming& link) const {
-    if (!m_someUnknown) {
-        return false;
-    }
-    for (const auto& one : m_links) {
-        if (one.get() == &link) {
-            return false;
-        }
-        if (one->MayBeUnknown()) {
-            return true;
-        }
-    }
-    return false;
+    return m_someUnread && std::any_of(m_unknown.begin(), m_unknown.lower_bound(link.number),
+                                       [](const auto& entry) { return entry.second->MayBeUnknown(); });
 }
 
 void Intake::TryAgain() {
-    MakeAllReady(Incoming::Turn::kAwaitsPredecessor);
+    PredecessorReported();
     for (const auto& link : m_links) {
         link->TryAgain();
         if (link->Unread()) {
@@ -246,27 +272,25 @@ void Intake::TryAgain() {
 }
 
 bool Intake::MayHaveUnread(const system::Identity& life) const {
-    return std::any_of(m_links.begin(), m_links.end(), [&](const auto& link) {
-        return link->Greeted() ? link->Opener() == life && link->turn != Incoming::Turn::kAwaitsHandler
-                               : link->Unread();
-    });
+    return std::ranges::any_of(
+               LinksOf(life),
+               [](const Incoming* link) { return link->turn != Incoming::Turn::kAwaitsHandler; }) ||
+           std::ranges::any_of(std::views::values(m_unknown),
+                               [](const Incoming* link) { return !link->Greeted() && link->Unread(); });
 }
 
 void Intake::SetReported(const system::Identity& life) {
-    for (const auto& link : m_links) {
-        link->lifeReported = link->lifeReported || (link->Greeted() && link->Opener() == life);
+    for (Incoming* link : LinksOf(life)) {
+        link->lifeReported = true;
     }
 }
 
 bool Intake::HasAccepted(const system::Identity& life) const {
-    return std::any_of(m_links.begin(), m_links.end(),
-                       [&](const auto& link) { return link->Greeted() && link->Opener() == life; });
+    return !LinksOf(life).empty();
 }
 
 bool Intake::HasLinkOf(const system::Identity& life) const {
-    return std::any_of(m_links.begin(), m_links.end(), [&](const auto& link) {
-        return link->Greeted() && link->Opener() == life && !link->HasEnded();
-    });
+    return std::ranges::any_of(LinksOf(life), [](const Incoming* link) { return !link->HasEnded(); });
 }
 
 bool Intake::HasEndedLinkOf(const system::Identity& life) const {
@@ -282,9 +306,10 @@ void Intake::SayHeldUp(std::uint64_t token) {
 }
 
 void Intake::Remove(Incoming& link) {
-    m_awaitingHandler -= link.turn == Incoming::Turn::kAwaitsHandler ? 1 : 0;
+    LeaveTurn(link);
+    m_unknown.erase(link.number);
+    m_greeted.erase(std::pair(link.Opener(), link.number));
     std::erase(m_ready, &link);
-    std::erase(m_polled, &link);
     std::erase(m_owing, &link);
     if (m_lastInLane == &link) {
         m_lastInLane = nullptr;

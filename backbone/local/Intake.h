@@ -2,10 +2,13 @@
 #define ZYL_BACKBONE_LOCAL_INTAKE_H
 
 #include <cstddef>
+#include <cstdint>
 #include <deque>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Incoming.h"
@@ -112,7 +115,11 @@ class Intake {
     std::optional<Message> LookAt(Incoming& link, Take take);
     Message HandOut(Incoming& link, Incoming::Text& text);
     void Settle(Incoming& link, Incoming::Nothing nothing, Take take);
+    std::optional<Message> ReadOn(Incoming& link, Take take);
+    void SeeWhetherItIsKnown(Incoming& link);
     void SeeWhetherAllAreKnown();
+    auto LinksOf(const system::Identity& life) const;
+    void LeaveTurn(Incoming& link);
     void MakeReady(Incoming& link);
     void PollLanes();
     void StopPolling(Incoming& link);
@@ -127,8 +134,14 @@ class Intake {
     /// Links that owe their writers room, or a block, because messages are still looked at.
     std::vector<Incoming*> m_owing;
     std::size_t m_awaitingHandler = 0;
-    /// Whether somebody who has connected has not been read yet as far as he may have said who he is.
-    bool m_someUnknown = false;
+    std::size_t m_awaitingPredecessor = 0;
+    std::uint64_t m_accepted = 0;
+    /// By their openers and numbers: the links that were greeted.
+    std::map<std::pair<system::Identity, std::uint64_t>, Incoming*> m_greeted;
+    /// By their numbers: the links that were not greeted yet, or may have said more of themselves.
+    std::map<std::uint64_t, Incoming*> m_unknown;
+    /// Whether one of them may be read now.
+    bool m_someUnread = false;
     int m_sincePoll = 0;
     Incoming* m_lastInLane = nullptr;
 };
