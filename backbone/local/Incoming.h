@@ -52,6 +52,8 @@ class Incoming final : public system::Watcher {
     Turn turn = Turn::kWatched;
     /// How many were accepted before it.
     std::uint64_t number = 0;
+    /// The opener's process number, as the system tells it.
+    int pid = 0;
     /// Looks that found the lane empty while others had messages.
     int emptyLooks = 0;
 

@@ -294,8 +294,13 @@ bool Intake::HasLinkOf(const system::Identity& life) const {
 }
 
 bool Intake::HasEndedLinkOf(const system::Identity& life) const {
-    return std::any_of(m_links.begin(), m_links.end(), [&](const auto& link) {
-        return link->Greeted() && link->Opener() == life && link->ChannelHasEnded();
+    return std::ranges::any_of(LinksOf(life), [](Incoming* link) { return link->ChannelHasEnded(); });
+}
+
+bool Intake::HasLinkOf(const system::Entry& entry, std::optional<int> application) const {
+    return std::ranges::any_of(LinksOf(entry.identity), [&](const Incoming* link) {
+        return !link->HasEnded() && !link->lifeReported && link->pid == entry.pid &&
+               link->application == application.value_or(link->application);
     });
 }
 

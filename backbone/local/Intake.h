@@ -107,6 +107,9 @@ class Intake {
     bool HasLinkOf(const system::Identity& life) const;
     /// The same, where its channel has ended, whatever is still to be received.
     bool HasEndedLinkOf(const system::Identity& life) const;
+    /// Whether the entry's holder, and nobody who only says so, has an open link to this application of ours;
+    /// none: to any one.
+    bool HasLinkOf(const system::Entry& entry, std::optional<int> application) const;
     void SayHeldUp(std::uint64_t token);
     /// The link with a lane that a message last came from; null: none.
     Incoming* LastInLane() const { return m_lastInLane; }

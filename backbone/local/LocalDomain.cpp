@@ -25,6 +25,9 @@ constexpr milliseconds kLookInterval{5};
 constexpr int kLooksAtAName = 500;
 constexpr milliseconds kNameInterval{2};
 
+/// Where all start at once, others connect while this process does: it looks for them after so many.
+constexpr int kReachedBetweenLooks = 16;
+
 }  // namespace
 
 LocalDomain::LocalDomain(system::System& system, const LocalSettings& settings, KeptBlocks& kept,
@@ -56,11 +59,7 @@ void LocalDomain::Announce(int number, const std::string& name, bool announced) 
         return;
     }
     m_outlets.SendToAll(AnnounceFrame({claimed.entry.order, name}));
-    for (const system::Entry& entry : m_names->List()) {
-        if (entry.watches) {
-            m_outlets.Reach(entry);
-        }
-    }
+    ReachAll([](const system::Entry& entry) { return entry.watches; }, number);
 }
 
 /// A holder that is dying lets go in a moment. This counts looks, not time: this process may have been
@@ -84,11 +83,34 @@ void LocalDomain::Deliver(int number) {
 void LocalDomain::Watch(int number) {
     m_outlets.WantAll();
     m_names->MarkWatcher(m_applications.at(number).name);
+    ReachAll([](const system::Entry& entry) { return entry.announced; }, std::nullopt);
+}
+
+/// A process that has a link to us is not linked again. That link shows its end, and where it leads to the
+/// application `known`, it proves that its opener knows that name.
+void LocalDomain::ReachAll(bool (*whom)(const system::Entry& entry), std::optional<int> known) {
+    int sinceLook = kReachedBetweenLooks;
     for (const system::Entry& entry : m_names->List()) {
-        if (entry.announced) {
+        if (!whom(entry) || entry.identity == m_system.Me().identity) {
+            continue;
+        }
+        if (++sinceLook > kReachedBetweenLooks) {
+            sinceLook = 0;
+            HearNewcomers();
+        }
+        if (!m_intake.HasLinkOf(entry, known)) {
             m_outlets.Reach(entry);
+        } else if (!m_lives.IsGone(entry.identity)) {
+            m_lives.Know(entry);
         }
     }
+}
+
+/// Accepts who has connected, and reads who that is.
+void LocalDomain::HearNewcomers() {
+    m_system.Wait(m_system.Now());
+    Accept();
+    m_intake.Next(Take::kNothing);
 }
 
 std::unique_ptr<Link> LocalDomain::Open(const std::string& target) {
@@ -100,9 +122,7 @@ std::unique_ptr<Link> LocalDomain::Open(const std::string& target) {
 }
 
 bool LocalDomain::OwesLossOf(const std::string& name) {
-    m_system.Wait(m_system.Now());
-    Accept();
-    m_intake.Next(Take::kNothing);
+    HearNewcomers();
     return m_lives.OwesEndOf(name);
 }
 
@@ -225,6 +245,7 @@ bool LocalDomain::Accept() {
                 IncomingOwner& owner = *this;
                 auto link = std::make_unique<Incoming>(
                     owner, m_settings.limits.lane, m_settings.limits.blocks, std::move(acceptance.channel));
+                link->pid = acceptance.pid;
                 link->SayHeldUp(m_heldUp);
                 m_intake.LookAtUngreeted();
                 m_intake.Add(std::move(link));

@@ -84,6 +84,8 @@ class LocalDomain final : public Domain, IntakeOwner, IncomingOwner, OutletsOwne
     void Ready(const system::Readiness& /*readiness*/) override { m_somebodyWaits = true; }
 
     system::Names::Claimed Claim(const std::string& name, bool announced);
+    void ReachAll(bool (*whom)(const system::Entry& entry), std::optional<int> known);
+    void HearNewcomers();
     bool Accept();
     void SayShortage(const std::string& problem);
     void TryAgain();

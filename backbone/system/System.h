@@ -180,6 +180,7 @@ class Names {
         Welcome welcome;
         std::unique_ptr<Channel> channel{};
         std::string problem{};  ///< what is short
+        int pid = 0;            ///< of who has connected, as the system tells it; 0: it does not
     };
     virtual Acceptance Accept() = 0;
 

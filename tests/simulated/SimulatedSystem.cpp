@@ -323,7 +323,8 @@ class SimulatedNames final : public Names {
         m_listener.queue.pop_front();
         m_world.Changed();
         m_world.Tell("accepts channel {}", end.number);
-        return {Welcome::kAccepted, std::make_unique<SimulatedChannel>(end)};
+        const int pid = end.other->owner != nullptr ? end.other->owner->self.pid : 0;
+        return {Welcome::kAccepted, std::make_unique<SimulatedChannel>(end), "", pid};
     }
     std::string Place() const override { return "a simulated place"; }
 

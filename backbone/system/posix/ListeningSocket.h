@@ -13,9 +13,13 @@ namespace zyl::backbone::system::posix {
 /// The file name of the socket on which a process is met.
 std::string SocketFileOf(const Identity& identity);
 
-/// The number of the user at the other end of a connected socket, if it is another one than this process's,
-/// or cannot be seen.
-std::optional<unsigned> StrangeUserAt(int socket);
+/// Who has connected a socket, or listened for it, as the kernel tells it.
+struct SocketPeer {
+    int pid = 0;  ///< 0: none that this process can see
+    /// The user's number, if it is another one than this process's, or cannot be seen.
+    std::optional<unsigned> strangeUser;
+};
+SocketPeer PeerOf(int socket);
 
 /// The socket on which this process is met in a domain. Its end removes the file.
 class ListeningSocket {

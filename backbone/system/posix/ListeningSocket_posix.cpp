@@ -31,11 +31,11 @@ std::string SocketFileOf(const Identity& identity) {
     return "s." + TextOf(identity);
 }
 
-std::optional<unsigned> StrangeUserAt(int socket) {
+SocketPeer PeerOf(int socket) {
     ucred peer{0, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
     socklen_t size = sizeof peer;
     getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size);
-    return peer.uid != geteuid() ? std::optional(peer.uid) : std::nullopt;
+    return {peer.pid, peer.uid != geteuid() ? std::optional(peer.uid) : std::nullopt};
 }
 
 ListeningSocket::ListeningSocket(const DomainDirectory& directory, const Poller& poller,
@@ -103,12 +103,13 @@ Names::Acceptance ListeningSocket::Accept() {
         }
         return Shortage();
     }
-    if (const std::optional<unsigned> user = StrangeUserAt(accepted.Get())) {
-        Report(fmt::format("a link from the user with number {} is refused", *user));
+    const SocketPeer peer = PeerOf(accepted.Get());
+    if (peer.strangeUser) {
+        Report(fmt::format("a link from the user with number {} is refused", *peer.strangeUser));
         return {Names::Welcome::kRefused};
     }
-    return {Names::Welcome::kAccepted,
-            std::make_unique<UnixChannel>(std::move(accepted), m_poller, m_spares)};
+    return {Names::Welcome::kAccepted, std::make_unique<UnixChannel>(std::move(accepted), m_poller, m_spares),
+            "", peer.pid};
 }
 
 Names::Acceptance ListeningSocket::Shortage() const {

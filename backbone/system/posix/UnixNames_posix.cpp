@@ -174,7 +174,7 @@ Names::Connection UnixNames::Connect(const Entry& entry) {
 }
 
 Names::Connection UnixNames::Connected(FileDescriptor socket, const std::string& name) {
-    if (const std::optional<unsigned> user = StrangeUserAt(socket.Get())) {
+    if (const std::optional<unsigned> user = PeerOf(socket.Get()).strangeUser) {
         Report(fmt::format("the application {} belongs to the user with number {} and is not used",
                            Quoted(name), *user));
         return {Reached::kNobody};
