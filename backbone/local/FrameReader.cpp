@@ -9,7 +9,7 @@ namespace zyl::backbone::local {
 
 namespace {
 
-/// A link that carries little keeps this much.
+/// A link that carries little reads this much at once.
 constexpr std::size_t kQuietChunk = 4096;
 
 /// A busy link takes as much as a socket holds with one read.
@@ -59,6 +59,15 @@ void FrameReader::MakeRoom(std::size_t frameSize) {
 void FrameReader::Received(std::size_t size) {
     m_end += size;
     m_busy = m_busy || m_end == m_chunk->capacity;
+}
+
+void FrameReader::Rest() {
+    SkipBells();
+    if (!m_busy && m_begin == m_end) {
+        m_chunk.reset();
+        m_begin = 0;
+        m_end = 0;
+    }
 }
 
 void FrameReader::SkipBells() {

@@ -28,6 +28,8 @@ class FrameReader {
     std::span<char> Room();
     /// The first `size` bytes of Room were filled.
     void Received(std::size_t size);
+    /// Nothing more comes for a while: a link that carries little keeps no memory meanwhile.
+    void Rest();
     /// The kind of the next frame, once its header is there. Throws BadFrame.
     std::optional<FrameKind> NextKind();
     /// The next whole frame, if there is one. Throws BadFrame; nothing may be read afterwards.

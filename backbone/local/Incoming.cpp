@@ -68,7 +68,7 @@ Incoming::Found Incoming::Next(Want want) {
             continue;  // nothing but the end of the ring
         }
         if (m_lanes.size() > 1) {
-            m_lanes.pop_front();
+            m_lanes.erase(m_lanes.begin());
             continue;
         }
         if (m_frames.NextKind() == FrameKind::kMessage && want == Want::kNoMessage) {
@@ -126,6 +126,7 @@ bool Incoming::Receive() {
             return true;
         case system::Progress::kNotNow:
             m_unread = false;
+            m_frames.Rest();
             break;
         case system::Progress::kEnded:
             m_ended = true;

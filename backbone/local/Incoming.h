@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <map>
 #include <memory>
 #include <optional>
@@ -147,7 +146,7 @@ class Incoming final : public system::Watcher {
     Peer m_peer;
 
     /// The lane, and others that take its place one after the other when it is read to its end.
-    std::deque<std::unique_ptr<LaneReader>> m_lanes;
+    std::vector<std::unique_ptr<LaneReader>> m_lanes;
     /// Control frames that were read since the last of them was opened.
     std::uint64_t m_controls = 0;
 

@@ -1,8 +1,8 @@
 #ifndef ZYL_BACKBONE_SYSTEM_POSIX_UNIXCHANNEL_H
 #define ZYL_BACKBONE_SYSTEM_POSIX_UNIXCHANNEL_H
 
-#include <deque>
 #include <optional>
+#include <vector>
 
 #include "system/System.h"
 #include "system/posix/Poller.h"
@@ -33,7 +33,7 @@ class UnixChannel final : public Channel {
     FileDescriptor m_socket;
     std::optional<PollerEntry> m_entry;
     bool m_wantsRoom = false;
-    std::deque<Arrival> m_arrivals;
+    std::vector<Arrival> m_arrivals;
 };
 
 }  // namespace zyl::backbone::system::posix

@@ -151,7 +151,7 @@ Channel::Arrival UnixChannel::TakeMemory() {
         return {nullptr, "no memory came with it"};
     }
     Arrival arrival = std::move(m_arrivals.front());
-    m_arrivals.pop_front();
+    m_arrivals.erase(m_arrivals.begin());
     return arrival;
 }
 
