@@ -1,136 +1,140 @@
+// The tree map: random changes of several versions that share nodes, beside the standard map, with and without
+// failing allocations.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <iterator>
 #include <map>
 #include <memory>
 #include <new>
 #include <random>
+#include <set>
 #include <string>
 
 #include "AllocationFaults.h"
-#include "BtreeChecker.h"
 #include "cow_Btree.h"
 #include "cow_BtreeIterator.h"
 
 namespace {
 
-struct Entry {};
-Entry g_entries[1000];
+int g_entries[1000];
 
-using Value = Entry*;
+using Value = int*;
+using Map = cow_Btree<cow_String, Value>;
+using Holder = Map::Holder;
+using Iterator = cow_BtreeIterator<cow_String, Value>;
+using Model = std::map<std::string, Value>;
 
-/// The key of a map and of the std::map it is compared with.
-struct IntKeys {
-    using Key = int;
-    using ModelKey = int;
-    static int Make(int number) { return number; }
-    static int ModelOf(int key) { return key; }
-};
-struct NameKeys {
-    using Key = cow_String;
-    using ModelKey = std::string;
-    static cow_String Make(int number) { return std::to_string(number).c_str(); }
-    static std::string ModelOf(const cow_String& key) { return key.CStr(); }
+struct Version {
+    std::unique_ptr<Map> map = std::make_unique<Map>();
+    Model model;            ///< what the map holds; nothing is shared with it
+    bool hasDepths = true;  ///< no allocation has failed between a change and the recomputation above it
 };
 
-/// Several maps that are copied from one another and changed at random, each beside a std::map that nothing
-/// is shared with.
-template <class Keys>
-class BtreeScriptTest : public testing::Test {
-  protected:
-    using Key = typename Keys::Key;
-    using Map = cow_Btree<Key, Value>;
-    using Model = std::map<typename Keys::ModelKey, Value>;
-
-    struct Version {
-        std::unique_ptr<Map> map = std::make_unique<Map>();
-        Model model;
-        Depths depths = Depths::kExact;
-    };
-
-    int Random(int below) { return static_cast<int>(m_random() % static_cast<unsigned>(below)); }
-    Version& AnyVersion() {
-        return m_versions[static_cast<std::size_t>(Random(static_cast<int>(m_versions.size())))];
+/// Checks the order and the recorded depths of each map added, and in the end the counters of the shared nodes.
+class Checker {
+  public:
+    void Add(const Version& version) {
+        EXPECT_EQ(CheckSubtree(version.map->m_root, nullptr, nullptr, version.hasDepths),
+                  version.map->Size());
     }
 
-    /// One random change of `version`, whose model then says what is to be expected. `failAt` makes an
-    /// allocation of the map's change fail.
+    /// A node is held by exactly as many slots as its counter says, and all of them count on the same counter.
+    void CheckCounts() const {
+        for (const auto& [node, holders] : m_holders) {
+            for (const Holder* holder : holders) {
+                EXPECT_EQ(holder->m_counter, (*holders.begin())->m_counter);
+                EXPECT_EQ(holder->m_counter->References(), static_cast<int>(holders.size()));
+            }
+        }
+    }
+
+  private:
+    int CheckSubtree(const Holder* holder, const cow_String* after, const cow_String* before,
+                     bool hasDepths) {
+        if (holder == nullptr) {
+            return 0;
+        }
+        const Map::Node& node = holder->ConstGet();
+        m_holders[&node].insert(holder);
+        const cow_String& key = node.ConstGetKey();
+        EXPECT_TRUE((after == nullptr || *after < key) && (before == nullptr || key < *before));
+        for (const Holder* child : {node.m_left, node.m_right}) {
+            EXPECT_TRUE(!hasDepths || child == nullptr || node.MaxDepth() > child->ConstGet().MaxDepth());
+        }
+        return 1 + CheckSubtree(node.m_left, after, &key, hasDepths) +
+               CheckSubtree(node.m_right, &key, before, hasDepths);
+    }
+
+    std::map<const Map::Node*, std::set<const Holder*>> m_holders;
+};
+
+class BtreeScript : public testing::Test {
+  protected:
+    int Random(int below) { return static_cast<int>(m_random() % static_cast<unsigned>(below)); }
+    Version& AnyVersion() { return m_versions[static_cast<std::size_t>(Random(4))]; }
+
+    /// One random change of `version`, whose model then says what is to be expected. `failAt` makes an allocation
+    /// of the map's change fail, unless it is 0.
     void Change(Version& version, int failAt) {
-        const Key key = Keys::Make(Random(40));
-        const auto modelKey = Keys::ModelOf(key);
-        Entry* value = &g_entries[Random(1000)];
+        const std::string name = std::to_string(Random(40));
+        const cow_String key = name.c_str();
+        const Value value = &g_entries[Random(1000)];
         const Version& source = AnyVersion();
         Model& model = version.model;
         Map& map = *version.map;
-        const auto armed = [failAt](auto change) -> decltype(auto) {
+        const int action = Random(16);
+        if (action < 2) {
+            model = Model(source.model);
+            version.hasDepths = source.hasDepths;
             AllocationFaults::FailAt(failAt);
-            return change();
-        };
-        switch (Random(16)) {
-            case 0:
-                model = Model(source.model);
-                version.depths = source.depths;
-                armed([&] { map = *source.map; });
-                break;
-            case 1:
-                model = Model(source.model);
-                version.depths = source.depths;
-                version.map.reset(armed([&] { return source.map->Copy(); }));
-                break;
-            case 2:
-                if (Random(8) == 0) {
-                    model.clear();
-                    map.Clear();
-                }
-                break;
-            case 3: {
-                const auto at = model.find(modelKey);
-                Value& found = armed([&]() -> Value& { return map.Get(key); });
-                ASSERT_EQ(found, at != model.end() ? at->second : nullptr);
-                if (at != model.end()) {
-                    at->second = found = value;
-                }
-                break;
+            if (action == 0) {
+                map = *source.map;
+            } else {
+                version.map.reset(source.map->Copy());
             }
-            case 4:
-            case 5:
-            case 6:
-            case 7:
-            case 8: {
-                const bool wasThere = model.erase(modelKey) > 0;
-                version.depths = std::max(version.depths, Depths::kNotTooSmall);
-                ASSERT_EQ(armed([&] { return map.Remove(key); }), wasThere);
-                break;
+        } else if (action == 2 && Random(8) == 0) {
+            model.clear();
+            map.Clear();
+        } else if (action == 3) {
+            const auto at = model.find(name);
+            AllocationFaults::FailAt(failAt);
+            Value& found = map.Get(key);
+            ASSERT_EQ(found, at != model.end() ? at->second : nullptr);
+            if (at != model.end()) {
+                at->second = found = value;
             }
-            default: {
-                const bool isNew = model.insert({modelKey, value}).second;
-                ASSERT_EQ(armed([&] { return map.InsertUnlessMember(key, value); }), isNew);
-                break;
-            }
+        } else if (action < 9) {
+            const bool wasThere = model.erase(name) > 0;
+            AllocationFaults::FailAt(failAt);
+            ASSERT_EQ(map.Remove(key), wasThere);
+        } else {
+            const bool isNew = model.insert({name, value}).second;
+            AllocationFaults::FailAt(failAt);
+            ASSERT_EQ(map.InsertUnlessMember(key, value), isNew);
         }
     }
 
     static Model ContentOf(const Map& map) {
         Model content;
-        cow_BtreeIterator<Key, Value> iterator(map);
+        Iterator iterator(map);
         for (iterator.First(); !iterator.IsDone(); iterator.Next()) {
-            content.emplace_hint(content.end(), Keys::ModelOf(iterator.CurrentKey()),
-                                 iterator.CurrentValue());
+            content.emplace_hint(content.end(), iterator.CurrentKey().CStr(), iterator.CurrentValue());
         }
         return content;
     }
 
     /// Walks to and fro, from one end to beyond either.
     void ExpectWalk(const Map& map, const Model& model) {
-        cow_BtreeIterator<Key, Value> iterator(map);
+        Iterator iterator(map);
         EXPECT_TRUE(iterator.IsDone());
         const bool fromTheFront = Random(2) == 0;
         auto expected = fromTheFront || model.empty() ? model.begin() : std::prev(model.end());
         fromTheFront ? iterator.First() : iterator.Last();
         while (expected != model.end()) {
             ASSERT_FALSE(iterator.IsDone());
-            ASSERT_EQ(Keys::ModelOf(iterator.CurrentKey()), expected->first);
+            ASSERT_EQ(iterator.CurrentKey().CStr(), expected->first);
             ASSERT_EQ(iterator.CurrentValue(), expected->second);
             ASSERT_EQ(map.ConstGet(iterator.CurrentKey()), expected->second);
             if ((Random(4) == 0) != fromTheFront) {
@@ -145,53 +149,42 @@ class BtreeScriptTest : public testing::Test {
     }
 
     void CheckEverything() {
-        BtreeChecker<Key, Value> checker;
+        Checker checker;
         for (const Version& version : m_versions) {
             ASSERT_EQ(ContentOf(*version.map), version.model);
             ExpectWalk(*version.map, version.model);
-            checker.Add(*version.map, version.depths);
+            checker.Add(version);
         }
         checker.CheckCounts();
     }
 
     std::mt19937 m_random{20};
+    const int m_blocks = AllocationFaults::LiveBlocks();
     std::array<Version, 4> m_versions;
 };
 
-using KeyKinds = testing::Types<IntKeys, NameKeys>;
-TYPED_TEST_SUITE(BtreeScriptTest, KeyKinds);
-
-TYPED_TEST(BtreeScriptTest, RandomChangesMatchTheStandardMapOnEveryVersion) {
-    for (int step = 0; step < 2000 && !this->HasFailure(); ++step) {
-        this->Change(this->AnyVersion(), 0);
-        this->CheckEverything();
-    }
-}
-
-TYPED_TEST(BtreeScriptTest, FailedAllocationLeavesTheOtherVersionsAndLosesNothing) {
-    const int blocks = AllocationFaults::LiveBlocks();
+TEST_F(BtreeScript, MatchesTheStandardMapAndAFailedAllocationLosesNothing) {
     int failures = 0;
-    for (int step = 0; step < 3000 && !this->HasFailure(); ++step) {
-        auto& version = this->AnyVersion();
-        const auto before = version.model;
+    for (int step = 0; step < 5000 && !HasFailure(); ++step) {
+        Version& version = AnyVersion();
+        const Model before = version.model;
         try {
-            this->Change(version, 1 + this->Random(12));
+            Change(version, step < 2000 ? 0 : 1 + Random(12));
         } catch (const std::bad_alloc&) {
             ++failures;
-            const auto content = this->ContentOf(*version.map);
+            const Model content = ContentOf(*version.map);
             ASSERT_TRUE(content == before || content == version.model);
             version.model = content;
-            version.depths = Depths::kAny;
+            version.hasDepths = false;
         }
         AllocationFaults::FailAt(0);
-        this->CheckEverything();
+        CheckEverything();
     }
     EXPECT_GT(failures, 300);
-    for (auto& version : this->m_versions) {
+    for (Version& version : m_versions) {
         version.map.reset();
     }
-    EXPECT_EQ(AllocationFaults::LiveBlocks(), blocks - 4)
-        << "the four maps that were there at the start are gone too";
+    EXPECT_EQ(AllocationFaults::LiveBlocks(), m_blocks);
 }
 
 }  // namespace
