@@ -13,20 +13,13 @@ using namespace std::string_literals;
 
 namespace {
 
-using Attributes = std::map<std::string, std::string>;
 using Status = ZYLBasXmlDocument::Status;
 
-const std::string kKill =
-    "<?xml version=\"1.0\" encoding=\"utf-8\"?><Kill type=\"symconst\">SOFT_KILL</Kill>";
-
 std::string Utf16(std::u16string_view text, bool bigEndian) {
-    const std::u16string marked = u"\uFEFF" + std::u16string(text);
     std::string bytes;
-    for (const char16_t unit : marked) {
-        const char high = static_cast<char>(unit >> 8);
-        const char low = static_cast<char>(unit & 0xFF);
-        bytes += bigEndian ? high : low;
-        bytes += bigEndian ? low : high;
+    for (const char16_t unit : u"\uFEFF" + std::u16string(text)) {
+        bytes += static_cast<char>(bigEndian ? unit >> 8 : unit & 0xFF);
+        bytes += static_cast<char>(bigEndian ? unit & 0xFF : unit >> 8);
     }
     return bytes;
 }
@@ -39,14 +32,10 @@ std::string Repeat(std::string_view text, std::size_t count) {
     return all;
 }
 
-std::string Nested(std::size_t depth) {
-    return Repeat("<a>", depth) + Repeat("</a>", depth);
-}
-
-/// Reads `bytes`, and checks that an element can be had just when the document was accepted.
+/// Gives the status of `bytes`, and checks that an element can be had just when the document was accepted.
 long Read(const std::string& bytes) {
     ZYLBasXmlDocument document;
-    EXPECT_EQ(document.ReadString(ZYLString::BuildFromUTF8(kKill.c_str())), S_OK);
+    EXPECT_EQ(document.ReadString(ZYLString::BuildFromUTF8("<a/>")), S_OK);
     const long status = document.ReadBytes(bytes.data(), bytes.size());
     ZYLBasXmlNode root;
     EXPECT_EQ(document.GetDom(root), status == S_OK ? S_OK : long{Status::kNoDocument});
@@ -54,51 +43,54 @@ long Read(const std::string& bytes) {
 }
 
 struct Element {
-    std::string name;
-    std::string value;
-    Attributes attributes;
+    std::string name, value;
+    std::map<std::string, std::string> attributes;
     bool operator==(const Element&) const = default;
 };
 
 Element Root(const ZYLBasXmlDocument& document) {
     ZYLBasXmlNode root;
     EXPECT_EQ(document.GetDom(root), S_OK);
-    ZYLString name;
-    ZYLString value;
+    ZYLString name, value;
     ZYLBasMap<ZYLString, ZYLString> list;
     list[ZYLString::BuildFromUTF8("stale")];
-    EXPECT_EQ(root.GetTagName(name), S_OK);
-    EXPECT_EQ(root.GetValue(value), S_OK);
-    EXPECT_EQ(root.GetAttList(list), S_OK);
-    Attributes attributes;
+    EXPECT_EQ(root.GetTagName(name) | root.GetValue(value) | root.GetAttList(list), S_OK);
+    Element element{name.GetUTF8(), value.GetUTF8(), {}};
     for (auto entry = list.begin(); entry != list.end(); ++entry) {
-        attributes[entry->first.GetUTF8()] = entry->second.GetUTF8();
+        element.attributes[entry->first.GetUTF8()] = entry->second.GetUTF8();
     }
-    return {name.GetUTF8(), value.GetUTF8(), attributes};
+    return element;
 }
 
-TEST(Xml, GivesNameTextAndAttributesOfTheDocumentElement) {
+TEST(Xml, GivesNameTextAndAttributesOfTheDocumentElementAndOpensNothing) {
+    const TemporaryDirectory directory;
+    const std::string file = directory / "r.dtd";
+    std::ofstream(file) << "<!ATTLIST r a CDATA 'from the file'>";
     const struct {
         std::string document;
         Element root;
     } cases[] = {
-        {kKill, {"Kill", "SOFT_KILL", {{"type", "symconst"}}}},
-        {"<r/>", {"r", "", {}}},
+        {"<?xml version='1.0' encoding='utf-8'?><Kill type='symconst'>SOFT_KILL</Kill>",
+         {"Kill", "SOFT_KILL", {{"type", "symconst"}}}},
         {"\uFEFF<!-- c --><?p i?>\n<a:r b='2' a='1'/>\n<!-- c -->", {"a:r", "", {{"a", "1"}, {"b", "2"}}}},
         {"<r> a<![CDATA[<b>&amp;]]>c </r>", {"r", " a<b>&amp;c ", {}}},
         {"<r>one<c x='y'>inner<d/>text</c>two<!-- no --><?no no?></r>", {"r", "onetwo", {}}},
         {"<r a='&lt;&#xE9;'>&amp;&#x1F600;&quot;</r>", {"r", "&\U0001F600\"", {{"a", "<\u00e9"}}}},
         {"<r>1\r\n2\r3\n</r>", {"r", "1\n2\n3\n", {}}},
         {"<\u00e9l\u00e9ment/>", {"\u00e9l\u00e9ment", "", {}}},
-        {"<?xml version='1.0' encoding='iso-8859-1'?><r>\u00e9</r>", {"r", "\u00e9", {}}},
-        {"<?xml version='1.0' encoding='EBCDIC'?><r/>", {"r", "", {}}},
+        {"<?xml version='1.0' encoding='iso-8859-1'?><r>\xE9</r>", {"r", "\u00e9", {}}},
         {"<!DOCTYPE r [<!ATTLIST r a CDATA 'x'>]><r b='y'/>", {"r", "", {{"b", "y"}}}},
+        {"<!DOCTYPE r SYSTEM '" + file + "'><r/>", {"r", "", {}}},
     };
+    ZYLBasXmlDocument document;
     for (const auto& [text, root] : cases) {
-        SCOPED_TRACE(text);
-        ZYLBasXmlDocument document;
-        ASSERT_EQ(document.ReadString(ZYLString::BuildFromUTF8(text.c_str())), S_OK);
-        EXPECT_EQ(Root(document), root);
+        EXPECT_EQ(document.ReadBytes(text.data(), text.size()), S_OK) << text;
+        EXPECT_EQ(Root(document), root) << text;
+    }
+    for (const std::string encoding : {"iso-8859-1", "EBCDIC"}) {
+        const std::string text = "<?xml version='1.0' encoding='" + encoding + "'?><r>\u00e9</r>";
+        EXPECT_EQ(document.ReadString(ZYLString::BuildFromUTF8(text.c_str())), S_OK);
+        EXPECT_EQ(Root(document).value, "\u00e9") << "a text is UTF-8";
     }
 }
 
@@ -107,7 +99,7 @@ TEST(Xml, ReadsUtf16OfEitherByteOrder) {
         const std::string bytes = Utf16(
             u"<?xml version='1.0' encoding='UTF-16'?><\u00e9 a='\u2192'>\U0001F600</\u00e9>", bigEndian);
         ZYLBasXmlDocument document;
-        ASSERT_EQ(document.ReadBytes(bytes.data(), bytes.size()), S_OK);
+        EXPECT_EQ(document.ReadBytes(bytes.data(), bytes.size()), S_OK);
         EXPECT_EQ(Root(document), (Element{"\u00e9", "\U0001F600", {{"a", "\u2192"}}}));
         for (std::size_t length = 0; length < bytes.size(); ++length) {
             EXPECT_EQ(Read(bytes.substr(0, length)), Status::kNotWellFormed) << length;
@@ -124,7 +116,6 @@ TEST(Xml, AnswersHostileInputWithAStatus) {
         Status status;
     } cases[] = {
         {"UTF-16 without byte order mark", Utf16(u"<a/>", false).substr(2), Status::kOk},
-        {"Latin-1, as declared", "<?xml version='1.0' encoding='iso-8859-1'?><r>\xE9</r>", Status::kOk},
         {"two roots", "<a/><b/>", Status::kNotWellFormed},
         {"NUL in the text", "<a>\0</a>"s, Status::kNotWellFormed},
         {"NUL behind the root", "<a/>\0"s, Status::kNotWellFormed},
@@ -139,8 +130,8 @@ TEST(Xml, AnswersHostileInputWithAStatus) {
         {"external entity", "<!DOCTYPE r [<!ENTITY e SYSTEM 'file:///etc/passwd'>]><r>&e;</r>",
          Status::kEntityRefused},
         {"entity declared elsewhere", "<!DOCTYPE r SYSTEM 'r.dtd'><r>&e;</r>", Status::kEntityRefused},
-        {"deepest", Nested(maxDepth), Status::kOk},
-        {"too deep", Nested(maxDepth + 1), Status::kTooDeep},
+        {"deepest", Repeat("<a>", maxDepth) + Repeat("</a>", maxDepth), Status::kOk},
+        {"too deep", Repeat("<a>", maxDepth + 1) + Repeat("</a>", maxDepth + 1), Status::kTooDeep},
         {"much too deep, never closed", Repeat("<a>", 5'000'000), Status::kTooDeep},
         {"largest", "<a/>" + std::string(maxSize - 4, ' '), Status::kOk},
         {"too large", "<a/>" + std::string(maxSize - 3, ' '), Status::kTooLarge},
@@ -163,30 +154,19 @@ TEST(Xml, SurvivesEveryChangedByteAndRefusesEveryCutOffDocument) {
     }
 }
 
-TEST(Xml, NeverOpensWhatADocumentPointsTo) {
-    const TemporaryDirectory directory;
-    const std::string file = directory / "r.dtd";
-    std::ofstream(file) << "<!ATTLIST r a CDATA 'from the file'>";
-    const std::string text = "<!DOCTYPE r SYSTEM '" + file + "'><r/>";
-    ZYLBasXmlDocument document;
-    ASSERT_EQ(document.ReadString(ZYLString::BuildFromUTF8(text.c_str())), S_OK);
-    EXPECT_EQ(Root(document), (Element{"r", "", {}}));
-}
-
 TEST(Xml, AnswersExhaustedMemoryWithAStatus) {
     const std::string text = "<a-name-that-needs-an-allocation b='1' c='2'>" + std::string(1000, 'x') +
                              "</a-name-that-needs-an-allocation>";
     ZYLBasXmlDocument document;
     int allowed = 0;
-    long status = S_OK;
-    do {
+    for (long status = Status::kOutOfMemory; status != S_OK;) {
         AllocationFaults::FailAt(++allowed);
         status = document.ReadBytes(text.data(), text.size());
         AllocationFaults::FailAt(0);
         ZYLBasXmlNode root;
         EXPECT_EQ(document.GetDom(root), status == S_OK ? S_OK : long{Status::kNoDocument});
-    } while (status == Status::kOutOfMemory);
-    EXPECT_EQ(status, S_OK);
+        ASSERT_TRUE(status == S_OK || status == Status::kOutOfMemory);
+    }
     EXPECT_GT(allowed, 5);
 }
 
