@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include "FakeBackbone.h"
+#include "FatalErrors.h"
 #include "ZYLMsgBBAPI.h"
 #include "ZYLMsgBBCallbackManager.h"
 #include "ZYLMsgBBDisconnectHandler.h"
@@ -8,79 +9,67 @@
 #include "ZYLMsgStringType.h"
 
 using testing::ElementsAre;
-using testing::MatchesRegex;
 
 namespace {
 
-class Bridge : public testing::Test {
-  public:
-    Bridge() { FakeBackbone::Get() = {}; }
-    ~Bridge() override {
-        ZYLMsgBBCallbackManager emptiesTheRegistries;
-        ZYLMsgBBCallbackManager::SetMessageID("");
-    }
-
-  protected:
-    FakeBackbone& m_backbone = FakeBackbone::Get();
+struct Receiver : ZYLMsgBBMessageHandler {
+    void HandleMessage(const ZYLMsgBBMessage&, const char* id) override { s_id = id; }
+    static inline std::string s_id;
 };
 
-TEST_F(Bridge, ForwardsItsArgumentsUnchanged) {
-    m_backbone.nextCommunicator = 7;
+struct Watcher : ZYLMsgBBDisconnectHandler {
+    void DetectDisconnection(int pid, const char* app, const char* host, const char* user) const override {
+        s_lost = std::to_string(pid) + app + host + user;
+    }
+    static inline std::string s_lost;
+};
+
+TEST(Bridge, ForwardsItsArgumentsUnchanged) {
+    FakeBackbone& backbone = FakeBackbone::Get();
+    backbone.nextCommunicator = 7;
     int communicator = 0;
     ZYLMsgBBAPI::RegisterCommunicator("job", communicator);
     EXPECT_EQ(communicator, 7);
     ZYLMsgBBAPI::DeclareApplicationId(7, "solver", true);
     ZYLMsgBBAPI::DeclareApplicationId(8, nullptr, false);
-    ZYLMsgBBAPI::EnableReceiveHandling(7, "solver");
-    ZYLMsgBBAPI::EnableReceiveHandling(7, nullptr);
-    testing::internal::CaptureStderr();
-    ZYLMsgBBAPI::EnableDisconnectHandling(7, "monitor");
-    EXPECT_THAT(
-        testing::internal::GetCapturedStderr(),
-        MatchesRegex("ZYLMsgModules: application 'monitor' .*AssociateDisconnectHandler before .*\n"));
-    const ZYLMsgBBCallbackManager manager;
-    ZYLMsgBBAPI::AssociateHandler(&manager);
-    ZYLMsgBBAPI::AssociateHandler(nullptr);
+    const ZYLMsgBBCallbackManager emptiesTheRegistries;
+    ZYLMsgBBAPI::AssociateHandler(&emptiesTheRegistries);
     int condition = 0;
     ZYLMsgBBAPI::WaitingLoop(3, -1, condition);
     ZYLMsgBBAPI::BBSysLoopWait(condition, 250);
     ZYLMsgBBCallbackManager::SetMessageID("p\xc3\xa9");
     ZYLMsgBBAPI::SendRequest(2, nullptr, ZYLMsgStringType());
-    EXPECT_THAT(m_backbone.sent,
+    EXPECT_THAT(backbone.sent,
                 ElementsAre(FakeBackbone::Message{2, "", "ZYLMsgStringType", {"\3\0\0\0p\xc3\xa9", 7}}));
-    EXPECT_THAT(m_backbone.calls,
-                ElementsAre("RegisterCommunicator(job)", "DeclareApplicationId(7, solver, true)",
-                            "DeclareApplicationId(8, , false)", "AssociateHandler(7, solver)",
-                            "AssociateHandler(7, )", "AssociateDisconnectHandler(7, monitor)",
-                            "WaitingLoop(3, -1)", "BBSysLoopWait(250)"));
-}
 
-TEST_F(Bridge, HandsMessagesAndLossesToTheHandlers) {
-    struct Receiver : ZYLMsgBBMessageHandler {
-        explicit Receiver(std::string& id) : m_id(id) {}
-        void HandleMessage(const ZYLMsgBBMessage&, const char* id) override { m_id = id; }
-        std::string& m_id;
-    };
-    struct Watcher : ZYLMsgBBDisconnectHandler {
-        void DetectDisconnection(int pid, const char* app, const char* host,
-                                 const char* user) const override {
-            m_lost = std::to_string(pid) + app + host + user;
-        }
-        mutable std::string m_lost;
-    };
-    std::string id;
-    ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(new ZYLMsgStringType, new Receiver(id));
-    Watcher watcher;
+    ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(new ZYLMsgStringType, new Receiver);
+    ZYLMsgBBAPI::EnableReceiveHandling(7, nullptr);
+    backbone.receive("ZYLMsgStringType", "\3\0\0\0jobx", 8);
+    EXPECT_EQ(Receiver::s_id, "job");
+
+    const std::string remedy =
+        "call ZYLMsgBBCallbackManager::AssociateDisconnectHandler before "
+        "ZYLMsgBBAPI::EnableDisconnectHandling\n";
+    EXPECT_EQ(
+        FatalErrorOf([] { ZYLMsgBBAPI::EnableDisconnectHandling(7, "monitor"); }),
+        "ZYLMsgModules: application 'monitor' enables disconnect handling without a disconnect handler, so "
+        "the first lost peer ends this process: " +
+            remedy);
+    EXPECT_EQ(FatalErrorOf([&] { backbone.disconnect(1, "a", "h", "u"); }),
+              "ZYLMsgModules: nobody handles the loss of application 'a': " + remedy +
+                  Failed("m_disconnectHandler != 0", "Backbone.m/src/ZYLMsgBBCallbackManager"));
+    const Watcher watcher;
     ZYLMsgBBCallbackManager::AssociateDisconnectHandler(&watcher);
-    ZYLMsgBBAPI::EnableReceiveHandling(1, "solver");
-    testing::internal::CaptureStderr();
-    ZYLMsgBBAPI::EnableDisconnectHandling(1, "solver");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    m_backbone.receive("ZYLMsgStringType", "\3\0\0\0jobx", 8);
-    m_backbone.disconnect(12, "-a", "-h", "-u");
+    EXPECT_EQ(FatalErrorOf([] { ZYLMsgBBAPI::EnableDisconnectHandling(7, nullptr); }), "");
+    backbone.disconnect(-12, "-a", nullptr, "-u");
+    EXPECT_EQ(Watcher::s_lost, "-12-a-u");
+    EXPECT_THAT(backbone.calls,
+                ElementsAre("RegisterCommunicator(job)", "DeclareApplicationId(7, solver, true)",
+                            "DeclareApplicationId(8, , false)", "WaitingLoop(3, -1)", "BBSysLoopWait(250)",
+                            "AssociateHandler(7, )", "AssociateDisconnectHandler(7, monitor)",
+                            "AssociateDisconnectHandler(7, )"));
     ZYLMsgBBCallbackManager::AssociateDisconnectHandler(nullptr);
-    EXPECT_EQ(id, "job");
-    EXPECT_EQ(watcher.m_lost, "12-a-h-u");
+    ZYLMsgBBCallbackManager::SetMessageID("");
 }
 
 }  // namespace

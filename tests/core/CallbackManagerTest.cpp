@@ -9,11 +9,11 @@
 #include <vector>
 
 #include "../foundation/AllocationFaults.h"
-#include "ExpectFatal.h"
+#include "FatalErrors.h"
 #include "MemoryStream.h"
 #include "MessageBytes.h"
 #include "QORFatalError.h"
-#include "ZYLMsgBBDisconnectHandler.h"
+#include "QORText.h"
 #include "ZYLMsgBBMessage.h"
 #include "ZYLMsgBBMessageHandler.h"
 
@@ -23,8 +23,10 @@ using Manager = ZYLMsgBBCallbackManager;
 
 namespace {
 
-const std::string kSource = "ZYLMsgFeaMessaging/ZYLMsgBackbone.m/src/ZYLMsgBBCallbackManager";
-const std::string kReader = "ZYLMsgFeaMessaging/ZYLMsgBackbone.m/src/ZYLMsgWireReader";
+/// What FatalErrorOf gives for a check of the manager.
+std::string FailedCheck(const std::string& check) {
+    return Failed(check, "Backbone.m/src/ZYLMsgBBCallbackManager");
+}
 
 std::vector<std::string> g_events;
 
@@ -36,16 +38,14 @@ class Probe : public ZYLMsgBBMessage {
     ~Probe() override { g_events.push_back("delete "s + Type() + m_body); }
     int RequiredBufferSize() const override { return static_cast<int>(m_body.size()); }
     void Stream(void* buffer, int size) const override {
-        if (size < RequiredBufferSize()) {
-            QORFatalError("AssertionFailed:the probe's own", nullptr, nullptr, nullptr, "Probe", __LINE__);
-        }
+        ASSERT_GE(size, RequiredBufferSize());
         m_body.copy(static_cast<char*>(buffer), m_body.size());
     }
     void Unstream(const void* buffer, int size) override {
         m_body.assign(static_cast<const char*>(buffer), static_cast<std::size_t>(size));
         g_events.push_back("unstream " + m_body);
         if (m_body == "bad") {
-            QORFatalError("AssertionFailed:bad body", nullptr, nullptr, nullptr, "Probe", __LINE__);
+            QORFatalError("bad body", nullptr, nullptr, nullptr, "Probe", __LINE__);
         }
     }
     Probe* Clone() const override {
@@ -78,7 +78,6 @@ class CallbackManager : public testing::Test {
     ~CallbackManager() override {
         EmptyTheRegistries();
         Manager::AppendMessageToSend(nullptr);
-        Manager::AssociateDisconnectHandler(nullptr);
         Manager::SetMessageID("");
         g_events.clear();
     }
@@ -95,60 +94,46 @@ class CallbackManager : public testing::Test {
     }
 };
 
-TEST_F(CallbackManager, MessagesAreKnownAndPrintedByTheBytesOfTheirType) {
-    EXPECT_TRUE(Probe("Abc").SameType(Probe("Abc")));
-    EXPECT_FALSE(Probe("Abc").SameType(Probe("abc")) || Probe("Abc").SameType(Probe("Ab")));
-    MemoryStream out;
-    Probe("T").Print(out.Get(), nullptr);
-    EXPECT_EQ(out.Flushed(), "");
-    EXPECT_EQ(out.Text(), "Message Type: T\n");
-}
-
 TEST_F(CallbackManager, WritesLengthIdentifierAndBodyOfTheLatestMessage) {
     const Probe earlier("S", "earlier"), message("T", "0123456789");
+    EXPECT_TRUE(message.SameType(Probe("T")) && !message.SameType(Probe("t")));
+    MemoryStream out;
+    message.Print(out.Get(), nullptr);
+    EXPECT_EQ(out.Text(), "Message Type: T\n");
     Manager::AppendMessageToSend(&earlier);
     EXPECT_EQ(Pending(), "\0\0\0\0earlier"s);
     Manager::SetMessageID("p\xc3\xa9");
     Manager::AppendMessageToSend(&message);
-    EXPECT_EQ(Pending(),
-              "\3\0\0\0p\xc3\xa9"
-              "0123456789"s);
+    EXPECT_EQ(Pending(), "\3\0\0\0p\xc3\xa9"s + "0123456789");
     EXPECT_STREQ(Manager::TypeOfPendingMessage(), "T");
     Manager::SetMessageID(nullptr);
-    EXPECT_EQ(Pending(),
-              "\0\0\0\0"
-              "0123456789"s);
+    EXPECT_EQ(Pending(), "\0\0\0\0"s + "0123456789");
 }
 
 TEST_F(CallbackManager, RefusesToSendWhatIsNotThereOrDoesNotFit) {
     char buffer[16];
-    const std::string none = "m_messageToSend != 0";
-    EXPECT_FATAL(Manager::TypeOfPendingMessage(), none, kSource);
-    EXPECT_FATAL(Manager::RequiredBufferSizeOfPendingMessage(), none, kSource);
-    EXPECT_FATAL(Manager::StreamPendingMessage(buffer, 16), none, kSource);
-
+    const std::string none = FailedCheck("m_messageToSend != 0");
+    EXPECT_EQ(FatalErrorOf([] { Manager::TypeOfPendingMessage(); }), none);
+    EXPECT_EQ(FatalErrorOf([] { Manager::RequiredBufferSizeOfPendingMessage(); }), none);
+    EXPECT_EQ(FatalErrorOf([&] { Manager::StreamPendingMessage(buffer, 16); }), none);
     Manager::SetMessageID("prog");
-    const Probe message("T", "body");
-    Manager::AppendMessageToSend(&message);
-    EXPECT_FATAL(Manager::StreamPendingMessage(buffer, 11), "the probe's own", "Probe");
-    EXPECT_FATAL(Manager::StreamPendingMessage(nullptr, 7), "size >= head", kSource);
-    EXPECT_FATAL(Manager::StreamPendingMessage(nullptr, INT_MIN), "size >= head", kSource);
-
+    for (const int size : {7, INT_MIN}) {
+        EXPECT_EQ(FatalErrorOf([&] { Manager::StreamPendingMessage(nullptr, size); }),
+                  FailedCheck("size >= head"));
+    }
     struct Announcing : Probe {
         Announcing() : Probe("T") {}
         int RequiredBufferSize() const override { return m_size; }
-        int m_size = INT_MAX - 7;
+        int m_size = INT_MAX - 8;
     } announcing;
     Manager::AppendMessageToSend(&announcing);
-    const std::string line = "ZYLMsgModules: the message of type 'T' announces a body of ";
-    EXPECT_DEATH(Manager::RequiredBufferSizeOfPendingMessage(),
-                 line + "2147483640 bytes; .*0 to 2147483639\n.*total <= INT_MAX");
-    announcing.m_size = -1;
-    EXPECT_DEATH(Manager::RequiredBufferSizeOfPendingMessage(),
-                 line + "-1 bytes; .*0 to 2147483639\n.*bodySize >= 0");
-    announcing.m_size = INT_MAX - 7;
-    Manager::SetMessageID("abc");
     EXPECT_EQ(Manager::RequiredBufferSizeOfPendingMessage(), INT_MAX);
+    for (const auto& [size, check] : {std::pair(INT_MAX - 7, "total <= INT_MAX"), {-1, "bodySize >= 0"}}) {
+        announcing.m_size = size;
+        EXPECT_EQ(FatalErrorOf([] { Manager::RequiredBufferSizeOfPendingMessage(); }),
+                  "ZYLMsgModules: the message of type 'T' announces a body of " + std::to_string(size) +
+                      " bytes; its RequiredBufferSize() may give 0 to 2147483639\n" + FailedCheck(check));
+    }
 }
 
 TEST_F(CallbackManager, DispatchesAFreshCloneAndDeletesItAlsoWithinAHandler) {
@@ -160,20 +145,32 @@ TEST_F(CallbackManager, DispatchesAFreshCloneAndDeletesItAlsoWithinAHandler) {
     EXPECT_THAT(g_events, ElementsAre("clone A", "unstream outer", "clone B", "unstream inner",
                                       "b handles inner from me", "delete Binner", "a handles outer from you",
                                       "delete Aouter"));
-    g_events.clear();
-    Receive("B", "\0\0\0\0"s);
-    EXPECT_THAT(g_events, ElementsAre("clone B", "unstream ", "b handles  from ", "delete B"));
 }
 
-TEST_F(CallbackManager, RefusesBadRegistrations) {
-    EXPECT_FATAL(Manager::AdoptPrototypeAndHandler(nullptr, nullptr), "proto != NULL", kSource);
-    Manager::AdoptPrototypeAndHandler(new Probe("A"), new Recorder("a"));
-    Probe again("A");
-    EXPECT_DEATH(Manager::AdoptPrototypeAndHandler(&again, nullptr),
-                 "ZYLMsgModules: .* 'A' is registered already.*\n.*:!m_protos.IsMember\\(type\\)");
-    Probe half("B");
-    Manager::m_handlers.InsertUnlessMember("B", nullptr);
-    EXPECT_FATAL(Manager::AdoptPrototypeAndHandler(&half, nullptr), "!m_handlers.IsMember(type)", kSource);
+TEST_F(CallbackManager, KnowsWhatIsRegisteredAndRefusesBadRegistrations) {
+    auto* const handler = new Recorder("a");
+    Manager::AdoptPrototypeAndHandler(new Probe("A"), handler);
+    Manager::AdoptPrototypeAndHandler(new Probe("B"), nullptr);
+    Manager::m_protos.InsertUnlessMember("half", new Probe(""));
+    Manager::m_handlers.InsertUnlessMember("other half", nullptr);
+    EXPECT_TRUE(Manager::IsMessageTypeHandled("A") && Manager::IsMessageTypeHandled("B"));
+    EXPECT_FALSE(Manager::IsMessageTypeHandled("half") || Manager::IsMessageTypeHandled("a"));
+    Manager manager;
+    EXPECT_EQ(manager.GetHandler("A"), handler);
+    EXPECT_EQ(manager.GetHandler("B"), nullptr);
+    Probe again("A"), half("other half");
+    const std::pair<std::function<void()>, const char*> cases[] = {
+        {[&] { manager.GetHandler("unknown"); }, "m_protos.IsMember(type)"},
+        {[&] { manager.GetHandler("half"); }, "m_handlers.IsMember(type)"},
+        {[] { Manager::AdoptPrototypeAndHandler(nullptr, nullptr); }, "proto != NULL"},
+        {[&] { Manager::AdoptPrototypeAndHandler(&again, nullptr); }, "!m_protos.IsMember(type)"},
+        {[&] { Manager::AdoptPrototypeAndHandler(&half, nullptr); }, "!m_handlers.IsMember(type)"},
+    };
+    for (const auto& [action, check] : cases) {
+        EXPECT_THAT(FatalErrorOf(action), testing::EndsWith(FailedCheck(check)));
+    }
+    EXPECT_THAT(FatalErrorOf(cases[3].first),
+                testing::StartsWith("ZYLMsgModules: the message type 'A' is registered already: "));
 }
 
 TEST_F(CallbackManager, RegistersNothingWhenMemoryEndsHalfway) {
@@ -194,69 +191,44 @@ TEST_F(CallbackManager, RegistersNothingWhenMemoryEndsHalfway) {
     EXPECT_TRUE(Manager::IsMessageTypeHandled("A"));
 }
 
-TEST_F(CallbackManager, NamesTypeAndSenderOfWhatNobodyHandles) {
-    Manager::AdoptPrototypeAndHandler(new Probe("null handler"), nullptr);
-    const std::string remedy =
-        ": register a prototype and a handler .*before ZYLMsgBBAPI::EnableReceiveHandling\n";
-    struct {
-        const char* type;
-        std::string envelope, said;
-    } const cases[] = {
-        {"T\n", "\3\0\0\0job"s, "'T.x0a' that came from 'job'"},
-        {"null handler", "\3\0\0\0job"s, "'null handler' that came from 'job'"},
-        {nullptr, "\5\0\0\0\x1b\xc2\x9bx\0body"s, "'' that came from '.x1b.xc2.x9bx.x00'"},
-        {"T", "\xc8\0\0\0"s + std::string(200, 'x'), "'T' that came from 'x{120}\\.\\.\\.'"},
-        {"T", "\0\0\0\0"s, "'T' that came from a sender without an identifier"},
-        {"T", "\4\0\0\0job"s, "'T' that came from a sender whose identifier cannot be read"},
-        {"T", "\xff\xff\xff\xff"s, "'T' that came from a sender whose identifier cannot be read"},
-        {"T", "\3\0"s, "'T' that came from a sender whose identifier cannot be read"},
-    };
-    for (const auto& c : cases) {
-        const HeapBytes buffer(c.envelope);
-        EXPECT_DEATH(Manager::HandleMessage(c.type, buffer.Get(), buffer.Size()), c.said + remedy);
-    }
-}
-
-TEST_F(CallbackManager, ChecksInItsOrder) {
-    const std::string noEnvelope, good = "\0\0\0\0ok"s;
+TEST_F(CallbackManager, RefusesInItsOrderAndNamesTypeAndSenderOfWhatNobodyHandles) {
+    const std::string noEnvelope, job = "\3\0\0\0job"s,
+                                  unreadable = "a sender whose identifier cannot be read";
     Manager::m_protos.InsertUnlessMember("no handler entry", new Probe(""));
     Manager::m_protos.InsertUnlessMember("null proto", nullptr);
-    Manager::m_handlers.InsertUnlessMember("null proto", new Recorder("n"));
-    Manager::m_handlers.InsertUnlessMember("no proto entry", new Recorder("p"));
+    Manager::m_handlers.InsertUnlessMember("null proto", nullptr);
+    Manager::m_handlers.InsertUnlessMember("no proto entry", nullptr);
     Manager::AdoptPrototypeAndHandler(new Probe("null clone", "sterile"), nullptr);
     Manager::AdoptPrototypeAndHandler(new Probe("null handler"), nullptr);
-    struct {
-        std::string type, bytes, message, source;
-    } const cases[] = {
-        {"unknown", noEnvelope, "m_protos.IsMember(type)", kSource},
-        {"no proto entry", noEnvelope, "m_protos.IsMember(type)", kSource},
-        {"no handler entry", noEnvelope, "m_handlers.IsMember(type)", kSource},
-        {"null proto", noEnvelope, "proto != NULL", kSource},
-        {"null clone", noEnvelope, "identifier length: 4 bytes needed, 0 bytes left", kReader},
-        {"null clone", "\3\0\0\0ab"s, "identifier: 3 bytes needed, 2 bytes left", kReader},
-        {"null clone", "\xff\xff\xff\xff"s, "identifier: -1 bytes needed, 0 bytes left", kReader},
-        {"null clone", good, "msg != NULL", kSource},
-        {"null handler", "\0\0\0\0bad"s, "bad body", "Probe"},
-        {"null handler", good, "handler != NULL", kSource},
+    const std::string noProto = FailedCheck("m_protos.IsMember(type)");
+    const struct {
+        const char* type;
+        std::string bytes, sender, error;
+    } cases[] = {
+        {"T\n", job, "'job'", noProto},
+        {nullptr, "\5\0\0\0\x1b\xc2\x9bx\0body"s, "'\\x1b\\xc2\\x9bx\\x00'", noProto},
+        {"T", "\xc8\0\0\0"s + std::string(200, 'x'), "'" + std::string(120, 'x') + "...'", noProto},
+        {"T", "\0\0\0\0"s, "a sender without an identifier", noProto},
+        {"T", "\4\0\0\0job"s, unreadable, noProto},
+        {"T", "\xff\xff\xff\xff"s, unreadable, noProto},
+        {"no proto entry", noEnvelope, unreadable, noProto},
+        {"no handler entry", noEnvelope, unreadable, FailedCheck("m_handlers.IsMember(type)")},
+        {"null proto", noEnvelope, "", FailedCheck("proto != NULL")},
+        {"null clone", "\3\0\0\0ab"s, "",
+         Failed("identifier: 3 bytes needed, 2 bytes left", "Backbone.m/src/ZYLMsgWireReader")},
+        {"null clone", job, "", FailedCheck("msg != NULL")},
+        {"null handler", "\0\0\0\0bad"s, "", "bad body (Probe)"},
+        {"null handler", job, "'job'", FailedCheck("handler != NULL")},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.type);
-        EXPECT_FATAL(Receive(c.type, c.bytes), c.message, c.source);
+    for (const auto& [type, bytes, sender, error] : cases) {
+        const HeapBytes buffer(bytes);
+        const std::string line =
+            FatalErrorOf([&, name = type] { Manager::HandleMessage(name, buffer.Get(), buffer.Size()); });
+        const std::string said = "ZYLMsgModules: nobody handles the message of type " +
+                                 QORText::Quoted(QORText::OrEmpty(type)) + " that came from " + sender +
+                                 ": register a prototype and a handler ";
+        EXPECT_TRUE(line.starts_with(sender.empty() ? error : said) && line.ends_with(error)) << line;
     }
-}
-
-TEST_F(CallbackManager, KnowsWhatIsRegistered) {
-    auto* const handler = new Recorder("a");
-    Manager::AdoptPrototypeAndHandler(new Probe("A"), handler);
-    Manager::AdoptPrototypeAndHandler(new Probe("B"), nullptr);
-    Manager::m_protos.InsertUnlessMember("half", new Probe(""));
-    EXPECT_TRUE(Manager::IsMessageTypeHandled("A") && Manager::IsMessageTypeHandled("B"));
-    EXPECT_FALSE(Manager::IsMessageTypeHandled("half") || Manager::IsMessageTypeHandled("a"));
-    Manager manager;
-    EXPECT_EQ(manager.GetHandler("A"), handler);
-    EXPECT_EQ(manager.GetHandler("B"), nullptr);
-    EXPECT_FATAL(manager.GetHandler("unknown"), "m_protos.IsMember(type)", kSource);
-    EXPECT_FATAL(manager.GetHandler("half"), "m_handlers.IsMember(type)", kSource);
 }
 
 TEST_F(CallbackManager, DestructionDeletesPrototypesThenHandlersInKeyOrder) {
@@ -273,27 +245,10 @@ TEST_F(CallbackManager, DestructionDeletesPrototypesThenHandlersInKeyOrder) {
                                       "delete handler b", "delete handler c"));
     EXPECT_FALSE(Manager::IsMessageTypeHandled("a"));
     EXPECT_STREQ(Manager::TypeOfPendingMessage(), "P");
-    EXPECT_FATAL(Receive("c", "\0\0\0\0"s), "m_protos.IsMember(type)", kSource);
     Manager::AdoptPrototypeAndHandler(new Probe("c"), new Recorder("new"));
     g_events.clear();
     Receive("c", "\0\0\0\0"s);
     EXPECT_THAT(g_events, ElementsAre("clone c", "unstream ", "new handles  from ", "delete c"));
-}
-
-TEST_F(CallbackManager, HandsLossesToTheLatestDisconnectHandler) {
-    struct Watcher : ZYLMsgBBDisconnectHandler {
-        void DetectDisconnection(int pid, const char* app, const char* host,
-                                 const char* user) const override {
-            g_events.push_back(std::to_string(pid) + " " + app + " " + host + " " + user);
-        }
-    } const watcher;
-    EXPECT_DEATH(Manager::Disconnection(1, "a", "h", "u"),
-                 "loss of application 'a': .*AssociateDisconnectHandler.*\n.*:m_disconnectHandler != 0");
-    Manager::AssociateDisconnectHandler(nullptr);
-    Manager::AssociateDisconnectHandler(&watcher);
-    Manager::Disconnection(-7, "app", "host", "user");
-    Manager::Disconnection(1, nullptr, nullptr, nullptr);
-    EXPECT_THAT(g_events, ElementsAre("-7 app host user", "1   "));
 }
 
 }  // namespace

@@ -1,32 +1,41 @@
-// What all message classes have in common, one row each: bytes, printed text, copies, refusals.
 #include <gmock/gmock.h>
 
 #include <climits>
 #include <functional>
 #include <memory>
 
-#include "ExpectFatal.h"
+#include "FatalErrors.h"
 #include "MemoryStream.h"
 #include "MessageBytes.h"
 #include "ZYLMsgAnalysisMessageType.h"
-#include "ZYLMsgAnalysisState.h"
 #include "ZYLMsgFileTransferType.h"
+#include "ZYLMsgProcessControlEncoder.h"
 #include "ZYLMsgProcessControlType.h"
 #include "ZYLMsgProcessControlTypeFactory.h"
+#include "ZYLMsgStreamUtils.h"
 #include "ZYLMsgStringType.h"
+#include "ZYLSimRpm_Swapper.h"
 
 using namespace std::string_literals;
 
 namespace {
 
+using Analysis = ZYLMsgAnalysisMessageType;
+using Control = ZYLMsgProcessControlType;
+using Encoder = ZYLMsgProcessControlEncoder;
 using Owner = std::unique_ptr<ZYLMsgBBMessage>;
 
 std::string Zeros(std::size_t count) {
     return std::string(count, '\0');
 }
 
-ZYLString Text(const char* text) {
-    return ZYLString::BuildFromUTF8(text);
+ZYLString Text(const std::string& text) {
+    return ZYLString::BuildFromUTF8(text.c_str());
+}
+
+/// A body that carries `document`, which is shorter than 256 bytes.
+std::string Body(const std::string& document) {
+    return std::string(1, static_cast<char>(document.size())) + "\0\0\0"s + document;
 }
 
 Owner String(const char* data, int size) {
@@ -35,88 +44,72 @@ Owner String(const char* data, int size) {
     return message;
 }
 
-Owner FileTransfer(const std::function<void(ZYLMsgFileTransferData&)>& fill) {
+Owner FileChunk() {
     auto message = std::make_unique<ZYLMsgFileTransferType>();
-    fill(message->Data());
+    ZYLMsgFileTransferData& data = message->Data();
+    data.m_dataType = FILE_TRANSFER_CHUNK;
+    data.m_chunkId = 1;
+    data.m_chunkSize = 3;
+    data.m_chunk = "ABC";
     return message;
 }
 
 Owner FileRequest() {
-    return FileTransfer([](ZYLMsgFileTransferData& data) {
-        data.m_dataType = FILE_TRANSFER_SEND_REQUEST;
-        data.m_chunkId = -1;
-        int number = 1;
-        for (ZYLString* text :
-             {&data.m_sourceApplication, &data.m_sourceBaseDir, &data.m_sourceJobDir, &data.m_sourceFileName,
-              &data.m_targetApplication, &data.m_targetBaseDir, &data.m_targetJobDir}) {
-            *text = Text(std::to_string(number++).c_str());
-        }
-        data.m_targetFileName = Text("\xc3\xa9");
-    });
-}
-
-struct Row {
-    const char* type;
-    Owner message;
-    std::string body, printed;
-    bool isCloneEmpty;
-};
-
-std::vector<Row> Rows() {
-    const std::string soft =
-        "<?xml version=\"1.0\" encoding=\"utf-8\"?><Kill type=\"symconst\">SOFT_KILL</Kill>";
-    const std::string string = "ZYLMsgStringType\n#    size: ",
-                      transfer = "ZYLMsgFileTransferType\n#    DataType: ";
-    std::vector<Row> rows;
-    rows.push_back({"ZYLMsgStringType", String("", 0), "", "# Message Type: " + string + "0\n", true});
-    rows.push_back({"ZYLMsgStringType", String("a\0b", 3), "a\0b"s,
-                    "# Message Type: " + string + "3\n#    data[0]: a\n#    data[2]: b\n", true});
-    rows.push_back({"ZYLMsgFileTransferType", std::make_unique<ZYLMsgFileTransferType>(), Zeros(44),
-                    "# Message Type: " + transfer + "0\n", true});
-    rows.push_back({"ZYLMsgFileTransferType", FileTransfer([](ZYLMsgFileTransferData& data) {
-                        data.m_dataType = FILE_TRANSFER_CHUNK;
-                        data.m_chunkId = 1;
-                        data.m_chunkSize = 3;
-                        data.m_chunk = "ABC";
-                    }),
-                    "\3\0\0\0"s + Zeros(32) + "\1\0\0\0\3\0\0\0ABC"s, "# Message Type: " + transfer + "3\n",
-                    true});
-    rows.push_back({"ZYLMsgFileTransferType", FileRequest(),
-                    "\1\0\0\0\1\0\0\0001\1\0\0\0002\1\0\0\0003\1\0\0\0004\1\0\0\0005\1\0\0\0006\1\0\0\0007\2"
-                    "\0\0\0\xc3\xa9"
-                    "\xff\xff\xff\xff\0\0\0\0"s,
-                    "# Message Type: " + transfer + "1\n", true});
-    rows.push_back({"ZYLMsgAnalysisMessageType",
-                    std::make_unique<ZYLMsgAnalysisMessageType>(Text("<\xc3\xa9>%s</\xc3\xa9>")),
-                    "\13\0\0\0<\xc3\xa9>%s</\xc3\xa9>"s,
-                    "Analysis Message Prefix# \n<\xc3\xa9>%s</\xc3\xa9>\n", false});
-    rows.push_back({"ZYLMsgProcessControlType",
-                    Owner(ZYLMsgProcessControlTypeFactory::CreateSoftKillMsg()->Clone()),
-                    "\x4c\0\0\0"s + soft,
-                    "# Message Type: ZYLMsgProcessControlType\n#    Content: " + soft + "\n", false});
-    return rows;
+    auto message = std::make_unique<ZYLMsgFileTransferType>();
+    ZYLMsgFileTransferData& data = message->Data();
+    data.m_dataType = FILE_TRANSFER_SEND_REQUEST;
+    data.m_chunkId = -1;
+    int number = 0;
+    for (ZYLString* text :
+         {&data.m_sourceApplication, &data.m_sourceBaseDir, &data.m_sourceJobDir, &data.m_sourceFileName,
+          &data.m_targetApplication, &data.m_targetBaseDir, &data.m_targetJobDir}) {
+        *text = Text(std::to_string(++number));
+    }
+    data.m_targetFileName = Text("\xc3\xa9");
+    return message;
 }
 
 TEST(Messages, KeepTheContractOfEveryClass) {
-    for (const auto& [type, message, body, printed, isCloneEmpty] : Rows()) {
+    const std::string soft =
+        "<?xml version=\"1.0\" encoding=\"utf-8\"?><Kill type=\"symconst\">SOFT_KILL</Kill>";
+    const struct {
+        const char* type;
+        Owner message;
+        std::string body, printed, cloned;
+    } rows[] = {
+        {"ZYLMsgStringType", String("", 0), "", "#    size: 0\n", ""},
+        {"ZYLMsgStringType", String("a\0b", 3), "a\0b"s, "#    size: 3\n#    data[0]: a\n#    data[2]: b\n",
+         ""},
+        {"ZYLMsgFileTransferType", std::make_unique<ZYLMsgFileTransferType>(), Zeros(44),
+         "#    DataType: 0\n", Zeros(44)},
+        {"ZYLMsgFileTransferType", FileChunk(), "\3\0\0\0"s + Zeros(32) + "\1\0\0\0\3\0\0\0ABC"s,
+         "#    DataType: 3\n", Zeros(44)},
+        {"ZYLMsgFileTransferType", FileRequest(),
+         "\1\0\0\0\1\0\0\0001\1\0\0\0002\1\0\0\0003\1\0\0\0004\1\0\0\0005\1\0\0\0006\1\0\0\0007"
+         "\2\0\0\0\xc3\xa9\xff\xff\xff\xff\0\0\0\0"s,
+         "#    DataType: 1\n", Zeros(44)},
+        {"ZYLMsgAnalysisMessageType", std::make_unique<Analysis>(Text("<\xc3\xa9>%s</\xc3\xa9>")),
+         "\13\0\0\0<\xc3\xa9>%s</\xc3\xa9>"s, "Analysis Message Prefix# \n<\xc3\xa9>%s</\xc3\xa9>\n",
+         Body("<\xc3\xa9>%s</\xc3\xa9>")},
+        {"ZYLMsgProcessControlType", Owner(ZYLMsgProcessControlTypeFactory::CreateSoftKillMsg()->Clone()),
+         "\x4c\0\0\0"s + soft, "#    Content: " + soft + "\n", Body(soft)},
+    };
+    for (const auto& [type, message, body, printed, cloned] : rows) {
         SCOPED_TRACE(type + " of "s + std::to_string(body.size()));
         EXPECT_EQ(BodyOf(*message), body);
-        const int size = message->RequiredBufferSize();
-        EXPECT_FATAL(message->Stream(nullptr, size - 1), "size >= RequiredBufferSize()",
-                     "ZYLMsgFeaMessaging/ZYLMsgTypes.m/src/"s + type);
+        EXPECT_EQ(FatalErrorOf([&, &it = *message] { it.Stream(nullptr, it.RequiredBufferSize() - 1); }),
+                  Failed("size >= RequiredBufferSize()", "Types.m/src/"s + type));
         const HeapBytes larger(std::string(body.size() + 3, '?'));
         message->Stream(larger.Get(), larger.Size());
         EXPECT_EQ(larger.Text(), body + "???");
         MemoryStream out;
         message->Print(out.Get(), "# ");
-        EXPECT_EQ(out.Text(), printed);
+        const std::string head = printed.front() == '#' ? "# Message Type: "s + type + "\n" : "";
+        EXPECT_EQ(out.Text(), head + printed);
         const Owner clone(message->Clone());
         EXPECT_STREQ(clone->Type(), type);
-        if (!isCloneEmpty) {
-            EXPECT_EQ(BodyOf(*clone), body);
-        } else {
-            EXPECT_EQ(BodyOf(*clone), type == "ZYLMsgStringType"s ? "" : Zeros(44));
-        }
+        EXPECT_EQ(cloned.empty() ? 0 : clone->RequiredBufferSize(), static_cast<int>(cloned.size()));
+        EXPECT_EQ(BodyOf(*clone), cloned);
         for (int time = 0; time < 2; ++time) {
             UnstreamFrom(body, *clone);
             EXPECT_EQ(BodyOf(*clone), body);
@@ -128,74 +121,170 @@ TEST(Messages, PrintWithoutAPrefix) {
     MemoryStream out;
     String("x", 1)->Print(out.Get(), nullptr);
     EXPECT_EQ(out.Flushed(), "Message Type: ZYLMsgStringType\n   size: 1\n   data[0]: x\n   data[0]: x\n");
-    ZYLMsgAnalysisMessageType().Print(out.Get(), nullptr);
+    Analysis().Print(out.Get(), nullptr);
     EXPECT_THAT(out.Flushed(), testing::EndsWith("Analysis Message PrefixDefaultPfix\n\n"));
 }
 
-TEST(StringType, BorrowsTheSendersBytesAndOwnsTheReceived) {
+TEST(Messages, BorrowTheSendersBytesAndOwnTheReceived) {
     std::string bytes = "hello";
-    ZYLMsgStringType message;
-    message.SetData(bytes.data(), 5);
+    ZYLMsgStringType text;
+    text.SetData(bytes.data(), 5);
     bytes[0] = 'j';
-    EXPECT_EQ(BodyOf(message), "jello");
-    UnstreamFrom("abc", message);
-    EXPECT_EQ(std::string(message.Data(), static_cast<std::size_t>(message.Size())), "abc");
-    UnstreamFrom("", message);
-    EXPECT_TRUE(message.m_ownsData);
-    message.SetData("xy", 2);
-    EXPECT_FALSE(message.m_ownsData);
-    EXPECT_FATAL(message.SetData("", -1), "size >= 0",
-                 "ZYLMsgFeaMessaging/ZYLMsgTypes.m/src/ZYLMsgStringType");
-    EXPECT_FATAL(message.Unstream("", -2), "m_data: -2 bytes needed, -2 bytes left",
-                 "ZYLMsgFeaMessaging/ZYLMsgBackbone.m/src/ZYLMsgWireReader");
+    EXPECT_EQ(BodyOf(text), "jello");
+    UnstreamFrom("abc", text);
+    EXPECT_EQ(std::string(text.Data(), 3), "abc");
+    text.SetData("xy", 2);
+    UnstreamFrom("", text);
+    EXPECT_EQ(text.Size(), 0);
+
+    ZYLMsgFileTransferType transfer;
+    transfer.Data().m_chunk = "sent";
+    UnstreamFrom(Zeros(40) + "\3\0\0\0xyz"s, transfer);
+    const void* const chunk = transfer.Data().m_chunk;
+    UnstreamFrom(Zeros(44), transfer);
+    EXPECT_EQ(transfer.Data().m_chunk, chunk) << "a chunk stays until the next";
+    EXPECT_EQ(std::string(static_cast<const char*>(chunk), 3), "xyz");
 }
 
-TEST(FileTransferType, OwnsReceivedChunksOnlyAndKeepsThemUntilTheNext) {
-    const std::string chunk = Zeros(40) + "\3\0\0\0xyz"s;
-    ZYLMsgFileTransferType message;
-    message.Data().m_chunk = "sent";
-    UnstreamFrom(Zeros(44), message);
-    EXPECT_FALSE(message.m_ownsChunk);
-    UnstreamFrom(chunk, message);
-    EXPECT_TRUE(message.m_ownsChunk);
-    const void* const copy = message.Data().m_chunk;
-    UnstreamFrom(Zeros(44), message);
-    EXPECT_EQ(message.Data().m_chunk, copy);
-    EXPECT_EQ(std::string(static_cast<const char*>(copy), 3), "xyz");
-}
-
-TEST(FileTransferType, RefusesRecordsWithoutABody) {
-    const std::string source = "ZYLMsgFeaMessaging/ZYLMsgTypes.m/src/ZYLMsgFileTransferType";
-    ZYLMsgFileTransferType message;
-    message.Data().m_chunkSize = -1;
-    EXPECT_FATAL(message.Stream(nullptr, 100), "m_data.m_chunkSize >= 0", source);
-    message.Data().m_chunkSize = INT_MAX - 44;
-    EXPECT_EQ(message.RequiredBufferSize(), INT_MAX);
-    message.Data().m_targetJobDir = Text("j");
-    EXPECT_FATAL(message.RequiredBufferSize(), "total <= INT_MAX", source);
-}
-
-TEST(AnalysisMessage, NeedsADocumentToSendAndNamesItsRoot) {
-    using Message = ZYLMsgAnalysisMessageType;
-    const std::string source = "ZYLMsgFeaMessaging/ZYLMsgTypes.m/src/ZYLMsgAnalysisMessageType";
-    EXPECT_FATAL(Message(Text("")), "xmlBuffer.GetLengthInByte() > 0", source);
-    Message message(Text("<r/>"));
-    UnstreamFrom("\0\0\0\0"s, message);
-    EXPECT_TRUE(message.Document().IsEmpty());
-    EXPECT_FATAL(message.RequiredBufferSize(), "m_msgBuffer.GetLengthInByte() > 0", source);
+TEST(Messages, NameTheRootOfADocumentAndDecodeWhatDiffersInSyntaxOnly) {
     const ZYLString document = Text("<?xml version='1.0'?>\n<\xc3\xa9tude a='1'><Step/></\xc3\xa9tude>\n");
-    EXPECT_EQ(Message::GetRootElemNameFromXml(document), "\xc3\xa9tude");
-    EXPECT_EQ(message.GetTypeFromXmlBuffer(document), "\xc3\xa9tude");
-    for (const char* text : {"", "Job"}) {
-        EXPECT_FATAL(Message::GetRootElemNameFromXml(Text(text)), "hr == S_OK", source);
-        EXPECT_FATAL(message.GetTypeFromXmlBuffer(Text(text)), "hr == S_OK", source);
+    EXPECT_EQ(Analysis::GetRootElemNameFromXml(document), "\xc3\xa9tude");
+    EXPECT_EQ(Analysis().GetTypeFromXmlBuffer(document), "\xc3\xa9tude");
+    Control message;
+    EXPECT_FALSE(message.isPresent(Text("Kill")) || message.ControlType() != Control::PROCESS_CONTROL_NONE);
+    UnstreamFrom(Body("<Kill type='symconst'>SOFT_KILL</Kill>"), message);
+    EXPECT_EQ(message.GetVal(Text("Kill")), "SOFT_KILL");
+    const std::string hard = Body("<Kill type=\"symconst\">HARD_KILL</Kill>");
+    UnstreamFrom(hard + "trailing", message);
+    EXPECT_EQ(message.GetVal(Text("Kill")), "SOFT_KILL") << "an earlier attribute stays";
+    EXPECT_EQ(BodyOf(message), hard);
+}
+
+TEST(Messages, KillsArriveAsTheyWereSent) {
+    const std::pair<ZYLBasSharedPtr<ZYLMsgBBMessage>, const char*> kills[] = {
+        {ZYLMsgProcessControlTypeFactory::CreateSoftKillMsg(), "SOFT_KILL"},
+        {ZYLMsgProcessControlTypeFactory::CreateHardKillMsg(), "HARD_KILL"}};
+    for (const auto& [sent, value] : kills) {
+        Control received;
+        UnstreamFrom(BodyOf(*sent), received);
+        const std::unique_ptr<Control> clone(received.Clone());
+        for (const auto* message : {dynamic_cast<const Control*>(sent.get()), &std::as_const(*clone)}) {
+            EXPECT_EQ(message->ControlType(), Control::PROCESS_CONTROL_KILL);
+            EXPECT_TRUE(message->isPresent(Text("Kill")));
+            EXPECT_STREQ(message->GetVal(Text("Kill")).GetUTF8(), value);
+        }
     }
 }
 
-TEST(AnalysisState, KeepsOneValueOfAnyRange) {
-    EXPECT_EQ(ZYLMsgAnalysisState::GetPercentage(), 0.0);
-    ZYLMsgAnalysisState::SetPercentage(-1e9);
-    EXPECT_EQ(ZYLMsgAnalysisState::GetPercentage(), -1e9);
+TEST(Messages, RefuseKillsThatAreNone) {
+    const std::string wrongText = "killVal == \"SOFT_KILL\" || killVal == \"HARD_KILL\"";
+    const std::pair<std::string, std::string> cases[] = {
+        {"SOFT_KILL", "hr == S_OK"},
+        {"<kill type=\"symconst\">SOFT_KILL</kill>", "rootTagName == \"Kill\""},
+        {"<Kill>SOFT_KILL</Kill>", "atts.size() == 1"},
+        {"<Kill type=\"symconst\" a=\"b\">SOFT_KILL</Kill>", "atts.size() == 1"},
+        {"<Kill Type=\"symconst\">SOFT_KILL</Kill>", "itr != atts.end()"},
+        {"<Kill type=\"SymConst\">SOFT_KILL</Kill>", "killType == \"symconst\""},
+        {"<Kill type=\"symconst\"> SOFT_KILL</Kill>", wrongText},
+        {"<Kill type=\"symconst\"/>", wrongText},
+        {"<Kill type=\"symconst\">SOFT_KILL<a/></Kill>", wrongText},
+        {"<!DOCTYPE Kill [<!ATTLIST Kill type CDATA 'symconst'>]><Kill>SOFT_KILL</Kill>", "atts.size() == 1"},
+    };
+    for (const auto& [document, check] : cases) {
+        Control message;
+        EXPECT_EQ(FatalErrorOf([&, &body = document] { UnstreamFrom(Body(body), message); }),
+                  Failed(check, "Types.m/src/ZYLMsgProcessControlEncoder"));
+    }
+}
+
+TEST(Messages, RefuseWhatCannotBeSentOrRead) {
+    Analysis received(Text("<r/>"));
+    UnstreamFrom(Zeros(4), received);
+    ZYLMsgFileTransferType negative, largest, tooLarge;
+    negative.Data().m_chunkSize = -1;
+    largest.Data().m_chunkSize = tooLarge.Data().m_chunkSize = INT_MAX - 44;
+    EXPECT_EQ(largest.RequiredBufferSize(), INT_MAX);
+    tooLarge.Data().m_targetJobDir = Text("j");
+    Control none, unknown;
+    unknown.m_processControlType = Control::PROCESS_CONTROL_KILL;
+    unknown.m_attributes[Text("Kill")] = Text("Soft_Kill");
+    ZYLString text;
+    int offset = 2;
+    const struct {
+        std::function<void()> action;
+        const char* source;
+        const char* check;
+    } cases[] = {
+        {[] { String("", -1); }, "Types.m/src/ZYLMsgStringType", "size >= 0"},
+        {[] { ZYLMsgStringType().Unstream("", -2); }, "Backbone.m/src/ZYLMsgWireReader",
+         "m_data: -2 bytes needed, -2 bytes left"},
+        {[&] { negative.Stream(nullptr, 100); }, "Types.m/src/ZYLMsgFileTransferType",
+         "m_data.m_chunkSize >= 0"},
+        {[&] { tooLarge.RequiredBufferSize(); }, "Types.m/src/ZYLMsgFileTransferType", "total <= INT_MAX"},
+        {[] { Analysis(Text("")); }, "Types.m/src/ZYLMsgAnalysisMessageType",
+         "xmlBuffer.GetLengthInByte() > 0"},
+        {[&] { received.RequiredBufferSize(); }, "Types.m/src/ZYLMsgAnalysisMessageType",
+         "m_msgBuffer.GetLengthInByte() > 0"},
+        {[] { Analysis().GetTypeFromXmlBuffer(Text("Job")); }, "Types.m/src/ZYLMsgAnalysisMessageType",
+         "hr == S_OK"},
+        {[&] { none.RequiredBufferSize(); }, "Types.m/src/ZYLMsgProcessControlType",
+         "m_xmlMessage.GetLengthInChar() > 0"},
+        {[&] { UnstreamFrom(Zeros(5), none); }, "Types.m/src/ZYLMsgProcessControlType", "len > 0"},
+        {[&] { Encoder::ExternalizeProcessControlMsg(none); }, "Types.m/src/ZYLMsgProcessControlEncoder",
+         "pcType.m_processControlType == ZYLMsgProcessControlType::PROCESS_CONTROL_KILL"},
+        {[&] { Encoder::ExternalizeProcessControlMsg(unknown); }, "Types.m/src/ZYLMsgProcessControlEncoder",
+         "\"Unknown Kill Type in ZYLMsgProcessControlType\" == 0"},
+        {[&] { ZYLMsgStreamUtils::UnstreamZYLString(text, "??\xff\xff\xff\x7f", offset); },
+         "Backbone.m/src/ZYLMsgWireReader", "string: 2147483647 bytes needed, 2147483641 bytes left"},
+    };
+    for (const auto& [action, source, check] : cases) {
+        EXPECT_EQ(FatalErrorOf(action), Failed(check, source));
+    }
+}
+
+TEST(StreamUtils, WritesAndReadsStringsAndNumbersAtTheRunningOffset) {
+    char buffer[32] = "?";
+    int written = 1;
+    for (const char* text : {"", "abc", "\xc3\xa9"}) {
+        ZYLMsgStreamUtils::StreamZYLString(Text(text), buffer, written);
+    }
+    EXPECT_EQ(ZYLSimRpm_Swapper::ExternalizeScalar(buffer + written, -2.5), 8U);
+    EXPECT_EQ(std::string(buffer, 27), "?\0\0\0\0\3\0\0\0abc\2\0\0\0\xc3\xa9\0\0\0\0\0\0\4\xc0\0"s);
+    buffer[10] = '\0';  // a NUL ends a received text but not the item
+    int read = 1;
+    for (const char* expected : {"", "a", "\xc3\xa9"}) {
+        ZYLString text = Text("old");
+        ZYLMsgStreamUtils::UnstreamZYLString(text, buffer, read);
+        EXPECT_EQ(text, expected);
+    }
+    double number = 0;
+    EXPECT_EQ(ZYLSimRpm_Swapper::InternalizeScalar(buffer + read, number), 8U);
+    EXPECT_EQ(number, -2.5);
+}
+
+struct Counted {
+    explicit Counted(int& living) : m_living(living) { ++m_living; }
+    virtual ~Counted() { --m_living; }
+    int& m_living;
+};
+struct Derived : Counted {
+    using Counted::Counted;
+};
+
+TEST(SharedPtr, LastOwnerDeletesTheObject) {
+    int a = 0, b = 0;
+    {
+        const ZYLBasSharedPtr<Derived> derived(new Derived(a));
+        ZYLBasSharedPtr<Counted> base(derived);
+        const ZYLBasSharedPtr<Counted> other(new Counted(b));
+        EXPECT_EQ(derived.PRIVATEGetCounter()->m_count, 2U);
+        base = *&base;
+        base = other;
+        EXPECT_EQ(derived.PRIVATEGetCounter()->m_count, 1U);
+        base = static_cast<Counted*>(nullptr);
+        EXPECT_EQ(a + b, 2);
+    }
+    EXPECT_EQ(a + b, 0);
 }
 
 }  // namespace
