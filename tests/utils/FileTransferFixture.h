@@ -7,6 +7,7 @@
 #include <fstream>
 #include <map>
 #include <memory>
+#include <regex>
 #include <sstream>
 #include <string>
 
@@ -17,8 +18,6 @@
 #include "ZYLMsgFileTransfer.h"
 #include "ZYLMsgFileTransferHandler.h"
 #include "ZYLMsgFileTransferType.h"
-
-/// What the tests of the file-transfer engine share.
 
 using Operation = int (ZYLMsgFileTransfer::*)(const char*, const char*, const char*, const char*, const char*,
                                               const char*, const char*, const char*);
@@ -111,15 +110,21 @@ class FileTransfer : public testing::Test {
         }
     }
 
-    /// Copies the file In() to Out().
-    void Run(Operation operation) {
-        const std::string runner = operation == kReceiveFile ? "T" : "S";
-        const std::string s = m_directory / "S", t = m_directory / "T";
-        ZYLMsgBBCallbackManager::SetMessageID(runner.c_str());
-        ZYLMsgFileTransfer& engine = m_applications.at(runner)->m_engine;
-        EXPECT_EQ((engine.*operation)("S", s.c_str(), "job", "in", "T", t.c_str(), "job", "out"), 0);
+    /// The engine of the application `name`, which now acts.
+    ZYLMsgFileTransfer& As(const std::string& name) {
+        ZYLMsgBBCallbackManager::SetMessageID(name.c_str());
+        return m_applications.at(name)->m_engine;
+    }
+
+    /// Copies the file `in` of S's job to `out` of T's and delivers what is under way.
+    void Run(Operation operation, const std::string& in = "in", const std::string& out = "out") {
+        ZYLMsgFileTransfer& engine = As(operation == kReceiveFile ? "T" : "S");
+        EXPECT_EQ((engine.*operation)("S", (m_directory / "S").c_str(), "job", in.c_str(), "T",
+                                      (m_directory / "T").c_str(), "job", out.c_str()),
+                  0);
         EXPECT_TRUE(operation == kISendFile || m_backbone.script.empty()) << "returned before the end";
         Deliver();
+        EXPECT_TRUE(m_applications.at("S")->IsIdle() && m_applications.at("T")->IsIdle());
     }
     std::string In() const { return m_directory / "S/job/in"; }
     std::string Out() const { return m_directory / "T/job/out"; }
@@ -143,12 +148,8 @@ class FileTransfer : public testing::Test {
     }
 
     /// A text without the test's directory.
-    std::string Bare(std::string text) const {
-        const std::string here = m_directory.Path().string();
-        for (size_t at = text.find(here); at != std::string::npos; at = text.find(here)) {
-            text.erase(at, here.size());
-        }
-        return text;
+    std::string Bare(const std::string& text) const {
+        return std::regex_replace(text, std::regex(m_directory.Path().string()), "");
     }
 
     /// What an application's engine says of its last transfer: "ok" or the failure, and the bytes.
@@ -160,15 +161,8 @@ class FileTransfer : public testing::Test {
 
     /// An application's log without what differs from run to run.
     std::string Log(const std::string& name) {
-        std::string log = Bare(m_applications.at(name)->m_log.Text());
-        const std::string word = "fileId ";
-        for (size_t at = log.find(word); at != std::string::npos; at = log.find(word, at)) {
-            at += word.size();
-            if (log[at] != '-') {
-                log.erase(at, log.find_first_not_of("0123456789", at) - at);
-            }
-        }
-        return log;
+        const std::string log = Bare(m_applications.at(name)->m_log.Text());
+        return std::regex_replace(log, std::regex("fileId [0-9]+"), "fileId ");
     }
 
     const TemporaryDirectory m_directory;

@@ -39,39 +39,30 @@ TEST(PortFinder, RunsThroughTheRangesItIsGiven) {
     }
 }
 
-TEST(PortFinder, GivesTheFreePortsInTurn) {
+TEST(PortFinder, GivesTheFreePortsInTurnAndStopsAfterOneRound) {
     const PortBlock ports;
     const TestSocket occupied = TestSocket::BoundIpv4(ports[1], INADDR_LOOPBACK);
     ASSERT_GE(occupied.Descriptor(), 0);
     ZYLMsgPortFinder finder((std::to_string(ports[0]) + "-" + std::to_string(ports[2])).c_str());
-    for (const int index : {0, 2, 0, 2}) {
+    for (const int index : {0, 2, 0}) {
         EXPECT_EQ(finder.FindOpenPort(), ports[index]);
     }
-    EXPECT_GE(TestSocket::BoundIpv4(ports[0], INADDR_ANY).Descriptor(), 0)
-        << "the finder still holds the port";
-}
-
-TEST(PortFinder, StopsAfterOneRoundAndGoesOnWithTheNextCandidate) {
-    const PortBlock ports;
-    ZYLMsgPortFinder finder((std::to_string(ports[0]) + "-" + std::to_string(ports[2])).c_str());
-    ASSERT_EQ(finder.FindOpenPort(), ports[0]);
+    EXPECT_GE(TestSocket::BoundIpv4(ports[0], INADDR_ANY).Descriptor(), 0) << "the finder still holds it";
     {
         const SocketFault fault(AF_INET, EMFILE);
         EXPECT_EQ(finder.FindOpenPort(), 0);
         EXPECT_EQ(fault.Failures(), 3);
     }
-    EXPECT_EQ(finder.FindOpenPort(), ports[1]);
+    EXPECT_EQ(finder.FindOpenPort(), ports[2]);
 }
 
 TEST(PortFinder, WithoutRangesMakesOneAttemptWithAPortOfTheSystemsChoice) {
-    for (const char* spec : {"", "abc"}) {
-        ZYLMsgPortFinder finder(spec);
-        EXPECT_GT(finder.FindOpenPort(), 0);
-        const SocketFault fault(AF_INET, EMFILE);
-        EXPECT_EQ(finder.FindOpenPort(), 0);
-        // EMFILE is no reason for the connector to try another number: one socket, one attempt.
-        EXPECT_EQ(fault.Failures(), 1);
-    }
+    ZYLMsgPortFinder finder("abc");
+    EXPECT_GT(finder.FindOpenPort(), 0);
+    const SocketFault fault(AF_INET, EMFILE);
+    EXPECT_EQ(finder.FindOpenPort(), 0);
+    // EMFILE is no reason for the connector to try another number: one socket, one attempt.
+    EXPECT_EQ(fault.Failures(), 1);
 }
 
 TEST(PortFinder, TriesTheLow16BitsOfALargeCandidateUntilTheyAre0) {
