@@ -3,8 +3,6 @@
 
 int main(void) {
     ZYLMsgModules_initializeC();
-    ZYLMsgModules_initializeC();
-    ZYLMsgModules_finalizeC();
     ZYLMsgModules_finalizeC();
     return 0;
 }
