@@ -28,16 +28,13 @@ TEST(Handlers, ForwardingHandlerSendsTheMessageOnInItsOwnNameAndPrintsWhileATrac
     message.SetData("a\0b", 3);
     ZYLMsgFwdHandler handler(ZYLString::BuildFromUTF8("plotter"), 4);
     MemoryStream trace;
-    for (FILE* stream : {static_cast<FILE*>(nullptr), trace.Get(), static_cast<FILE*>(nullptr)}) {
-        handler.SetTrace(stream);
-        handler.HandleMessage(message, "solver");
-    }
-    EXPECT_THAT(trace.Text(),
-                testing::MatchesRegex("Message Type: ZYLMsgStringType\n   size: 3\n.*a\n.*b\n"));
+    handler.SetTrace(trace.Get());
+    handler.HandleMessage(message, "solver");
+    handler.SetTrace(nullptr);
+    handler.HandleMessage(message, "solver");
+    EXPECT_EQ(trace.Text(), "Message Type: ZYLMsgStringType\n   size: 3\n   data[0]: a\n   data[2]: b\n");
     const FakeBackbone::Message sent{4, "plotter", "ZYLMsgStringType", std::string("\5\0\0\0relaya\0b", 12)};
-    EXPECT_THAT(FakeBackbone::Get().sent, testing::ElementsAre(sent, sent, sent));
-    FakeBackbone::Get() = {};
-    ZYLMsgBBCallbackManager::SetMessageID("");
+    EXPECT_THAT(FakeBackbone::Get().sent, testing::ElementsAre(sent, sent));
 }
 
 TEST(Handlers, WatchedLossEndsTheLoopAndOthersOnlyLeaveALine) {

@@ -16,14 +16,7 @@ bool Notify(Reason reason) {
     return DllMain(nullptr, reason, nullptr) != 0;
 }
 
-/// Takes back the initialisation that loading the library did, so that the test is its only user.
-class Modules : public testing::Test {
-  protected:
-    void SetUp() override { ASSERT_TRUE(Notify(kDetach)); }
-    void TearDown() override { ASSERT_TRUE(Notify(kAttach)); }
-};
-
-TEST_F(Modules, WorkOnTheFirstInitialisationAndTheLastFinalisationAndNeverClamp) {
+TEST(Modules, WorkOnTheFirstInitialisationAndTheLastFinalisationAndNeverClamp) {
     const auto attach = [](int&) { EXPECT_TRUE(Notify(kAttach) && Notify(kThreadAttach)); };
     const auto detach = [](int&) { EXPECT_TRUE(Notify(kDetach) && Notify(kThreadDetach)); };
     const struct {
@@ -48,40 +41,14 @@ TEST_F(Modules, WorkOnTheFirstInitialisationAndTheLastFinalisationAndNeverClamp)
         {detach, 0},
         {ZYLMsgModules_finalize, -kAll},
     };
+    // Takes back the initialisation that loading the library did, so that the test is its only user.
+    ASSERT_TRUE(Notify(kDetach));
     int tally = 0;
     for (const auto& step : steps) {
         step.change(tally);
         EXPECT_EQ(tally, step.tally);
     }
-}
-
-TEST_F(Modules, CountEachOnItsOwn) {
-    const std::pair<void (*)(int&), void (*)(int&)> modules[] = {
-        {ZYLSimPoolManager_initialize, ZYLSimPoolManager_finalize},
-        {ZYLSimContainers_initialize, ZYLSimContainers_finalize},
-        {ZYLBasXmlDocument_initialize, ZYLBasXmlDocument_finalize},
-        {ZYLBasXmlParser_initialize, ZYLBasXmlParser_finalize},
-        {ZYLBasShared_initialize, ZYLBasShared_finalize},
-        {ZYLBasCoreUtils_initialize, ZYLBasCoreUtils_finalize},
-        {ZYLBasGenericsLib_initialize, ZYLBasGenericsLib_finalize},
-        {ZYLBasAlloc_initialize, ZYLBasAlloc_finalize},
-        {ZYLMsgBackbone_initialize, ZYLMsgBackbone_finalize},
-        {ZYLMsgTypes_initialize, ZYLMsgTypes_finalize},
-        {ZYLMsgUtils_initialize, ZYLMsgUtils_finalize},
-        {ZYLMsgHandlers_initialize, ZYLMsgHandlers_finalize},
-        {ZYLMsgModules_specific_initialize, ZYLMsgModules_specific_finalize},
-    };
-    for (const auto& [initialize, finalize] : modules) {
-        int other = 0, library = 0;
-        initialize(other);
-        EXPECT_EQ(other, 1);
-        ZYLMsgModules_initialize(library);
-        EXPECT_EQ(library, kAll - 1) << "the module was in use before";
-        finalize(other);
-        EXPECT_EQ(other, 1) << "the library still uses the module";
-        ZYLMsgModules_finalize(library);
-        EXPECT_EQ(library, -1);
-    }
+    EXPECT_TRUE(Notify(kAttach));
 }
 
 }  // namespace

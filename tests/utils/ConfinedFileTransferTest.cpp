@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -12,33 +11,28 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// Application S has the file In(), T gets it as Out(), and one of both is confined. Links lead to the jobs
-/// of both from beside and from within.
+/// One of the applications S and T is confined. Links lead to the job of each from beside and from within.
 class ConfinedFileTransfer : public FileTransfer {
   protected:
     ConfinedFileTransfer() {
         for (const std::string name : {"S", "T"}) {
-            Add(name, 1);
-            fs::create_directory(m_directory / name + "/job/inside");
-            fs::create_directory_symlink(name + "/job", m_directory / (name + "-link"));
-            fs::create_directory_symlink("../other", m_directory / name + "/job/out-of-it");
-            fs::create_directory_symlink("inside", m_directory / name + "/job/within-it");
-            fs::create_directory(m_directory / name + "/other");
-            fs::create_directory(m_directory / name + "/job-2");
+            const std::string base = Add(name, 1).m_base;
+            for (const char* made : {"/job/inside", "/other", "/job-2"}) {
+                fs::create_directory(base + made);
+            }
+            fs::create_directory_symlink("job", base + "/link");
+            fs::create_directory_symlink("../other", base + "/job/out-of-it");
+            fs::create_directory_symlink("inside", base + "/job/within-it");
         }
     }
 
-    int Allow(const std::string& name, const std::vector<std::string>& roots) {
-        std::vector<std::string> paths;
+    int Allow(const std::string& name, std::vector<std::string> roots) {
         std::vector<const char*> pointers;
-        for (const std::string& root : roots) {
-            paths.push_back(m_directory / (name + root));
+        for (std::string& root : roots) {
+            root = m_directory / (name + root);
+            pointers.push_back(root.c_str());
         }
-        for (const std::string& path : paths) {
-            pointers.push_back(path.c_str());
-        }
-        return m_applications.at(name)->m_engine.SetAllowedRoots(pointers.data(),
-                                                                 static_cast<int>(pointers.size()));
+        return As(name).SetAllowedRoots(pointers.data(), static_cast<int>(pointers.size()));
     }
 
     /// Copies `source` to `target` by `operation`; gives the lines of both logs that tell of a refusal.
@@ -64,39 +58,35 @@ TEST_F(ConfinedFileTransfer, OthersReachOnlyWhatLiesInTheAllowedDirectories) {
         {"/job/", "inside/f", true},
         {"/job", "within-it/f", true},
         {"", "f", true},
-        {"-link", "../../@-link/f", true},
+        {"/link", "../link/f", true},
         {"/job", "../other/f", false},
         {"/job", "../job-2/f", false},
         {"/job", "out-of-it/f", false},
-        {"/job", "../../@-link/f", false},
-        {"-link", "f", false},
+        {"/job", "../link/f", false},
+        {"/link", "f", false},
         {"/other", "out-of-it/f", false},
-        {"/job", "/job/f", false},
+        {"/job", "/nowhere/f", false},
     };
     for (const auto& [root, path, isAllowed] : cases) {
         for (const std::string confined : {"S", "T"}) {
-            std::string name = path;
-            if (const size_t at = name.find('@'); at != std::string::npos) {
-                name.replace(at, 1, confined);
-            }
+            SCOPED_TRACE(confined + root + " " + path);
             Add("S", 1);
             Add("T", 1);
-            const bool isRead = confined == "S";
-            const fs::path file = fs::path(m_directory / confined + "/job") / name;
-            if (isRead && file.string().starts_with(m_directory.Path().string())) {
+            EXPECT_EQ(Allow(confined, {root}), 0);
+            const fs::path file = fs::path(m_directory / confined + "/job") / path;
+            std::string copied;
+            if (confined == "S") {
                 Write(file, Pattern(70'000));
-            } else if (!isRead) {
+                EXPECT_EQ(Refusals(kReceiveFile, path, "copy").empty(), isAllowed);
+                copied = Read(m_directory / "T/job/copy");
+            } else {
                 Write(In(), Pattern(70'000));
                 fs::remove(file);
+                EXPECT_EQ(Refusals(kISendFile, "in", path).empty(), isAllowed);
+                EXPECT_EQ(fs::exists(file), isAllowed);
+                copied = Read(file);
             }
-            EXPECT_EQ(Allow(confined, {root}), 0);
-            const std::string refusals =
-                isRead ? Refusals(kReceiveFile, name, "copy") : Refusals(kISendFile, "in", name);
-            const fs::path copy = isRead ? fs::path(m_directory / "T/job/copy") : file;
-            EXPECT_EQ(std::ranges::count(refusals, '\n'), isAllowed ? 0 : 1)
-                << confined << root << ' ' << name;
-            EXPECT_EQ(fs::exists(copy), isAllowed || isRead) << confined << root << ' ' << name;
-            EXPECT_TRUE(Read(copy) == (isAllowed ? Pattern(70'000) : "")) << confined << root << ' ' << name;
+            EXPECT_TRUE(copied == (isAllowed ? Pattern(70'000) : ""));
         }
     }
 }

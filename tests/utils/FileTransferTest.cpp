@@ -13,16 +13,15 @@ using testing::HasSubstr;
 
 namespace {
 
-TEST_F(FileTransfer, EveryFlowCopiesFilesOfEverySize) {
+TEST_F(FileTransfer, EveryFlowCopiesFilesOfEverySizeAndGivesANewCopyItsMode) {
     Add("S");
     Add("T");
-    Write(Out(), std::string(100'000, 'x'));
+    umask(0);
     const std::ptrdiff_t openBefore = OpenDescriptors();
-    const std::pair<size_t, std::string> files[] = {{0, ""},
-                                                    {1, "T:3#1x1 "},
-                                                    {65536, "T:3#1x65536 "},
-                                                    {65537, "T:3#1x65536 T:3#2x1 "},
-                                                    {131072, "T:3#1x65536 T:3#2x65536 "}};
+    const std::pair<size_t, std::string> files[] = {
+        {65537, "T:3#1x65536 T:3#2x1 "},      {0, ""}, {1, "T:3#1x1 "}, {65536, "T:3#1x65536 "},
+        {131072, "T:3#1x65536 T:3#2x65536 "},
+    };
     for (const auto& [size, chunks] : files) {
         Write(In(), Pattern(size));
         for (const Operation flow : {kSendFile, kISendFile, kReceiveFile}) {
@@ -35,6 +34,7 @@ TEST_F(FileTransfer, EveryFlowCopiesFilesOfEverySize) {
         }
     }
     EXPECT_EQ(OpenDescriptors(), openBefore);
+    EXPECT_EQ(fs::status(Out()).permissions(), static_cast<fs::perms>(0640));
     // Of the three, ISendFile alone does not wait.
     EXPECT_EQ(m_backbone.calls, std::vector<std::string>(10, "WaitingLoop(1, -1)"));
 }
@@ -63,14 +63,11 @@ std::string Wire(const std::string& text) {
     return Wire(static_cast<int>(text.size())) + text;
 }
 
-TEST_F(FileTransfer, EachMessageHasExactlyItsBytesAndANewCopyItsMode) {
+TEST_F(FileTransfer, EachMessageHasExactlyItsBytes) {
     Add("S");
     Add("T");
     Write(In(), "abc");
-    const mode_t before = umask(0);
     Run(kSendFile);
-    umask(before);
-    EXPECT_EQ(fs::status(Out()).permissions(), static_cast<fs::perms>(0640));
     Run(kReceiveFile);
     const std::string names = Wire("S") + Wire(m_directory / "S") + Wire("job") + Wire("in") + Wire("T") +
                               Wire(m_directory / "T") + Wire("job") + Wire("out");
@@ -204,19 +201,6 @@ TEST_F(FileTransfer, AFileSentOntoItselfKeepsItsBytes) {
     EXPECT_EQ(Read(In()), "abc");
 }
 
-TEST_F(FileTransfer, NobodyWaitsForAnApplicationThatIsNotThere) {
-    Add("S");
-    Add("T");
-    Write(In(), "abc");
-    m_backbone.isAnybodyThere = false;
-    for (const Operation flow : {kSendFile, kISendFile, kReceiveFile}) {
-        Run(flow);
-        EXPECT_EQ(flow == kReceiveFile ? Outcome("T") : Outcome("S"),
-                  flow == kReceiveFile ? "application S was not there after 0"
-                                       : "application T was not there after 0");
-    }
-}
-
 TEST_F(FileTransfer, WordsOfTheOtherSideAreEscapedAndBounded) {
     const std::string base = m_directory.Path();
     ZYLMsgFileTransfer& engine = Add("T").m_engine;
@@ -262,6 +246,19 @@ TEST_F(FileTransfer, AWaitThatAnotherTransferEndsDoesNotLookDone) {
     s.m_engine.SendFile("S", s.m_base.c_str(), "job", "in", "T", t.m_base.c_str(), "job", "out");
     EXPECT_EQ(Outcome("S"), ended + " after 3");
     s.m_engine.ReceiveISendCompletion("X");
+}
+
+TEST_F(FileTransfer, NobodyWaitsForAnApplicationThatIsNotThere) {
+    Add("S");
+    Add("T");
+    m_backbone.isAnybodyThere = false;
+    Write(In(), "abc");
+    for (const auto& [flow, runner, failure] : {std::tuple(kSendFile, "S", "application T was not there"),
+                                                {kISendFile, "S", "application T was not there"},
+                                                {kReceiveFile, "T", "application S was not there"}}) {
+        Run(flow);
+        EXPECT_EQ(Outcome(runner), failure + std::string(" after 0"));
+    }
 }
 
 TEST_F(FileTransfer, ALostApplicationEndsWhatWaitsForItAndMayComeBack) {
