@@ -91,6 +91,28 @@ TEST(BtreeTest, NamesCompareByUnsignedBytesOrWhileTheSwitchIsSetInNaturalOrder) 
     atr_setNaturalOrder(0);
 }
 
+struct Referent : ZYLBasCowAllocator {};
+
+TEST(Holder, ReferentLivesAsLongAsItsHoldersAndIsCopiedForWritingWhenShared) {
+    const int blocks = AllocationFaults::LiveBlocks();
+    {
+        cow_COW<Referent> first(new Referent), second(first);
+        EXPECT_TRUE(first.Identical(second) && !first.Exclusive());
+        EXPECT_NE(second.Get(), first.GetPtr());
+        EXPECT_TRUE(first.Exclusive() && second.Exclusive());
+        EXPECT_EQ(second.Get(), second.GetPtr()) << "an exclusive referent is not copied";
+        second = first;
+        const cow_COW<Referent>& self = second;
+        second = self;
+        EXPECT_EQ(AllocationFaults::LiveBlocks() - blocks, 2) << "one referent with its counter";
+        second = new Referent;
+        second = new Referent;
+        EXPECT_EQ(AllocationFaults::LiveBlocks() - blocks, 4);
+        EXPECT_TRUE(cow_CountedHld<Referent>().IsNull());
+    }
+    EXPECT_EQ(AllocationFaults::LiveBlocks(), blocks);
+}
+
 TEST(CowString, AssignmentSharesAndSurvivesItself) {
     cow_String a("first");
     const cow_String& self = a;
