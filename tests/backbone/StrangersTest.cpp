@@ -2,189 +2,116 @@
 // as who listens under a name.
 
 #include <gmock/gmock.h>
-#include <unistd.h>
 
-#include <string>
-#include <vector>
+#include <algorithm>
 
 #include "Frames.h"
-#include "World.h"
+#include "Peer.h"
 #include "system/MakeSystem.h"
 
 namespace {
 
 using namespace zyl::backbone::local;
-using ::testing::AllOf;
-using ::testing::Contains;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::SizeIs;
-using ::testing::StartsWith;
-using zyl::backbone::system::Channel;
-using zyl::backbone::system::Entry;
-using zyl::backbone::system::MakeSystem;
-using zyl::backbone::system::Names;
-using zyl::backbone::system::Progress;
-using zyl::backbone::system::System;
+using namespace zyl::backbone::system;
 
 std::string GreetingTo(const std::string& application, std::uint32_t version = kProtocolVersion) {
     return GreetingFrame({version, {1, 2}, 4711, "host", "user", application});
 }
 
-/// Waits for the end that the other side makes of the channel.
-bool IsEnded(System& system, Channel& channel) {
-    struct Nothing final : zyl::backbone::system::Watcher {
-        void Ready(const zyl::backbone::system::Readiness& /*readiness*/) override {}
-    };
-    static Nothing s_nothing;
-    channel.Watch(s_nothing);
-    char byte = 0;
-    for (int looks = 0; looks < 10'000; ++looks) {
-        if (channel.Receive({&byte, 1}).progress == Progress::kEnded) {
-            return true;
-        }
-        system.Wait(system.Now() + std::chrono::milliseconds(1));
-    }
-    return false;
-}
-
-struct Garbage {
-    std::string bytes;
-    /// Nothing: the stranger ends, and nobody can tell it from a sender that was killed, which is not worth a
-    /// line.
-    const char* complaint;
-    std::size_t memory = 0;  ///< of so many bytes, with the last frame
-};
-
-class Stranger : public ::testing::TestWithParam<bool> {
+class Stranger : public OnLane {
   protected:
-    World m_world{GetParam()};
+    std::unique_ptr<Names> Join() { return m_system->Join(m_directory / "backbone", "job"); }
+    /// A link to whom holds `name`, over which these bytes were sent.
+    std::unique_ptr<Channel> Send(const std::string& name, const std::string& bytes) {
+        std::unique_ptr<Channel> link = m_names->Connect(m_names->Find(name).value()).channel;
+        EXPECT_EQ(link->Send(bytes).bytes, bytes.size());
+        return link;
+    }
+    /// Waits for the end that the other side makes of the link.
+    static void AwaitEnd(Channel& link) {
+        std::string bytes(4096, '\0');
+        while (link.Receive(bytes).progress != Progress::kEnded) {
+        }
+    }
+
+    std::map<std::string, Peer> m_peers;
+    std::unique_ptr<System> m_system = MakeSystem();
+    std::unique_ptr<Names> m_names = Join();
 };
 
-INSTANTIATE_TEST_SUITE_P(Local, Stranger, ::testing::Bool(),
-                         [](const auto& lanes) { return lanes.param ? "memory" : "socket"; });
+INSTANTIATE_TEST_SUITE_P(Local, Stranger, ::testing::Values("memory", "socket"), LaneName);
 
 TEST_P(Stranger, WhoSendsGarbageHasItsLinkClosedWithOneLineAndHarmsNothingElse) {
     const std::string greeting = GreetingTo("target");
-    const std::vector<Garbage> garbages = {
+    const struct {
+        std::string bytes;
+        const char* complaint;   ///< null: it ends as if it were killed, which is not worth a line
+        std::size_t memory = 0;  ///< of so many bytes, with the last frame
+        std::string lastFrame{};
+    } kGarbages[] = {
         {"GET / HTTP/1.1\r\n\r\n", "the frame's magic number is 542393671"},
         {GreetingTo("target", kProtocolVersion + 1), "the peer speaks version "},
         {GreetingTo("nobody"), "it is for application 'nobody', which is not here"},
         {MessageFrame("t", "rude"), "the first frame is no greeting"},
         {greeting + greeting, "a second greeting"},
-        {greeting + AnnounceFrame({1, std::string(4097, 'n')}),
-         "it announces an application with a name of 4097 bytes"},
+        {greeting.substr(0, 5), nullptr},
+        {greeting + AnnounceFrame({1, std::string(4097, 'n')}), "an application with a name of 4097 bytes"},
         {greeting + LaneFrame(4096), "a lane with a ring of 4096 bytes"},
         {greeting + LaneFrame(2 << 20), "a lane for its messages cannot be opened: no memory came with it"},
-        {greeting + LaneFrame(2 << 20), "a lane has 8192 bytes instead of 2101248", 8192},
-        {greeting + BlockFrame({1, 100}), "a block has 8192 bytes instead of 100", 8192},
-        {greeting + MessageFrame("t", "") + std::string(100'000, 'x'), "the frame's magic number is "},
-        {greeting.substr(0, 5), nullptr},
+        {greeting, "a lane has 8192 bytes instead of 2101248", 8192, LaneFrame(2 << 20)},
+        {greeting, "a block has 8192 bytes instead of 100", 8192, BlockFrame({1, 100})},
+        {greeting + MessageFrame("empty", "") + std::string(100'000, 'x'), "the frame's magic number is "},
         {greeting.substr(0, greeting.size() - 1), nullptr},
         {greeting + MessageFrame("t", "cut off").substr(0, 20), nullptr},
     };
-    Signal ready;
-    Signal done;
-    m_world.Play(
-        {[&](Participant& me) {
-             me.Watch("target");
-             me.Receive("target");
-             ready.Give();
-             me.WaitUntil([&] { return me.received.size() == 1; });
-             for (const Garbage& garbage : garbages) {
-                 SCOPED_TRACE(garbage.bytes.substr(0, 40));
-                 const std::unique_ptr<System> system = MakeSystem();
-                 const std::unique_ptr<Names> names = system->Join(m_world.local.directory, "job");
-                 Names::Connection link = names->Connect(names->Find("target").value());
-                 ASSERT_NE(link.channel, nullptr);
-                 if (garbage.memory > 0) {
-                     link.channel->Send(greeting);
-                     link.channel->SendWithMemory(std::string_view(garbage.bytes).substr(greeting.size()),
-                                                  *system->MakeMemory(garbage.memory));
-                 } else {
-                     link.channel->Send(garbage.bytes);
-                 }
-                 if (garbage.complaint == nullptr) {
-                     link.channel.reset();
-                 }
-                 ::testing::internal::CaptureStderr();
-                 me.Look();
-                 me.Look();  // the end may follow the bytes
-                 const std::string lines = ::testing::internal::GetCapturedStderr();
-                 if (garbage.complaint == nullptr) {
-                     EXPECT_EQ(lines, "");
-                     continue;
-                 }
-                 EXPECT_THAT(lines, AllOf(StartsWith("ZYLFeaBackbone: the link from process "),
-                                          HasSubstr(garbage.complaint)));
-                 EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 1) << lines;
-                 EXPECT_TRUE(IsEnded(*system, *link.channel));
-             }
-             done.Give();
-             me.WaitUntil([&] { return me.received.size() >= 2 && me.received.back().body == "after it"; });
-             EXPECT_THAT(me.lost, IsEmpty());
-         },
-         [&](Participant& me) {
-             ready.Await();
-             me.Send("target", "t", "before the garbage");
-             done.Await();
-             me.Send("target", "t", "after it");
-         }});
+    Play(m_peers, {{"target", "watch target"},
+                   {"target", "receive target"},
+                   {"honest", "send target 1 8"},
+                   {"target", "await 3 0 &"}});
+    for (const auto& [bytes, complaint, memory, lastFrame] : kGarbages) {
+        const std::unique_ptr<Channel> link = Send("target", bytes);
+        if (memory > 0) {
+            link->SendWithMemory(lastFrame, *m_system->MakeMemory(memory));
+        }
+        if (complaint != nullptr) {
+            m_peers["target"].AwaitLine(complaint);
+            AwaitEnd(*link);
+        }
+    }
+    Play(m_peers, {{"honest", "send target 1 8"}, {"target", "", "3 messages"}});
+    const auto isLine = [](const auto& one) { return one.complaint != nullptr; };
+    const std::string& lines = m_peers["target"].Output();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'),
+              std::count_if(std::begin(kGarbages), std::end(kGarbages), isLine) + 3)
+        << lines;
 }
 
 /// The announcement of a name that a living application holds, with an order before and behind its own.
 TEST_P(Stranger, WhoClaimsALivingApplicationsNameEndsOnlyItself) {
-    Signal watching;
-    Signal declared;
-    Signal over;
-    m_world.Play({[&](Participant& me) {
-                      me.Receive("watcher");
-                      me.Watch("watcher");
-                      watching.Give();
-                      declared.Await();
-                      const std::unique_ptr<System> system = MakeSystem();
-                      const std::unique_ptr<Names> names = system->Join(m_world.local.directory, "job");
-                      std::vector<std::unique_ptr<Channel>> links;
-                      me.Send("alive", "t", "before");
-                      for (const std::uint64_t order : {std::uint64_t{1}, ~std::uint64_t{0}}) {
-                          Names::Connection link = names->Connect(names->Find("watcher").value());
-                          link.channel->Send(GreetingTo("watcher") + AnnounceFrame({order, "alive"}));
-                          links.push_back(std::move(link.channel));
-                          me.Look();
-                          me.Send("alive", "t", "still there");
-                      }
-                      over.Give();
-                      me.WaitUntil([&] { return me.received.size() == 2; });
-                      EXPECT_THAT(me.lost, Not(Contains("alive")));
-                  },
-                  [&](Participant& me) {
-                      watching.Await();
-                      me.Receive("alive");
-                      declared.Give();
-                      me.WaitUntil([&] { return me.received.size() == 3; });
-                      over.Await();
-                      me.Send("watcher", "t", "1");
-                      me.Send("watcher", "t", "2");
-                  }});
+    Play(m_peers, {{"watcher", "receive watcher"},
+                   {"watcher", "watch watcher"},
+                   {"alive", "receive alive"},
+                   {"watcher", "send alive 1 8"}});
+    const auto early = Send("watcher", GreetingTo("watcher") + AnnounceFrame({1, "alive"}));
+    Play(m_peers, {{"watcher", "look"}, {"watcher", "send alive 1 8"}});
+    const auto late = Send("watcher", GreetingTo("watcher") + AnnounceFrame({~std::uint64_t{0}, "alive"}));
+    Play(m_peers, {{"watcher", "look"},
+                   {"watcher", "send alive 1 8"},
+                   {"alive", "await 3 0", "3 messages"},
+                   {"alive", "send watcher 2 8"},
+                   {"watcher", "await 2 0", "2 messages"}});
 }
 
 TEST_P(Stranger, WhoListensUnderANameAndAnswersGarbageHarmsNoSender) {
-    m_world.Play({[&](Participant& me) {
-        me.Receive("sender");
-        const std::unique_ptr<System> system = MakeSystem();
-        const std::unique_ptr<Names> names = system->Join(m_world.local.directory, "job");
-        ASSERT_TRUE(names->Claim("fake", true).taken);
-        me.Send("fake", "t", "one");
-        Names::Acceptance link = names->Accept();
-        ASSERT_NE(link.channel, nullptr);
-        link.channel->Send(std::string(100'000, 'x'));
-        me.Send("fake", "t", "two");
-        me.Look();
-        me.Send("sender", "t", "to itself");
-        me.Look();
-        EXPECT_THAT(me.received, SizeIs(1));
-    }});
+    ASSERT_TRUE(m_names->Claim("fake", true).taken);
+    Play(m_peers, {{"sender", "receive sender"}, {"sender", "send fake 1 8"}});
+    const std::unique_ptr<Channel> link = m_names->Accept().channel;
+    ASSERT_NE(link, nullptr);
+    link->Send(std::string(100'000, 'x'));
+    Play(m_peers, {{"sender", "send fake 1 8"},
+                   {"sender", "look"},
+                   {"sender", "send sender 1 8"},
+                   {"sender", "look", "1 messages"}});
 }
 
 }  // namespace

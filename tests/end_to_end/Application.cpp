@@ -2,9 +2,9 @@
 
 #include <fmt/format.h>
 
-#include <cstdio>
 #include <utility>
 
+#include "Process.h"
 #include "ZYLMsgBBAPI.h"
 #include "ZYLMsgBBCallbackManager.h"
 #include "ZYLMsgBBMessageHandler.h"
@@ -44,11 +44,6 @@ struct Watch : ZYLMsgBBDisconnectHandler {
 };
 
 }  // namespace
-
-void Tell(const std::string& line) {
-    std::printf("%s\n", line.c_str());
-    std::fflush(stdout);
-}
 
 Application::Application(const std::string& name, OnText onText, OnLoss onLoss, int verbosity)
     : files(Domain(), nullptr, verbosity), m_watch(std::make_unique<Watch>(files, std::move(onLoss))) {

@@ -8,9 +8,6 @@
 #include "ZYLMsgBBDisconnectHandler.h"
 #include "ZYLMsgFileTransfer.h"
 
-/// Writes a line at once.
-void Tell(const std::string& line);
-
 /// The application that a role of a test plays in the domain "job". It takes part in file transfers, and
 /// ends those of lost applications.
 class Application {

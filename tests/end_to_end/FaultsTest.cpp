@@ -29,7 +29,7 @@ void MakeDiskOf(rlim_t size, const std::string& directory) {
     }
 }
 
-TEST_F(EndToEnd, AFullDiskIsReportedOnceForEachFileAndSmallFilesStillArrive) {
+TEST_F(WithProcesses, AFullDiskIsReportedOnceForEachFileAndSmallFilesStillArrive) {
     constexpr std::size_t kDisk = 256 * 1024;
     const std::string from = m_directory / "from", to = m_directory / "to";
     MakeFile(from + "/large", 3 * kDisk);

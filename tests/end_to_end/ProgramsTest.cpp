@@ -28,14 +28,14 @@ std::string Program(const std::string& name) {
     return std::string(ZYL_PROGRAMS) + "/" + name;
 }
 
-TEST_F(EndToEnd, TheHelloExamplesMeet) {
+TEST_F(WithProcesses, TheHelloExamplesMeet) {
     Process sender({Program("hello_sender")});
     Process receiver({Program("hello_receiver")});
     receiver.AwaitLine("sender says: Hello!");
     EXPECT_EQ(sender.Wait(), "status 0") << sender.Output();
 }
 
-TEST_F(EndToEnd, TheReadmeShowsTheHelloExamples) {
+TEST_F(WithProcesses, TheReadmeShowsTheHelloExamples) {
     const std::string readme = FileBytes(ZYL_SOURCES "/README.md");
     for (const char* example : {"hello_receiver.cpp", "hello_sender.cpp"}) {
         EXPECT_THAT(readme, HasSubstr(FileBytes(ZYL_SOURCES "/examples/" + std::string(example))));
@@ -43,7 +43,7 @@ TEST_F(EndToEnd, TheReadmeShowsTheHelloExamples) {
 }
 
 /// The analysis of the examples, with a small model.
-class Analysis : public EndToEnd {
+class Analysis : public WithProcesses {
   protected:
     Analysis() { MakeFile(m_job + "/monitor/model.dat", 200'000); }
 
@@ -146,7 +146,7 @@ std::string WithoutTimes(const std::string& lines) {
     return std::regex_replace(lines, std::regex("(^|\n)\\d\\d:\\d\\d:\\d\\d\\.\\d\\d\\d "), "$1");
 }
 
-TEST_F(EndToEnd, ZylmsgSendsStringsAndKillsThatZylmsgPrints) {
+TEST_F(WithProcesses, ZylmsgSendsStringsAndKillsThatZylmsgPrints) {
     Process listener({Program("zylmsg"), "listen", "me", "--domain", "job", "--count", "3"});
     const struct {
         std::vector<std::string> arguments;
@@ -217,7 +217,7 @@ TEST(EnvelopeLine, ShowsWhatNobodyKnowsAndWhatMakesNoSense) {
     }
 }
 
-TEST_F(EndToEnd, ZylmsgPutsAFileAndWaitsForTheConfirmationAlsoAfterOneThatWasKilled) {
+TEST_F(WithProcesses, ZylmsgPutsAFileAndWaitsForTheConfirmationAlsoAfterOneThatWasKilled) {
     MakeFile(m_directory / "here/data", 70'000);
     MakeFile(m_directory / "large", 10);
     std::filesystem::resize_file(m_directory / "large", 200'000'000);
@@ -245,7 +245,7 @@ TEST_F(EndToEnd, ZylmsgPutsAFileAndWaitsForTheConfirmationAlsoAfterOneThatWasKil
     EXPECT_THAT(target.Output(), HasSubstr("operator: done\n"));
 }
 
-TEST_F(EndToEnd, ZylmsgPutEndsWhenTheTargetIsKilledBeforeItConfirms) {
+TEST_F(WithProcesses, ZylmsgPutEndsWhenTheTargetIsKilledBeforeItConfirms) {
     MakeFile(m_directory / "data", 10);
     Process target({Program("zylmsg"), "--domain", "job", "listen", "target"});
     Process put(Zylmsg({"put", m_directory / "data", "target"}));
@@ -255,7 +255,7 @@ TEST_F(EndToEnd, ZylmsgPutEndsWhenTheTargetIsKilledBeforeItConfirms) {
     EXPECT_THAT(put.Output(), HasSubstr("zylmsg: target does not have data: "));
 }
 
-TEST_F(EndToEnd, ZylmsgTellsByItsStatusWhatFailed) {
+TEST_F(WithProcesses, ZylmsgTellsByItsStatusWhatFailed) {
     setenv("ZYL_BACKBONE_CONNECT_TIMEOUT", "0.1", 1);
     MakeFile(m_directory / "data", 10);
     std::string closed = m_directory / "closed";
@@ -299,7 +299,7 @@ TEST_F(EndToEnd, ZylmsgTellsByItsStatusWhatFailed) {
     }
 }
 
-TEST_F(EndToEnd, ZylmsgListenFailsWhenItCannotPrint) {
+TEST_F(WithProcesses, ZylmsgListenFailsWhenItCannotPrint) {
     for (const auto& [output, reason] :
          {std::pair(">/dev/full", "No space left on device"), std::pair(">&-", "Bad file descriptor")}) {
         Process listener(
@@ -311,7 +311,7 @@ TEST_F(EndToEnd, ZylmsgListenFailsWhenItCannotPrint) {
     }
 }
 
-TEST_F(EndToEnd, ZylmsgEndsWithOneLineWhereItCannotWork) {
+TEST_F(WithProcesses, ZylmsgEndsWithOneLineWhereItCannotWork) {
     Process holder({Program("zylmsg"), "--domain=job", "listen", "taken"});
     EXPECT_EQ(Process(Zylmsg({"send", "taken", "Are you there?"})).Wait(), "status 0");
     MakeFile(m_directory / "file", 10);

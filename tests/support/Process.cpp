@@ -43,18 +43,23 @@ Process::Process(const std::vector<std::string>& command) : Process([&] { return
 
 Process::Process(const std::function<int()>& role) {
     std::fflush(nullptr);
-    std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0 || (m_pid = fork()) < 0) {
+    int orders[2];
+    int ends[2];
+    if (pipe2(orders, O_CLOEXEC) != 0 || pipe2(ends, O_CLOEXEC) != 0 || (m_pid = fork()) < 0) {
         throw std::runtime_error("cannot start a process");
     }
     setpgid(m_pid, 0);  // a group with all that it starts
     if (m_pid == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
+        dup2(orders[0], STDIN_FILENO);
         dup2(ends[1], STDOUT_FILENO);
         dup2(ends[1], STDERR_FILENO);
-        std::exit(role());
+        const int status = role();
+        std::exit(::testing::Test::HasFailure() ? EXIT_FAILURE : status);
     }
+    close(orders[0]);
     close(ends[1]);
+    m_input = orders[1];
     m_pipe = ends[0];
 }
 
@@ -63,7 +68,13 @@ Process::~Process() {
         kill(-m_pid, SIGKILL);
         waitpid(m_pid, nullptr, 0);
     }
+    close(m_input);
     close(m_pipe);
+}
+
+void Process::Say(const std::string& line) const {
+    const std::string bytes = line + '\n';
+    EXPECT_EQ(write(m_input, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
 }
 
 bool Process::ReadMore() {
@@ -103,7 +114,7 @@ std::string Process::Wait() {
                                : fmt::format("status {}", WEXITSTATUS(status));
 }
 
-EndToEnd::EndToEnd() {
+WithProcesses::WithProcesses() {
     std::filesystem::create_directory(m_directory / "backbone");
     std::filesystem::permissions(m_directory / "backbone", std::filesystem::perms::owner_all);
     setenv("ZYL_BACKBONE_DIR", (m_directory / "backbone").c_str(), 1);
@@ -114,11 +125,11 @@ OnLane::OnLane() {
     setenv("ZYL_BACKBONE_LANE", GetParam(), 1);
 }
 
-void EndToEnd::RestartDeadline() {
+void WithProcesses::RestartDeadline() {
     alarm(kDeadlineInSeconds);
 }
 
-std::vector<std::string> EndToEnd::BackboneFiles() const {
+std::vector<std::string> WithProcesses::BackboneFiles() const {
     std::vector<std::string> files;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(m_directory / "backbone")) {
         if (!entry.is_directory()) {
@@ -126,6 +137,11 @@ std::vector<std::string> EndToEnd::BackboneFiles() const {
         }
     }
     return files;
+}
+
+void Tell(const std::string& line) {
+    std::printf("%s\n", line.c_str());
+    std::fflush(stdout);
 }
 
 void MakeFile(const std::string& path, std::size_t size) {

@@ -1,5 +1,5 @@
-#ifndef ZYL_TESTS_END_TO_END_PROCESS_H
-#define ZYL_TESTS_END_TO_END_PROCESS_H
+#ifndef ZYL_TESTS_PROCESS_H
+#define ZYL_TESTS_PROCESS_H
 
 #include <gtest/gtest.h>
 #include <sys/types.h>
@@ -15,8 +15,8 @@
 /// does not outlive the test.
 class Process {
   public:
-    /// Plays `role`, whose result is the exit status, in a child of this process. The test itself never
-    /// touches the backbone.
+    /// Plays `role` in a child of this process, whose exit status is the role's, or 1 where one of its
+    /// expectations failed. The test itself never touches the backbone.
     explicit Process(const std::function<int()>& role);
     /// Executes a program.
     explicit Process(const std::vector<std::string>& command);
@@ -24,6 +24,8 @@ class Process {
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
 
+    /// Writes a line to its standard input.
+    void Say(const std::string& line) const;
     /// Waits for a line that holds `text` and returns it; without one the test fails, and the line is
     /// empty.
     std::string AwaitLine(const std::string& text);
@@ -37,15 +39,16 @@ class Process {
     bool ReadMore();
 
     pid_t m_pid = -1;
+    int m_input = -1;
     int m_pipe = -1;
     std::string m_output;
     std::size_t m_awaited = 0;
 };
 
 /// A test with processes: it has a backbone directory of its own, and a deadline.
-class EndToEnd : public ::testing::Test {
+class WithProcesses : public ::testing::Test {
   protected:
-    EndToEnd();
+    WithProcesses();
 
     /// Lets a test that goes on in rounds have the whole time for each.
     static void RestartDeadline();
@@ -56,7 +59,7 @@ class EndToEnd : public ::testing::Test {
 };
 
 /// A test whose lanes are those of the parameter, "memory" or "socket".
-class OnLane : public EndToEnd, public ::testing::WithParamInterface<const char*> {
+class OnLane : public WithProcesses, public ::testing::WithParamInterface<const char*> {
   protected:
     OnLane();
 };
@@ -65,6 +68,8 @@ inline std::string LaneName(const ::testing::TestParamInfo<const char*>& lane) {
     return lane.param;
 }
 
+/// Writes a line at once.
+void Tell(const std::string& line);
 /// Makes a file of random bytes, its directory included.
 void MakeFile(const std::string& path, std::size_t size);
 std::string FileBytes(const std::string& path);
