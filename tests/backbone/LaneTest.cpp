@@ -5,7 +5,6 @@
 #include <cstring>
 #include <functional>
 #include <string>
-#include <thread>
 
 #include "HeapMemory.h"
 
@@ -58,56 +57,6 @@ TEST_F(Lane, BodiesOfEverySizeCrossManyTimesRoundTheRingAndStartAligned) {
         EXPECT_EQ(reinterpret_cast<std::uintptr_t>(message->body.data()) % boundary, 0U);
         total += size + 64;
     }
-}
-
-/// A writer and a reader on threads of their own, with a ring that holds next to nothing: for the thread
-/// sanitizer, and for the fences of the processor that this runs on.
-TEST_F(Lane, TwoThreadsExchangeEverythingWithoutALostWakeUp) {
-    const LaneShape shape{4096, 512};
-    const auto memory = std::make_shared<HeapMemory>(shape.Memory());
-    constexpr int kCount = 200'000;
-    std::atomic<int> bells = 0;
-    std::atomic<int> notes = 0;
-    std::thread writing([&] {
-        LaneWriter writer(memory, shape);
-        for (int number = 0; number < kCount; ++number) {
-            const std::size_t size = static_cast<std::size_t>(number * 37 % 700);
-            const int before = notes;
-            void* room = writer.Reserve("t", 2, size);
-            while (room == nullptr) {
-                notes.wait(before);
-                room = writer.Reserve("t", 2, size);
-            }
-            std::memset(room, number % 127, size);
-            if (writer.Publish(0)) {
-                ++bells;
-                bells.notify_one();
-            }
-        }
-    });
-    LaneReader reader(memory, shape);
-    for (int number = 0; number < kCount;) {
-        const int before = bells;
-        const std::optional<LaneMessage> message = reader.Take();
-        if (!message) {
-            reader.GiveBack();
-            reader.Asleep();
-            StoreLoadFence();
-            if (!reader.HasNews() && !reader.WriterWaits()) {
-                bells.wait(before);
-            }
-            reader.Awake();
-        } else {
-            ASSERT_EQ(Text(*message), std::string(static_cast<std::size_t>(number * 37 % 700),
-                                                  static_cast<char>(number % 127)));
-            ++number;
-        }
-        if (reader.WriterWaits()) {
-            ++notes;
-            notes.notify_one();
-        }
-    }
-    writing.join();
 }
 
 TEST_F(Lane, NonsenseInTheSharedMemoryIsRefused) {
