@@ -1,93 +1,46 @@
-// Processes that are busy with messages and files and are killed at random moments, or are very many. Each
-// test says what it did and with which seed; ZYL_SOAK_SEED repeats one, ZYL_SOAK_SECONDS sets how long it
-// goes on.
+// A sender and a receiver of files that are killed at random moments, and start again at once. The test says with
+// which seed; ZYL_SOAK_SEED repeats one, ZYL_SOAK_SECONDS sets how long it goes on.
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
+#include <algorithm>
+#include <array>
 #include <chrono>
 #include <filesystem>
-#include <map>
-#include <memory>
 #include <random>
+#include <regex>
 #include <set>
-#include <sstream>
 
 #include "Application.h"
-#include "Process.h"
+#include "Peer.h"
 
 namespace {
 
-/// What the processes of a test count together.
-struct Tally {
-    std::atomic<unsigned> messages = 0;
-    std::atomic<unsigned> files = 0;
-    std::atomic<unsigned> errors = 0;
-};
+using ::testing::HasSubstr;
+using ::testing::Not;
 
-class Soak : public OnLane {
-  protected:
-    Soak() {
-        const char* seed = std::getenv("ZYL_SOAK_SEED");
-        m_seed = seed != nullptr ? static_cast<unsigned>(std::stoul(seed)) : std::random_device{}();
-        m_random.seed(m_seed);
-        std::printf("ZYL_SOAK_SEED=%u\n", m_seed);
-    }
-    ~Soak() override {
-        std::printf("%s: %d processes killed; verified: %u messages, %u files\n", GetParam(), m_kills,
-                    m_tally.messages.load(), m_tally.files.load());
-        m_tally.~Tally();
-        munmap(&m_tally, sizeof(Tally));
-    }
-
-    /// Whether there is time for another round, of which each may last as long as a whole test. A test
-    /// lasts `standard` seconds, or as many as ZYL_SOAK_SECONDS says.
-    bool HasTime(int standard) const {
-        const char* seconds = std::getenv("ZYL_SOAK_SECONDS");
-        RestartDeadline();
-        return !HasFailure() && std::chrono::steady_clock::now() - m_start <
-                                    std::chrono::seconds(seconds != nullptr ? std::stoi(seconds) : standard);
-    }
-    int Random(int least, int most) { return std::uniform_int_distribution(least, most)(m_random); }
-    /// A fault comes at any moment: this is the one thing that is not waited for by an event.
-    void PauseForUpTo(int microseconds) { usleep(static_cast<useconds_t>(Random(0, microseconds))); }
-
-    Tally& m_tally =
-        *new (mmap(nullptr, sizeof(Tally), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)) Tally;
-    int m_kills = 0;
-
-  private:
-    const std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
-    unsigned m_seed;
-    std::mt19937 m_random;
-};
-
-/// The numbers behind a word in the lines that hold it.
-std::vector<int> NumbersAfter(const std::string& word, const std::string& output) {
-    std::vector<int> numbers;
-    for (std::size_t at = 0; (at = output.find(word, at)) != std::string::npos; at += word.size()) {
-        numbers.push_back(std::atoi(output.c_str() + at + word.size()));
-    }
-    return numbers;
+long NumberFrom(const char* variable, long standard) {
+    const char* const text = std::getenv(variable);
+    return text != nullptr ? std::stol(text) : standard;
 }
-int NumberAfter(const std::string& word, const std::string& line) {
-    const std::vector<int> numbers = NumbersAfter(word, line);
-    return numbers.empty() ? 0 : numbers.front();
+
+/// How many matches the expression has.
+std::ptrdiff_t Count(const std::string& expression, const std::string& text) {
+    const std::regex regex(expression);
+    return std::distance(std::sregex_iterator(text.begin(), text.end(), regex), std::sregex_iterator());
 }
 
 constexpr std::size_t kSizes[] = {0, 1, 65536, 200'000, 700'001};
 
 /// A sender and a receiver of files that are killed at any time and start again at once under their names.
 /// The receiver greets each life of the sender and tells of each file that it has it. Both give their
-/// process numbers, for what one hears may come from an earlier life of the other. An auditor hears of all
-/// losses.
-class RestartedPeer : public Soak {
+/// process numbers, for what one hears may come from an earlier life of the other.
+class RestartedPeer : public OnLane {
   protected:
     RestartedPeer() {
         for (const std::size_t size : kSizes) {
@@ -103,7 +56,7 @@ class RestartedPeer : public Soak {
             "sender",
             [&](const std::string&, const std::string& text) {
                 if (text.starts_with("hello ")) {
-                    receivers.insert(NumberAfter("hello ", text));
+                    receivers.insert(std::stoi(text.substr(6)));
                 } else {
                     had = text;
                 }
@@ -133,8 +86,9 @@ class RestartedPeer : public Soak {
             if (had != whole) {
                 continue;
             }
-            m_tally.errors += FileBytes(m_to + "/" + copy) == FileBytes(m_from + "/" + source) ? 0 : 1;
-            ++m_tally.files;
+            if (FileBytes(m_to + "/" + copy) != FileBytes(m_from + "/" + source)) {
+                Tell(copy + " is broken");
+            }
             std::filesystem::remove(m_to + "/" + copy);
             if (life != met) {
                 Tell(fmt::format("sender {} has met receiver {}", getpid(), life));
@@ -162,13 +116,19 @@ class RestartedPeer : public Soak {
         return 0;
     }
 
-    static int Auditor() {
-        Application me("auditor", {}, [](int pid, const std::string&) { Tell(fmt::format("lost {}", pid)); });
-        Tell("ready");
-        me.Listen();
-        return 0;
+    /// Waits until two lives have met neither of which was killed.
+    std::array<int, 2> AwaitMeeting(Process& sender) const {
+        std::array<int, 2> lives{};
+        do {
+            const std::string line = sender.AwaitLine("has met");
+            if (std::sscanf(line.c_str(), "sender %d has met receiver %d", &lives[0], &lives[1]) != 2) {
+                break;
+            }
+        } while (m_killed.contains(lives[0]) || m_killed.contains(lives[1]));
+        return lives;
     }
 
+    std::set<int> m_killed;
     const std::string m_from = m_directory / "from";
     const std::string m_to = m_directory / "to";
 };
@@ -196,123 +156,53 @@ int Keep(const std::function<int()>& role) {
     }
 }
 
-/// How a receiver ends, by the rules of file transfer, that gets the rest of a file which its earlier life
-/// has begun.
-bool IsEndOfABrokenTransfer(const std::string& line) {
-    return line.find("havent initialized the file for app") != std::string::npos ||
-           line.find("itr != m_receiveFileMap.end()") != std::string::npos;
-}
-
 TEST_P(RestartedPeer, IsReportedOnceForEachLifeAndMetAgain) {
-    Process auditor([] { return Auditor(); });
-    auditor.AwaitLine("ready");
+    const auto seed = static_cast<unsigned>(NumberFrom("ZYL_SOAK_SEED", std::random_device{}()));
+    const auto end =
+        std::chrono::steady_clock::now() + std::chrono::seconds(NumberFrom("ZYL_SOAK_SECONDS", 12));
+    std::mt19937 random(seed);
+    Peer auditor;
+    auditor.Begin("watch auditor");
+    auditor.Account();
     Process receiver([] { return Keep([] { return Receiver(); }); });
     Process sender([&] { return Keep([&] { return Sender(); }); });
-    std::set<int> killed;
-    do {
-        int pids[2];
-        do {
-            const std::string met = sender.AwaitLine("has met");
-            pids[0] = NumberAfter("sender ", met);
-            pids[1] = NumberAfter("receiver ", met);
-        } while (!HasFailure() && (killed.contains(pids[0]) || killed.contains(pids[1])));
-        PauseForUpTo(20'000);
-        const int victims = Random(1, 3);
-        for (int role = 0; role < 2 && !HasFailure(); ++role) {
-            if ((victims & 1 << role) != 0) {
-                kill(pids[role], SIGKILL);
-                killed.insert(pids[role]);
-                ++m_kills;
+    while (!HasFailure() && std::chrono::steady_clock::now() < end) {
+        RestartDeadline();
+        const std::array<int, 2> lives = AwaitMeeting(sender);
+        usleep(static_cast<useconds_t>(random() % 20'000));  // so that the end comes at any moment
+        for (const unsigned victims = 1 + static_cast<unsigned>(random() % 3);
+             const unsigned role : {0U, 1U}) {
+            if ((victims & 1U << role) != 0 && !HasFailure()) {
+                kill(lives[role], SIGKILL);
+                m_killed.insert(lives[role]);
             }
         }
-    } while (HasTime(12));
-    for (std::set<int> unheard = killed; !unheard.empty() && !HasFailure();) {
-        unheard.erase(NumberAfter("lost ", auditor.AwaitLine("lost ")));
     }
+    AwaitMeeting(sender);
     for (Process* process : {&sender, &receiver}) {
         process->Kill(SIGKILL);
         EXPECT_EQ(process->Wait(), "signal 9");
     }
-    Process closer([] {
-        const Application me("closer");
-        Application::Say("auditor", "done");
-        return 0;
-    });
-    EXPECT_EQ(closer.Wait(), "status 0");
-    EXPECT_EQ(auditor.Wait(), "status 0");
-    std::set<int> reported;
-    for (const int pid : NumbersAfter("lost ", auditor.Output())) {
-        EXPECT_TRUE(reported.insert(pid).second) << pid;
-    }
-    EXPECT_EQ(m_tally.errors, 0U);
-    EXPECT_GT(m_tally.files, 0U);
-    EXPECT_LE(BackboneFiles().size(), 8U);  // the leftovers of one life each, however many there were
-    EXPECT_THAT(NumbersAfter("ended by signal ", sender.Output()), ::testing::Each(SIGKILL));
-    std::istringstream lines(receiver.Output());
-    std::ptrdiff_t brokenTransfers = 0;
-    for (std::string line; std::getline(lines, line);) {
-        if (line.find("AssertionFailed:") != std::string::npos) {
-            EXPECT_TRUE(IsEndOfABrokenTransfer(line)) << line;
-            ++brokenTransfers;
-        }
-    }
-    const std::vector<int> ends = NumbersAfter("ended by signal ", receiver.Output());
-    EXPECT_THAT(ends, ::testing::Each(::testing::AnyOf(SIGKILL, SIGABRT)));
-    EXPECT_LE(std::count(ends.begin(), ends.end(), SIGABRT), brokenTransfers);
+    std::printf("ZYL_SOAK_SEED=%u: %zu processes killed\n", seed, m_killed.size());
+    EXPECT_LE(BackboneFiles().size(), 8U) << "the leftovers of one life each, however many there were";
+
+    const auto senders = Count("ended by signal 9\n", sender.Output());
+    EXPECT_EQ(Count("ended by signal", sender.Output()), senders);
+    EXPECT_THAT(sender.Output(), Not(HasSubstr("is broken")));
+    // By the rules of file transfer, a receiver that gets the rest of a file which its earlier life has begun aborts.
+    const auto broken =
+        Count("AssertionFailed:.*(havent initialized the file for app|itr != m_receiveFileMap.end)",
+              receiver.Output());
+    const auto receivers = Count("ended by signal (6|9)\n", receiver.Output());
+    EXPECT_EQ(Count("ended by signal", receiver.Output()), receivers);
+    EXPECT_EQ(Count("AssertionFailed:", receiver.Output()), broken);
+    EXPECT_LE(Count("ended by signal 6\n", receiver.Output()), broken);
+    auditor.Begin(fmt::format("await 0 {}", senders + receivers + 2));
+    const std::string account = auditor.Account();
+    EXPECT_EQ(Count("sender lost after 0", account), senders + 1);
+    EXPECT_EQ(Count("receiver lost after 0", account), receivers + 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Lane, RestartedPeer, ::testing::Values("memory", "socket"), LaneName);
-
-class Crowd : public Soak {
-  protected:
-    static constexpr int kApplications = 40;
-    static constexpr int kMessages = 30;
-
-    static std::string Name(int application) { return fmt::format("application {}", application); }
-    /// The n-th text from one to another, of a size and with a letter of its own.
-    static std::string Text(int n, const std::string& from, const std::string& to) {
-        const std::string head = fmt::format("{} from {} to {} ", n, from, to);
-        const std::size_t hash = std::hash<std::string>{}(head);
-        return head + std::string(hash % 6000, static_cast<char>('a' + hash % 26));
-    }
-
-    int Member(int self) {
-        std::map<std::string, int> heard;
-        int complete = 0;
-        Application me(Name(self), [&](const std::string& sender, const std::string& text) {
-            const int n = ++heard[sender];
-            m_tally.errors += text == Text(n, sender, Name(self)) ? 0 : 1;
-            ++m_tally.messages;
-            complete += n == kMessages ? 1 : 0;
-            if (complete == kApplications - 1) {
-                me.End();
-            }
-        });
-        for (int n = 1; n <= kMessages; ++n) {
-            for (int target = 0; target < kApplications; ++target) {
-                if (target != self) {
-                    Application::Say(Name(target), Text(n, Name(self), Name(target)));
-                }
-            }
-        }
-        me.Listen();
-        return 0;
-    }
-};
-
-TEST_P(Crowd, HearsEveryMessageInOrder) {
-    std::vector<std::unique_ptr<Process>> members;
-    for (int member = 0; member < kApplications; ++member) {
-        members.push_back(std::make_unique<Process>([this, member] { return Member(member); }));
-    }
-    for (const auto& member : members) {
-        EXPECT_EQ(member->Wait(), "status 0");
-        EXPECT_EQ(member->Output(), "");
-    }
-    EXPECT_EQ(m_tally.errors, 0U);
-    EXPECT_EQ(m_tally.messages, static_cast<unsigned>(kApplications * (kApplications - 1) * kMessages));
-}
-
-INSTANTIATE_TEST_SUITE_P(Lane, Crowd, ::testing::Values("memory", "socket"), LaneName);
 
 }  // namespace
