@@ -1,5 +1,7 @@
 #include "Channel.h"
 
+#include <fmt/core.h>
+
 #include <stdexcept>
 
 namespace {
@@ -30,7 +32,7 @@ std::unique_ptr<Channel> Channel::Open(const Setup& setup) {
             return kind.open(setup);
         }
     }
-    throw std::runtime_error("there is no channel of kind " + setup.kind);
+    throw std::runtime_error(fmt::format("there is no channel of kind {}", setup.kind));
 }
 
 std::vector<std::string> Channel::Kinds() {

@@ -1,6 +1,7 @@
 #include "Child.h"
 
 #include <fcntl.h>
+#include <fmt/core.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -45,7 +46,7 @@ Child::Child(const std::vector<std::string>& command) : m_name(command.front()) 
     m_output = output.ends[0];
     if (failed != 0) {
         m_pid = -1;
-        throw std::runtime_error("cannot start " + m_name);
+        throw std::runtime_error(fmt::format("cannot start {}", m_name));
     }
 }
 
@@ -85,7 +86,7 @@ Figures Child::Finish() {
     int status = 0;
     waitpid(std::exchange(m_pid, -1), &status, 0);
     if (status != 0) {
-        throw std::runtime_error("the process '" + m_name + "' failed");
+        throw std::runtime_error(fmt::format("the process '{}' failed", m_name));
     }
     Figures figures;
     std::istringstream lines(printed);

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <fmt/core.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,7 +24,7 @@ constexpr std::uintmax_t kMebibyte = std::uintmax_t{1024} * 1024;
 
 /// A file whose bytes do not repeat within a block, so that nothing along the way can save the copying.
 std::string MakeFile(const std::string& directory, std::uintmax_t size) {
-    std::string name = directory + "/file";
+    std::string name = fmt::format("{}/file", directory);
     std::vector<std::uint64_t> block(kMebibyte / sizeof(std::uint64_t));
     std::uint64_t state = 88172645463325252U;
     std::ofstream file(name, std::ios::binary);
@@ -37,7 +38,7 @@ std::string MakeFile(const std::string& directory, std::uintmax_t size) {
         file.write(reinterpret_cast<const char*>(block.data()), static_cast<std::streamsize>(kMebibyte));
     }
     if (!file.flush()) {
-        throw std::runtime_error("cannot write " + name);
+        throw std::runtime_error(fmt::format("cannot write {}", name));
     }
     return name;
 }
@@ -97,8 +98,8 @@ void CopiesIn(const std::string& parent, const std::string& where, const Measure
     }
     const RunDirectory directory(parent);
     const std::string source = MakeFile(directory.Path(), size);
-    const std::string target = source + ".copy";
-    const std::string figure = "copy of a file of " + std::to_string(size / kMebibyte) + " MiB, " + where;
+    const std::string target = fmt::format("{}.copy", source);
+    const std::string figure = fmt::format("copy of a file of {} MiB, {}", size / kMebibyte, where);
     const auto add = [&](const std::string& contender, const std::function<double()>& copy) {
         Settle(target);
         const double seconds = copy();
@@ -128,14 +129,14 @@ void PeakMemory(const Measurement& measurement) {
         const std::uintmax_t size = mebibytes * kMebibyte;
         const bool inMemory = HasRoom(measurement.memory, 2 * size);
         const RunDirectory directory(inMemory ? measurement.memory : measurement.disk);
-        const std::string source = directory.Path() + "/file";
+        const std::string source = fmt::format("{}/file", directory.Path());
         std::ofstream(source).close();
         std::filesystem::resize_file(source, size);  // a hole: only the copy takes room
         const Transfer transfer = SendFile(source);
-        if (std::filesystem::file_size(source + ".copy") != size) {
-            throw std::runtime_error("the copy of " + source + " is not whole");
+        if (std::filesystem::file_size(fmt::format("{}.copy", source)) != size) {
+            throw std::runtime_error(fmt::format("the copy of {} is not whole", source));
         }
-        const std::string contender = "file of " + std::to_string(mebibytes) + " MiB";
+        const std::string contender = fmt::format("file of {} MiB", mebibytes);
         measurement.results.Add("peak memory of the sender", "MiB", contender, transfer.senderPeak / 1024);
         measurement.results.Add("peak memory of the receiver", "MiB", contender,
                                 transfer.receiverPeak / 1024);

@@ -1,3 +1,5 @@
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -103,8 +105,10 @@ void CompareRecords(const Measurement& measurement, const std::string& what, con
         copy->Read(body.data(), body.size());
         Use(copy.get());
     };
-    Time(measurement, "encoding " + what, calls, {Calling("zyl", encode), Calling("by hand", encodeByHand)});
-    Time(measurement, "decoding " + what, calls, {Calling("zyl", decode), Calling("by hand", decodeByHand)});
+    Time(measurement, fmt::format("encoding {}", what), calls,
+         {Calling("zyl", encode), Calling("by hand", encodeByHand)});
+    Time(measurement, fmt::format("decoding {}", what), calls,
+         {Calling("zyl", decode), Calling("by hand", decodeByHand)});
 }
 
 class EmptyMessage final : public ZYLMsgBBMessage {
@@ -124,7 +128,7 @@ class IgnoringHandler final : public ZYLMsgBBMessageHandler {
 std::vector<std::string> TypeNames(std::size_t count) {
     std::vector<std::string> names;
     for (std::size_t number = 0; number < count; ++number) {
-        names.push_back("BenchmarkMessageType" + std::to_string(number));
+        names.push_back(fmt::format("BenchmarkMessageType{}", number));
     }
     return names;
 }
@@ -142,7 +146,7 @@ void DispatchAmong(std::size_t types, const Measurement& measurement) {
                                                           new IgnoringHandler);
     }
     constexpr std::size_t kCalls = 2000000;
-    const std::string contender = std::to_string(types) + " types";
+    const std::string contender = fmt::format("{} types", types);
     Time(measurement, "dispatch of an empty message, the same type again", kCalls,
          {Calling(contender, [&] { Receive(names[types / 2]); })});
     constexpr std::size_t kStride = 7919;  // a prime: every type gets its turn, neighbours far apart

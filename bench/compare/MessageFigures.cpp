@@ -1,3 +1,4 @@
+#include <fmt/core.h>
 #include <sched.h>
 
 #include <algorithm>
@@ -42,17 +43,17 @@ double MegabytesPerSecond(const Pairing& pairing) {
 void AddPercentiles(const Measurement& measurement, const std::string& figure, const Pairing& pairing) {
     const Figures figures = RunPair("pong", "ping", pairing);
     measurement.results.Add(figure, "us", pairing.kind, figures.at("median") / 1000);
-    measurement.results.Add(figure + ", 99th percentile", "us", pairing.kind,
+    measurement.results.Add(fmt::format("{}, 99th percentile", figure), "us", pairing.kind,
                             figures.at("percentile99") / 1000);
-    measurement.results.Add(figure + ", 99.9th percentile", "us", pairing.kind,
+    measurement.results.Add(fmt::format("{}, 99.9th percentile", figure), "us", pairing.kind,
                             figures.at("percentile99.9") / 1000);
 }
 
 std::string SizeName(std::size_t size) {
     if (size >= kMebibyte) {
-        return std::to_string(size / kMebibyte) + " MiB";
+        return fmt::format("{} MiB", size / kMebibyte);
     }
-    return size >= kKibibyte ? std::to_string(size / kKibibyte) + " KiB" : std::to_string(size) + " B";
+    return size >= kKibibyte ? fmt::format("{} KiB", size / kKibibyte) : fmt::format("{} B", size);
 }
 
 }  // namespace
@@ -128,8 +129,9 @@ void LargeRates(const Measurement& measurement) {
             pairing.count = measurement.Count(count);
             pairing.serverProcessor = processors.front();
             pairing.clientProcessor = processors.back();
-            measurement.results.Add("messages of " + SizeName(size) + ", one way, each end on its processor",
-                                    "MB/s", kind, MegabytesPerSecond(pairing));
+            measurement.results.Add(
+                fmt::format("messages of {}, one way, each end on its processor", SizeName(size)), "MB/s",
+                kind, MegabytesPerSecond(pairing));
         }
     }
 }
@@ -178,7 +180,7 @@ void ApplicationCounts(const Measurement& measurement) {
         const std::string rounds = std::to_string(measurement.Count(20000) / members + 1);
         std::vector<Child> children;
         for (std::size_t member = 0; member < members; ++member) {
-            children.push_back(Child::InRole({"role", "member", "--self", "member-" + std::to_string(member),
+            children.push_back(Child::InRole({"role", "member", "--self", fmt::format("member-{}", member),
                                               "--size", "64", "--answer", "64", "--rounds", rounds}));
         }
         Child hub = Child::InRole(
@@ -187,7 +189,7 @@ void ApplicationCounts(const Measurement& measurement) {
         for (Child& child : children) {
             child.Finish();
         }
-        const std::string contender = std::to_string(applications) + " applications";
+        const std::string contender = fmt::format("{} applications", applications);
         measurement.results.Add("round trip of 64 bytes with each application in turn", "us", contender,
                                 figures.at("mean") / 1000);
         measurement.results.Add("peak memory of the one linked to all", "MiB", contender,

@@ -1,3 +1,4 @@
+#include <fmt/core.h>
 #include <nng/nng.h>
 #include <nng/protocol/pair0/pair.h>
 
@@ -9,7 +10,7 @@ namespace {
 
 void Check(int result, const char* what) {
     if (result != 0) {
-        throw std::runtime_error(std::string("nng ") + what + ": " + nng_strerror(result));
+        throw std::runtime_error(fmt::format("nng {}: {}", what, nng_strerror(result)));
     }
 }
 
@@ -18,7 +19,7 @@ class NngChannel final : public Channel {
     explicit NngChannel(const Setup& setup) : m_buffer(setup.IncomingSize()) {
         Check(nng_pair0_open(&m_socket), "open");
         Check(nng_socket_set_size(m_socket, NNG_OPT_RECVMAXSZ, 0), "option");
-        const std::string address = "ipc://" + setup.directory + "/nng";
+        const std::string address = fmt::format("ipc://{}/nng", setup.directory);
         Check(setup.serves ? nng_listen(m_socket, address.c_str(), nullptr, 0)
                            : nng_dial(m_socket, address.c_str(), nullptr, NNG_FLAG_NONBLOCK),
               "address");

@@ -1,10 +1,11 @@
+#include <fmt/core.h>
 #include <mpi.h>
 
-#include <exception>
 #include <stdexcept>
 
 #include "ChannelRoles.h"
 #include "RoleCommand.h"
+#include "RunReporting.h"
 
 /// OpenMPI as a peer of the comparison: a program that `mpirun` starts twice, first as the role that serves.
 
@@ -49,7 +50,7 @@ int Run(int argc, char** argv) {
     CLI::App program("One of the two processes of a measurement with OpenMPI; started by compare.");
     AddRoleCommand(program, [](const std::string& role, RoleOptions& options) {
         if (!RunChannelRole(role, options, Open)) {
-            throw std::invalid_argument("there is no role " + role + " with OpenMPI");
+            throw std::invalid_argument(fmt::format("there is no role {} with OpenMPI", role));
         }
     });
     CLI11_PARSE(program, argc, argv);
@@ -59,10 +60,5 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
-        return Run(argc, argv);
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "compare_openmpi: %s\n", error.what());
-        return 1;
-    }
+    return RunReporting("compare_openmpi", Run, argc, argv);
 }

@@ -1,5 +1,6 @@
 #include "Roles.h"
 
+#include <fmt/core.h>
 #include <sys/resource.h>
 
 #include <chrono>
@@ -28,7 +29,7 @@ double Seconds(Clock::duration time) {
 }
 
 std::string MemberName(std::size_t number) {
-    return "member-" + std::to_string(number);
+    return fmt::format("member-{}", number);
 }
 
 class WakingHandler final : public ZYLMsgBBMessageHandler {
@@ -105,7 +106,7 @@ std::unique_ptr<ZYLMsgFileTransfer> MakeEngine(const Application& application) {
 void SendFile(RoleOptions& options) {
     Application application("sender");
     const auto engine = MakeEngine(application);
-    const std::string target = options.file + ".copy";
+    const std::string target = fmt::format("{}.copy", options.file);
     application.Send("receiver", {});  // meets the receiver
     application.Wait();
     const Clock::time_point start = Clock::now();

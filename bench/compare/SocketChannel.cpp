@@ -1,3 +1,4 @@
+#include <fmt/core.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -19,7 +20,7 @@ class SocketChannel final : public Channel {
     explicit SocketChannel(const Setup& setup) : m_buffer(setup.IncomingSize()) {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
-        const std::string path = setup.directory + "/socket";
+        const std::string path = fmt::format("{}/socket", setup.directory);
         path.copy(address.sun_path, sizeof address.sun_path - 1);
         m_socket = setup.serves ? Accept(address) : Connect(address);
     }

@@ -1,3 +1,4 @@
+#include <fmt/core.h>
 #include <unistd.h>
 #include <zmq.h>
 
@@ -11,7 +12,7 @@ namespace {
 
 void Check(bool done, const char* what) {
     if (!done) {
-        throw std::runtime_error(std::string("ZeroMQ ") + what + ": " + zmq_strerror(errno));
+        throw std::runtime_error(fmt::format("ZeroMQ {}: {}", what, zmq_strerror(errno)));
     }
 }
 
@@ -29,7 +30,7 @@ class ZeroMqChannel : public Channel {
 
   protected:
     void Meet(const Setup& setup) {
-        const std::string address = "ipc://" + setup.directory + "/zeromq";
+        const std::string address = fmt::format("ipc://{}/zeromq", setup.directory);
         Check((setup.serves ? zmq_bind : zmq_connect)(m_socket, address.c_str()) == 0, "address");
     }
     std::span<const char> ReceiveFrame() {

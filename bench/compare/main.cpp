@@ -3,7 +3,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
-#include <exception>
 #include <fstream>
 #include <iostream>
 #include <string>
@@ -13,6 +12,7 @@
 #include "ForeignLoad.h"
 #include "Pair.h"
 #include "Roles.h"
+#include "RunReporting.h"
 
 /// Measures this project beside its peers: every figure in every round, the contenders one after the other
 /// within it, each with fresh processes. Prints a table, and writes JSON where it is asked to.
@@ -78,7 +78,7 @@ void Compare(const Options& options) {
         std::ofstream json(options.json);
         results.WriteJson(json);
         if (!json.flush()) {
-            throw std::runtime_error("cannot write " + options.json);
+            throw std::runtime_error(fmt::format("cannot write {}", options.json));
         }
     }
 }
@@ -115,10 +115,5 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
-        return Run(argc, argv);
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "compare: %s\n", error.what());
-        return 1;
-    }
+    return RunReporting("compare", Run, argc, argv);
 }

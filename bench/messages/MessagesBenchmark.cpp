@@ -1,4 +1,5 @@
 #include <benchmark/benchmark.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -28,7 +29,7 @@ class EmptyMessage : public ZYLMsgBBMessage {
     void Unstream(const void* /*buffer*/, int /*size*/) override {}
     EmptyMessage* Clone() const override { return new EmptyMessage(Type()); }
 
-    static std::string Name(int number) { return "BenchmarkMessageType" + std::to_string(number); }
+    static std::string Name(int number) { return fmt::format("BenchmarkMessageType{}", number); }
 };
 
 class IgnoringHandler : public ZYLMsgBBMessageHandler {
@@ -95,8 +96,7 @@ std::unique_ptr<ZYLMsgBBMessage> StringMessage(int size) {
 }
 
 std::unique_ptr<ZYLMsgBBMessage> AnalysisMessage(int size) {
-    const std::string document =
-        "<Progress>" + std::string(static_cast<std::size_t>(size), ' ') + "</Progress>";
+    const std::string document = fmt::format("<Progress>{:{}}</Progress>", "", size);
     return std::make_unique<ZYLMsgAnalysisMessageType>(ZYLString::BuildFromUTF8(document.c_str()));
 }
 
@@ -175,10 +175,10 @@ BENCHMARK(DecodePlainRecord)->Arg(0)->Arg(64)->Arg(65536);
 
 template <class Message>
 void EncodeAndDecode(const std::string& name, std::unique_ptr<ZYLMsgBBMessage> (*make)(int), int size) {
-    const std::string label = name + "/" + std::to_string(size);
-    benchmark::RegisterBenchmark(("Encode" + label).c_str(),
+    const std::string label = fmt::format("{}/{}", name, size);
+    benchmark::RegisterBenchmark(fmt::format("Encode{}", label).c_str(),
                                  [=](benchmark::State& state) { Encode(state, *make(size)); });
-    benchmark::RegisterBenchmark(("Decode" + label).c_str(),
+    benchmark::RegisterBenchmark(fmt::format("Decode{}", label).c_str(),
                                  [=](benchmark::State& state) { Decode(state, *make(size), Message()); });
 }
 

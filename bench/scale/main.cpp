@@ -6,13 +6,13 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdio>
-#include <exception>
 #include <iostream>
 #include <string>
 #include <vector>
 
 #include "ForeignLoad.h"
 #include "Results.h"
+#include "RunReporting.h"
 #include "Scenarios.h"
 
 /// Measures what the backbone costs when there are many applications on one machine. Each is a process of its
@@ -124,10 +124,5 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
-        return Run(argc, argv);
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "scale: %s\n", error.what());
-        return 1;
-    }
+    return RunReporting("scale", Run, argc, argv);
 }

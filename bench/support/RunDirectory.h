@@ -1,6 +1,7 @@
 #ifndef ZYL_BENCH_RUNDIRECTORY_H
 #define ZYL_BENCH_RUNDIRECTORY_H
 
+#include <fmt/core.h>
 #include <stdlib.h>
 
 #include <filesystem>
@@ -13,7 +14,7 @@ class RunDirectory {
     explicit RunDirectory(const std::filesystem::path& parent) {
         m_path = parent / "zylbench.XXXXXX";
         if (mkdtemp(m_path.data()) == nullptr) {
-            throw std::runtime_error("cannot make a directory like " + m_path);
+            throw std::runtime_error(fmt::format("cannot make a directory like {}", m_path));
         }
     }
     ~RunDirectory() {

@@ -1,4 +1,5 @@
 #include <benchmark/benchmark.h>
+#include <fmt/core.h>
 
 #include <cstddef>
 #include <map>
@@ -18,7 +19,7 @@ const std::vector<std::string>& Names(std::size_t count) {
     static std::vector<std::string> names;
     names.clear();
     for (std::size_t index = 0; index < count; ++index) {
-        names.push_back("BenchmarkMessageType" + std::to_string(index * 7919 % count));
+        names.push_back(fmt::format("BenchmarkMessageType{}", index * 7919 % count));
     }
     return names;
 }
