@@ -1,5 +1,6 @@
 // Memory, fatal errors, texts and maps.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstddef>
