@@ -247,10 +247,14 @@ TEST(BtreeTest, CopiesAndLookupsAllocateNoMoreThanThePathThatTheyUnshare) {
     EXPECT_EQ(allocations([&] { EXPECT_FALSE(copy->Remove(8)); }), 6);
 }
 
-TEST(BtreeTest, AbsentKeysGiveTheNullValueWhichAssignmentTakesOver) {
+TEST(BtreeTest, AbsentKeysGiveTheNullValueWhichClearKeepsAndAssignmentTakesOver) {
     IntMap map, other;
     EXPECT_EQ(map.Get(1), nullptr);
     map.SetNullValue(g_entries);
+    Insert(map, {1, 2});
+    EXPECT_EQ(map.Depth(), 1);
+    map.Clear();
+    EXPECT_TRUE(map.IsEmpty());
     other = map;
     EXPECT_EQ(other.Get(1), g_entries);
 }
