@@ -4,6 +4,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
 
 #include "QORFatalError.h"
 
@@ -18,7 +22,6 @@ void Require(bool kept, const char* text) {
     }
 }
 
-/// The entry of libFuzzer, and of Replay.cpp.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     try {
         RunInput({reinterpret_cast<const char*>(data), size});
@@ -26,3 +29,22 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     return 0;
 }
+
+#ifdef ZYL_REPLAY
+/// Without libFuzzer: runs the files of the directories that are the arguments.
+int main(int argc, char** argv) {
+    int count = 0;
+    for (int index = 1; index < argc; ++index) {
+        for (const auto& entry : std::filesystem::directory_iterator(argv[index])) {
+            std::ifstream file(entry.path(), std::ios::binary);
+            const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+            std::printf("%s: %zu bytes\n", entry.path().c_str(), bytes.size());
+            std::fflush(stdout);
+            LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+            ++count;
+        }
+    }
+    std::printf("%d inputs\n", count);
+    return count > 0 ? 0 : 1;
+}
+#endif

@@ -9,37 +9,28 @@
 
 namespace {
 
-using zyl::backbone::local::BadFrame;
-using zyl::backbone::local::FrameKind;
-using zyl::backbone::local::FrameReader;
-using zyl::backbone::local::FrameView;
-using zyl::backbone::local::Greeting;
-using zyl::backbone::local::ReadAnnouncement;
-using zyl::backbone::local::ReadBlock;
-using zyl::backbone::local::ReadDropBlock;
-using zyl::backbone::local::ReadGreeting;
-using zyl::backbone::local::ReadLane;
+using namespace zyl::backbone::local;
 
-std::string Read(const FrameView& frame) {
-    std::string text = std::to_string(static_cast<int>(frame.kind)) + frame.type + '\0';
+std::string Text(const FrameView& frame) {
+    const std::string head = std::to_string(static_cast<int>(frame.kind)) + frame.type + '\0';
     switch (frame.kind) {
         case FrameKind::kGreeting: {
             const Greeting greeting = ReadGreeting(frame.body);
-            return text + std::to_string(greeting.pid) + greeting.host + '\0' + greeting.user +
+            return head + std::to_string(greeting.pid) + greeting.host + '\0' + greeting.user +
                    greeting.application;
         }
         case FrameKind::kAnnounce:
-            return text + ReadAnnouncement(frame.body).application;
+            return head + ReadAnnouncement(frame.body).application;
         case FrameKind::kLane:
-            return text + std::to_string(ReadLane(frame.body));
+            return head + std::to_string(ReadLane(frame.body));
         case FrameKind::kBlock:
-            return text + std::to_string(ReadBlock(frame.body).size);
+            return head + std::to_string(ReadBlock(frame.body).size);
         case FrameKind::kDropBlock:
-            return text + std::to_string(ReadDropBlock(frame.body));
+            return head + std::to_string(ReadDropBlock(frame.body));
         case FrameKind::kMessage:
             break;
     }
-    return text.append(frame.body.data(), frame.body.size());
+    return head + std::string(frame.body.data(), frame.body.size());
 }
 
 /// Every frame up to the first bad one, whose complaint stands last.
@@ -55,7 +46,7 @@ std::vector<std::string> Frames(std::string_view stream, std::size_t pieceSize) 
             stream.remove_prefix(size);
             reader.Received(size);
             while (const std::optional<FrameView> frame = reader.Next()) {
-                frames.push_back(Read(*frame));
+                frames.push_back(Text(*frame));
             }
         }
     } catch (const BadFrame& bad) {

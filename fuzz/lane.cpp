@@ -13,13 +13,7 @@
 
 namespace {
 
-using zyl::backbone::local::BadFrame;
-using zyl::backbone::local::kLaneHead;
-using zyl::backbone::local::LaneHead;
-using zyl::backbone::local::LaneMessage;
-using zyl::backbone::local::LaneReader;
-using zyl::backbone::local::LaneShape;
-using zyl::backbone::local::LaneWriter;
+using namespace zyl::backbone::local;
 
 constexpr LaneShape kShape{std::size_t{64} * 1024, 4096};
 
@@ -28,57 +22,31 @@ class Script {
   public:
     explicit Script(std::string_view bytes) : m_rest(bytes) {}
     bool IsOver() const { return m_rest.empty(); }
-    template <class Integer>
-    Integer Next() {
-        Integer value = 0;
-        const std::string_view taken = m_rest.substr(0, sizeof value);
-        std::memcpy(&value, taken.data(), taken.size());
-        m_rest.remove_prefix(taken.size());
-        return value;
-    }
     std::string_view Bytes(std::size_t size) {
         const std::string_view taken = m_rest.substr(0, size);
         m_rest.remove_prefix(taken.size());
         return taken;
+    }
+    template <class Integer>
+    Integer Next() {
+        Integer value = 0;
+        const std::string_view taken = Bytes(sizeof value);
+        std::memcpy(&value, taken.data(), taken.size());
+        return value;
     }
 
   private:
     std::string_view m_rest;
 };
 
-/// Looks at the messages that were handed out last, however long ago.
-class Reader {
-  public:
-    explicit Reader(const std::shared_ptr<HeapMemory>& memory) : m_reader(memory, kShape) {}
-    void Take() {
-        if (std::optional<LaneMessage> message = m_reader.Take()) {
-            m_seen = m_seen + static_cast<int>(std::strlen(message->type));
-            m_held.push_back(std::move(*message));
-        }
-        for (const LaneMessage& message : m_held) {
-            m_seen = m_seen + (message.body.empty() ? 0 : message.body.front() + message.body.back());
-        }
-        if (m_held.size() > 2) {
-            m_held.pop_front();
-        }
-    }
-    void LetGo() { m_held.clear(); }
-    LaneReader& Lane() { return m_reader; }
-
-  private:
-    std::deque<LaneMessage> m_held;
-    LaneReader m_reader;
-    volatile int m_seen = 0;
-};
-
 struct SharedPages {
     std::shared_ptr<HeapMemory> memory = std::make_shared<HeapMemory>(kShape.Memory());
     LaneHead& head = *reinterpret_cast<LaneHead*>(memory->Bytes().data());
 
-    char* At(std::uint64_t position) const {
-        return memory->Bytes().data() + kLaneHead + position % kShape.ring;
+    void Write(std::uint64_t position, std::string_view bytes) const {
+        const std::span<char> room = memory->Bytes().subspan(kLaneHead + position % kShape.ring);
+        std::copy_n(bytes.begin(), std::min(bytes.size(), room.size()), room.begin());
     }
-    static std::size_t UpToTheEnd(std::uint64_t position) { return kShape.ring - position % kShape.ring; }
 };
 
 /// Puts a record's head with the script's fields at the writer's position and publishes what the script says.
@@ -87,25 +55,37 @@ void WriteRecord(SharedPages& pages, Script& script) {
     const std::array<std::uint32_t, 6> head = {script.Next<std::uint8_t>(),  script.Next<std::uint16_t>(),
                                                script.Next<std::uint16_t>(), script.Next<std::uint32_t>(),
                                                script.Next<std::uint32_t>(), 0};
-    std::memcpy(pages.At(at), head.data(), std::min(sizeof head, pages.UpToTheEnd(at)));
+    pages.Write(at, {reinterpret_cast<const char*>(head.data()), sizeof head});
     pages.head.written.Store(at + std::uint64_t{64} * script.Next<std::uint16_t>());
 }
 
 void ReadFromHostileWriter(Script& script) {
     SharedPages pages;
-    Reader reader(pages.memory);
+    std::deque<LaneMessage> held;  // looked at however long ago they were handed out
+    LaneReader reader(pages.memory, kShape);
     while (!script.IsOver()) {
         switch (script.Next<std::uint8_t>() % 8) {
             case 0:
                 return;
             case 1:
-                reader.Take();
+                if (std::optional<LaneMessage> message = reader.Take()) {
+                    held.push_back(std::move(*message));
+                }
+                for (const LaneMessage& message : held) {
+                    volatile char seen = message.type[std::strlen(message.type)];
+                    seen = message.body.empty()
+                               ? seen
+                               : static_cast<char>(message.body.front() + message.body.back());
+                }
+                if (held.size() > 2) {
+                    held.pop_front();
+                }
                 break;
             case 2:
-                reader.LetGo();
+                held.clear();
                 break;
             case 3:
-                reader.Lane().GiveBack();
+                reader.GiveBack();
                 break;
             case 4:
                 pages.head.written.Store(script.Next<std::uint64_t>());
@@ -115,13 +95,11 @@ void ReadFromHostileWriter(Script& script) {
                 break;
             case 6: {
                 const std::uint64_t at = script.Next<std::uint32_t>();
-                const std::string_view bytes = script.Bytes(script.Next<std::uint8_t>());
-                std::copy_n(bytes.begin(), std::min(bytes.size(), pages.UpToTheEnd(at)), pages.At(at));
+                pages.Write(at, script.Bytes(script.Next<std::uint8_t>()));
                 break;
             }
             default:
                 WriteRecord(pages, script);
-                break;
         }
     }
 }
@@ -137,11 +115,11 @@ void WriteToHostileReader(Script& script) {
         }
         const std::size_t size = 1 + script.Next<std::uint16_t>() % kShape.LongestRecord();
         const std::string type(script.Next<std::uint16_t>() % 4096, 't');
-        if (!writer.Fits(type.size() + 1, size)) {
-            continue;
-        }
-        if (char* const room = static_cast<char*>(writer.Reserve(type.c_str(), type.size() + 1, size))) {
-            room[size / 2] = room[size - 1] = 'b';
+        void* const room = writer.Fits(type.size() + 1, size)
+                               ? writer.Reserve(type.c_str(), type.size() + 1, size)
+                               : nullptr;
+        if (room != nullptr) {
+            std::memset(room, 'b', size);
             writer.Publish(step);
         }
     }
@@ -153,9 +131,7 @@ void RunInput(std::string_view input) {
     Script script(input);
     try {
         ReadFromHostileWriter(script);
-        if (!script.IsOver()) {
-            WriteToHostileReader(script);
-        }
+        WriteToHostileReader(script);
     } catch (const BadFrame&) {
     }
 }
