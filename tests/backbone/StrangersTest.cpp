@@ -11,11 +11,12 @@
 
 namespace {
 
+using namespace std::string_literals;
 using namespace zyl::backbone::local;
 using namespace zyl::backbone::system;
 
-std::string GreetingTo(const std::string& application, std::uint32_t version = kProtocolVersion) {
-    return GreetingFrame({version, {1, 2}, 4711, "host", "user", application});
+std::string GreetingTo(const std::string& application) {
+    return GreetingFrame({kProtocolVersion, {1, 2}, 4711, "host", "user", application});
 }
 
 class Stranger : public OnLane {
@@ -43,6 +44,11 @@ INSTANTIATE_TEST_SUITE_P(Local, Stranger, ::testing::Values("memory", "socket"),
 
 TEST_P(Stranger, WhoSendsGarbageHasItsLinkClosedWithOneLineAndHarmsNothingElse) {
     const std::string greeting = GreetingTo("target");
+    const std::string body = greeting.substr(kFrameHeaderSize + 1);
+    const auto greetingOf = [](const std::string& bytes) {
+        return Header(1, 1, static_cast<std::uint32_t>(bytes.size())) + '\0' + bytes;
+    };
+    constexpr const char* kNoType = "the frame's type of 3 bytes does not end at its terminator";
     const struct {
         std::string bytes;
         const char* complaint;   ///< null: it ends as if it were killed, which is not worth a line
@@ -50,7 +56,22 @@ TEST_P(Stranger, WhoSendsGarbageHasItsLinkClosedWithOneLineAndHarmsNothingElse) 
         std::string lastFrame{};
     } kGarbages[] = {
         {"GET / HTTP/1.1\r\n\r\n", "the frame's magic number is 542393671"},
-        {GreetingTo("target", kProtocolVersion + 1), "the peer speaks version "},
+        {Header(0, 1, 0), "the frame's kind is 0"},
+        {Header(99, 1, 0), "the frame's kind is 99"},
+        {Header(3, 0, 0), "the frame's type has no terminator"},
+        {greeting + Header(3, 3, 0) + "abc", kNoType},
+        {greeting + Header(3, 3, 0) + "a\0\0"s, kNoType},
+        {Header(3, 1, 0x80000000), "the frame's body has 2147483648 bytes of at most 2147483647"},
+        {Header(3, 1, 0xffffffff), "the frame's body has 4294967295 bytes of at most 2147483647"},
+        {Header(1, 1, 16385), "the frame's body has 16385 bytes of at most 16384"},
+        {Header(2, 1, 16385), "the frame's body has 16385 bytes of at most 16384"},
+        {greetingOf(""), "the field version needs 4 bytes of 0"},
+        {greetingOf("\377\0\0\0"s), "the peer speaks version 255, this process version "},
+        {greetingOf(body.substr(0, 6)), "the field identity needs 8 bytes of 2"},
+        {greetingOf(body.substr(0, 22)), "the field pid needs 4 bytes of 2"},
+        {greetingOf(body.substr(0, 31)), "the field host needs 4 bytes of 3"},
+        {greetingOf(body.substr(0, 24) + "\xff\xff\xff\xff"), "the field host needs 4294967295 bytes of 0"},
+        {greetingOf(body.substr(0, body.size() - 1)), "the field application needs 6 bytes of 5"},
         {GreetingTo("nobody"), "it is for application 'nobody', which is not here"},
         {MessageFrame("t", "rude"), "the first frame is no greeting"},
         {greeting + greeting, "a second greeting"},

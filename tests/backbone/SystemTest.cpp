@@ -12,7 +12,6 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -22,7 +21,7 @@
 #include <functional>
 #include <thread>
 
-#include "TemporaryDirectory.h"
+#include "Process.h"
 #include "platform/system/FileDescriptor.h"
 #include "system/MakeSystem.h"
 
@@ -81,12 +80,9 @@ int MemoryFile(off_t size, int seals) {
     return file;
 }
 
-/// Remembers what it was told since it was last asked.
 struct Told final : Watcher {
-    Readiness all;
-    void Ready(const Readiness& readiness) override {
-        all = {all.input || readiness.input, all.room || readiness.room, all.end || readiness.end};
-    }
+    bool ofInput = false;
+    void Ready(const Readiness& readiness) override { ofInput = ofInput || readiness.input; }
 };
 
 /// While the object lives, this process can open no further descriptors: none from `limit` on, or from the
@@ -128,33 +124,16 @@ class SystemTest : public ::testing::Test {
         }
         return names;
     }
-    /// Plays `role` in a process of its own, which has joined and has nothing of its parent's; then that is
-    /// killed by `signal`, if there is one. A check that fails there fails here.
-    using Role = std::function<void(System&, Names&)>;
-    void InAnotherProcess(const Role& role, int signal = 0) const {
-        const pid_t child = fork();
-        if (child == 0) {
+    /// Plays `role` in a process of its own, which has joined and has nothing of its parent's; then that is killed.
+    void InAKilledProcess(const std::function<void(System&, Names&)>& role) const {
+        Process process([&] {
             LeaveToParent();
             const std::unique_ptr<System> system = MakeSystem();
             const std::unique_ptr<Names> names = Join(*system);
             role(*system, *names);
-            if (signal != 0 && !HasFailure()) {
-                raise(signal);
-            }
-            _exit(HasFailure() ? 1 : 0);
-        }
-        int status = -1;
-        waitpid(child, &status, 0);
-        EXPECT_EQ(status, signal);
-    }
-    /// A channel from `m_there` to `m_here`: its two ends.
-    struct Ends {
-        std::unique_ptr<Channel> near, far;
-    };
-    Ends Connected(Names& here, Names& there) const {
-        Names::Connection connection = there.Connect(here.Find("target").value());
-        EXPECT_EQ(connection.reached, Names::Reached::kConnected);
-        return {here.Accept().channel, std::move(connection.channel)};
+            return HasFailure() ? 1 : raise(SIGKILL);
+        });
+        EXPECT_EQ(process.Wait(), "signal 9") << process.Output();
     }
 
     TemporaryDirectory m_base;
@@ -162,33 +141,28 @@ class SystemTest : public ::testing::Test {
     std::unique_ptr<System> m_there = MakeSystem();
 };
 
-/// The two of them, joined; the near one is "target".
+/// The two of them, joined, with a channel: the near one is "target".
 class ChannelTest : public SystemTest {
   protected:
-    ChannelTest() {
-        EXPECT_TRUE(m_hereNames->Claim("target", true).taken);
-        m_ends = Connected(*m_hereNames, *m_thereNames);
-    }
-
-    std::unique_ptr<Names> m_hereNames = Join(*m_here);
-    std::unique_ptr<Names> m_thereNames = Join(*m_there);
-    Ends m_ends;
-    std::string m_buffer = std::string(100'000, '\0');
-
     std::string Received(Channel& channel, std::size_t most = 100'000) {
         const Moved moved = channel.Receive(std::span(m_buffer).first(most));
         return moved.progress == Progress::kSome ? m_buffer.substr(0, moved.bytes) : "";
     }
-    std::unique_ptr<Memory> MemoryWith(const std::string& text) {
-        std::unique_ptr<Memory> memory = m_there->MakeMemory(text.size());
+    static std::unique_ptr<Memory> MemoryWith(const std::string& text, System& system) {
+        std::unique_ptr<Memory> memory = system.MakeMemory(text.size());
+        EXPECT_EQ(TextIn(*memory), std::string(text.size(), '\0'));
         text.copy(memory->Bytes().data(), text.size());
         return memory;
     }
-};
+    static std::string TextIn(const Memory& memory) { return {memory.Bytes().data(), memory.Bytes().size()}; }
 
-std::string TextIn(const Memory& memory) {
-    return {memory.Bytes().data(), memory.Bytes().size()};
-}
+    std::unique_ptr<Names> m_hereNames = Join(*m_here);
+    std::unique_ptr<Names> m_thereNames = Join(*m_there);
+    const Entry m_target = m_hereNames->Claim("target", true).entry;
+    std::unique_ptr<Channel> m_far = m_thereNames->Connect(m_target).channel;
+    std::unique_ptr<Channel> m_near = m_hereNames->Accept().channel;
+    std::string m_buffer = std::string(100'000, '\0');
+};
 
 TEST_F(SystemTest, EveryNameIsHeldByOneAndSeenByAllUntilItsHolderLeaves) {
     const std::string kLong(4096, 'x');
@@ -238,7 +212,7 @@ TEST_F(SystemTest, WhatIsLeftOfAKilledProcessHoldsNobodyUp) {
         names.Claim("phoenix", true);
         names.Claim("tool with " + std::string(100, '7'), false);
     };
-    InAnotherProcess(claim, SIGKILL);
+    InAKilledProcess(claim);
     const std::string cut = Domain() + "/l.phoeni";  // as killed while it wrote
     fs::copy_file(Domain() + "/l.phoenix", cut);
     fs::resize_file(cut, fs::file_size(cut) - 1);
@@ -262,7 +236,7 @@ TEST_F(SystemTest, WhatIsLeftOfAKilledProcessHoldsNobodyUp) {
         EXPECT_EQ(names.IsHeld(*old), Names::Holding::kNo);
         EXPECT_EQ(names.IsHeld(next.entry), Names::Holding::kYes);
     };
-    InAnotherProcess(takeOver, SIGKILL);
+    InAKilledProcess(takeOver);
     turn.Close();
     EXPECT_THAT(Join(*m_here)->List(), IsEmpty());
     EXPECT_THAT(Files(), UnorderedElementsAre("README", "l.%4", "l.directory"));
@@ -393,14 +367,11 @@ TEST_F(ChannelTest, BytesAndMemoriesArriveInTheirOrderAlsoFromTheKilled) {
         Channel* const far = names.Connect(names.Find("target").value()).channel.release();
         EXPECT_EQ(far->Send(std::string("ab")).bytes, 2U);
         for (const std::string& text : {std::string("first"), large}) {
-            const std::unique_ptr<Memory> memory = system.MakeMemory(text.size());
-            EXPECT_EQ(TextIn(*memory), std::string(text.size(), '\0'));
-            text.copy(memory->Bytes().data(), text.size());
-            EXPECT_EQ(far->SendWithMemory(std::string("cd"), *memory).bytes, 2U);
+            EXPECT_EQ(far->SendWithMemory(std::string("cd"), *MemoryWith(text, system)).bytes, 2U);
         }
         EXPECT_EQ(far->Send(std::string("ef")).bytes, 2U);
     };
-    InAnotherProcess(sendAll, SIGKILL);
+    InAKilledProcess(sendAll);
     const std::unique_ptr<Channel> near = m_hereNames->Accept().channel;
     EXPECT_TRUE(near->HasEnded());
     EXPECT_EQ(Received(*near, 1), "a");
@@ -417,42 +388,6 @@ TEST_F(ChannelTest, BytesAndMemoriesArriveInTheirOrderAlsoFromTheKilled) {
     EXPECT_EQ(near->Waiting(), 0U);
     EXPECT_EQ(near->Receive(m_buffer).progress, Progress::kEnded);
     EXPECT_EQ(near->Send(m_buffer).progress, Progress::kEnded);
-}
-
-TEST_F(ChannelTest, WatcherIsToldOfInputRoomAndEnd) {
-    Told far;
-    Told near;
-    m_ends.near->Watch(near);
-    std::size_t sent = 0;
-    Moved moved{};
-    while ((moved = m_ends.far->Send(m_buffer)).progress == Progress::kSome) {
-        sent += moved.bytes;
-    }
-    EXPECT_EQ(moved.progress, Progress::kNotNow);
-    m_ends.far->Watch(far);
-    m_there->Wait(m_there->Now() + 1ms);
-    EXPECT_FALSE(far.all.room);
-    m_here->Wait({});
-    EXPECT_TRUE(near.all.input);
-    while (sent > 0) {
-        sent -= m_ends.near->Receive(m_buffer).bytes;
-    }
-    EXPECT_EQ(m_ends.near->Receive(m_buffer).progress, Progress::kNotNow);
-    m_there->Wait({});
-    EXPECT_TRUE(std::exchange(far, {}).all.room);
-    EXPECT_EQ(m_ends.far->Send(std::string("x")).bytes, 1U);
-    EXPECT_EQ(Received(*m_ends.near), "x");
-    m_there->Wait(m_there->Now());
-    EXPECT_FALSE(far.all.room) << "it was asked for once";
-    EXPECT_FALSE(m_ends.near->HasEnded());
-    m_ends.near->Send(std::string("never read"));
-    m_ends.far->Send(std::string("last"));
-    m_ends.far.reset();
-    near = {};
-    m_here->Wait({});
-    EXPECT_TRUE(near.all.end && m_ends.near->HasEnded());
-    EXPECT_EQ(Received(*m_ends.near), "last");
-    EXPECT_EQ(m_ends.near->Receive(m_buffer).progress, Progress::kEnded);
 }
 
 System* s_woken = nullptr;
@@ -486,31 +421,30 @@ TEST_F(SystemTest, WaitEndsWithItsDeadlineOrAWakeAndTellsAllThatIsReady) {
     }
     const Names::Connection waiting = names->Connect(target);
     m_here->Wait({});
-    EXPECT_TRUE(atTheDoor.all.input);
-    EXPECT_TRUE(std::all_of(told.begin(), told.end(), [](const Told& one) { return one.all.input; }));
+    EXPECT_TRUE(atTheDoor.ofInput);
+    EXPECT_TRUE(std::all_of(told.begin(), told.end(), [](const Told& one) { return one.ofInput; }));
 }
 
 TEST_F(ChannelTest, ShortageOfDescriptorsLosesNothing) {
-    const std::unique_ptr<Memory> first = MemoryWith("first");
-    const std::unique_ptr<Memory> second = MemoryWith("second");
-    const Entry target = m_hereNames->Find("target").value();
-    const std::unique_ptr<Channel> queued = m_thereNames->Connect(target).channel;
-    const std::unique_ptr<Channel> queuedToo = m_thereNames->Connect(target).channel;
-    m_ends.far->SendWithMemory(std::string("1"), *first);
-    m_ends.far->SendWithMemory(std::string("2"), *second);
+    const std::unique_ptr<Memory> first = MemoryWith("first", *m_there);
+    const std::unique_ptr<Memory> second = MemoryWith("second", *m_there);
+    const std::unique_ptr<Channel> queued = m_thereNames->Connect(m_target).channel;
+    const std::unique_ptr<Channel> queuedToo = m_thereNames->Connect(m_target).channel;
+    m_far->SendWithMemory(std::string("1"), *first);
+    m_far->SendWithMemory(std::string("2"), *second);
     queuedToo->Send(std::string("from the queue"));
     std::unique_ptr<Channel> accepted;
     ::testing::internal::CaptureStderr();
     {
         const NoDescriptors shortage;
         for (const char* text : {"first", "second"}) {
-            EXPECT_THAT(Received(*m_ends.near), SizeIs(1));
-            const Channel::Arrival arrival = m_ends.near->TakeMemory();
+            EXPECT_THAT(Received(*m_near), SizeIs(1));
+            const Channel::Arrival arrival = m_near->TakeMemory();
             ASSERT_NE(arrival.memory, nullptr) << arrival.problem;
             EXPECT_EQ(TextIn(*arrival.memory), text);
         }
         EXPECT_THAT(m_hereNames->List(), SizeIs(1));
-        EXPECT_EQ(m_thereNames->IsHeld(target), Names::Holding::kYes);
+        EXPECT_EQ(m_thereNames->IsHeld(m_target), Names::Holding::kYes);
         accepted = m_hereNames->Accept().channel;
         EXPECT_NE(accepted, nullptr) << "with a spare descriptor";
         const Names::Acceptance refused = m_hereNames->Accept();
@@ -519,13 +453,13 @@ TEST_F(ChannelTest, ShortageOfDescriptorsLosesNothing) {
         EXPECT_EQ(m_here->MakeMemory(1), nullptr) << "the last spare is for what comes";
         std::unique_ptr<Memory> memory = m_there->MakeMemory(1);
         ASSERT_NE(memory, nullptr) << "with the other system's spare, which it takes back";
-        EXPECT_EQ(m_ends.far->SendWithMemory(std::string("3"), *memory).bytes, 1U);
-        EXPECT_EQ(Received(*m_ends.near), "3");
-        EXPECT_NE(m_ends.near->TakeMemory().memory, nullptr);
+        EXPECT_EQ(m_far->SendWithMemory(std::string("3"), *memory).bytes, 1U);
+        EXPECT_EQ(Received(*m_near), "3");
+        EXPECT_NE(m_near->TakeMemory().memory, nullptr);
         const std::unique_ptr<Memory> next = m_there->MakeMemory(1);
         EXPECT_NE(next, nullptr) << "now that the first was handed over";
-        EXPECT_EQ(m_thereNames->Connect(target).reached, Names::Reached::kNotNow);
-        EXPECT_EQ(m_thereNames->Connect(target).reached, Names::Reached::kNotNow);
+        EXPECT_EQ(m_thereNames->Connect(m_target).reached, Names::Reached::kNotNow);
+        EXPECT_EQ(m_thereNames->Connect(m_target).reached, Names::Reached::kNotNow);
     }
     EXPECT_EQ(::testing::internal::GetCapturedStderr(),
               "ZYLFeaBackbone: cannot open a socket: Too many open files; will try again\n");
@@ -535,15 +469,15 @@ TEST_F(ChannelTest, ShortageOfDescriptorsLosesNothing) {
     EXPECT_EQ(m_hereNames->Accept().welcome, Names::Welcome::kNobody);
     EXPECT_NE(m_here->MakeMemory(1), nullptr);
 
-    m_ends.far->SendWithMemory(std::string("4"), *MemoryWith("lost"));
+    m_far->SendWithMemory(std::string("4"), *MemoryWith("lost", *m_there));
     {
         const NoDescriptors notEvenInPlaceOfASpare(0);
-        EXPECT_EQ(Received(*m_ends.near), "4");
-        EXPECT_EQ(m_ends.near->TakeMemory().problem, "there was no descriptor for it");
-        m_ends.near->Receive(m_buffer);
-        EXPECT_EQ(m_ends.near->Receive(m_buffer).progress, Progress::kShortage) << "no spare is left";
+        EXPECT_EQ(Received(*m_near), "4");
+        EXPECT_EQ(m_near->TakeMemory().problem, "there was no descriptor for it");
+        m_near->Receive(m_buffer);
+        EXPECT_EQ(m_near->Receive(m_buffer).progress, Progress::kShortage) << "no spare is left";
     }
-    EXPECT_EQ(m_ends.near->Receive(m_buffer).progress, Progress::kNotNow);
+    EXPECT_EQ(m_near->Receive(m_buffer).progress, Progress::kNotNow);
 }
 
 TEST_F(ChannelTest, WhateverAStrangerSendsIsCountedAndClosed) {
