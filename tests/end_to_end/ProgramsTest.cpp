@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <regex>
 #include <tuple>
 
@@ -20,23 +19,32 @@
 #include "EnvelopeLine.h"
 #include "Process.h"
 
-using ::testing::AllOf;
-using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 
 namespace {
 
-std::string Program(const std::string& name) {
-    return std::string(ZYL_PROGRAMS) + "/" + name;
+/// A process that executes a command of a shell: $P has the programs, and in the domain of the tests' roles $L
+/// listens and $Z is the command-line program.
+Process Shell(const std::string& command) {
+    constexpr const char* kNames =
+        R"(P={}; L="$P/zylmsg --domain job listen"; Z="$P/zylmsg --domain job --as operator"; {})";
+    return Process({"/bin/sh", "-c", fmt::format(kNames, ZYL_PROGRAMS, command)});
+}
+
+void ExpectEnd(Process& process, const std::string& status, const std::vector<std::string>& texts) {
+    EXPECT_EQ(process.Wait(), status) << process.Output();
+    for (const std::string& text : texts) {
+        EXPECT_THAT(process.Output(), HasSubstr(text));
+    }
 }
 
 TEST_F(WithProcesses, TheHelloExamplesMeetAndStandInTheReadme) {
-    Process sender({Program("hello_sender")});
-    Process receiver({Program("hello_receiver")});
+    Process sender = Shell("$P/hello_sender");
+    Process receiver = Shell("exec $P/hello_receiver");
     receiver.AwaitLine("sender says: Hello!");
-    EXPECT_EQ(sender.Wait(), "status 0") << sender.Output();
+    ExpectEnd(sender, "status 0", {});
     const std::string readme = FileBytes(ZYL_SOURCES "/README.md");
     for (const char* example : {"hello_receiver.cpp", "hello_sender.cpp"}) {
         EXPECT_THAT(readme, HasSubstr(FileBytes(ZYL_SOURCES "/examples/" + std::string(example))));
@@ -47,12 +55,6 @@ TEST_F(WithProcesses, TheHelloExamplesMeetAndStandInTheReadme) {
 class Analysis : public WithProcesses {
   protected:
     Analysis() { MakeFile(m_job + "/monitor/model.dat", 200'000); }
-
-    std::vector<std::string> Launch(const std::vector<std::string>& options) const {
-        std::vector<std::string> command{Program("launcher"), m_job};
-        command.insert(command.end(), options.begin(), options.end());
-        return command;
-    }
 
     /// Waits until it pauses at 50 percent.
     static pid_t PausingSolver(Process& launcher) {
@@ -75,25 +77,17 @@ class Analysis : public WithProcesses {
 TEST_F(Analysis, RunsToItsEndBesideAnotherThatTheMonitorStopsAndNothingIsLeft) {
     const std::string other = m_directory / "other";
     MakeFile(other + "/monitor/model.dat", 100'000);
-    Process whole({Program("launcher"), other});
-    Process stopped(Launch({"--stop-at=40", "--pause-at=50"}));
-    const std::pair<Process*, std::vector<std::string>> launchers[] = {
-        {&whole,
-         {" solver ZYLMsgStringType (28 bytes): 'The solver says this itself.'\n",
-          " relay ZYLMsgStringType (39 bytes): 'The solver says this through the relay.'\n",
-          " solver ProgressMessage (28 bytes): 50 %, step 5, residual ",
-          "'<Finished percent=\"100.000000\"/>'\n", "solver: finished at 100 %\n",
-          "monitor: the solver has gone at 100 %: Finished\n"}},
-        {&stopped,
-         {"monitor: asks solver to stop\n", " monitor ZYLMsgProcessControlType (80 bytes): SOFT_KILL\n",
-          "solver: stopped cleanly at ", "%: Stopped\n"}},
-    };
-    for (const auto& [launcher, lines] : launchers) {
-        EXPECT_EQ(launcher->Wait(), "status 0");
-        for (const std::string& line : lines) {
-            EXPECT_THAT(launcher->Output(), HasSubstr(line));
-        }
-    }
+    Process whole = Shell("$P/launcher " + other);
+    Process stopped = Shell(fmt::format("$P/launcher {} --stop-at=40 --pause-at=50", m_job));
+    ExpectEnd(whole, "status 0",
+              {" solver ZYLMsgStringType (28 bytes): 'The solver says this itself.'\n",
+               " relay ZYLMsgStringType (39 bytes): 'The solver says this through the relay.'\n",
+               " solver ProgressMessage (28 bytes): 50 %, step 5, residual ",
+               "'<Finished percent=\"100.000000\"/>'\n", "solver: finished at 100 %\n",
+               "monitor: the solver has gone at 100 %: Finished\n"});
+    ExpectEnd(stopped, "status 0",
+              {"monitor: asks solver to stop\n", " monitor ZYLMsgProcessControlType (80 bytes): SOFT_KILL\n",
+               "solver: stopped cleanly at ", "%: Stopped\n"});
     EXPECT_THAT(stopped.Output(), Not(HasSubstr(": 60 %,")));
     ExpectAllFilesCopied(other, 100'000);
     ExpectAllFilesCopied(m_job, 200'000);
@@ -101,32 +95,25 @@ TEST_F(Analysis, RunsToItsEndBesideAnotherThatTheMonitorStopsAndNothingIsLeft) {
 }
 
 TEST_F(Analysis, EndsForTheMonitorWhenTheSolverIsKilled) {
-    Process launcher(Launch({"--pause-at=50"}));
+    Process launcher = Shell(fmt::format("$P/launcher {} --pause-at=50", m_job));
     kill(PausingSolver(launcher), SIGKILL);
-    EXPECT_EQ(launcher.Wait(), "status 1");
-    for (const char* text :
-         {"launcher: solver ended with signal 9\n", "monitor: Exit Handler -- confirm exit\n",
-          "monitor: the solver has gone at 50 %: lost\n"}) {
-        EXPECT_THAT(launcher.Output(), HasSubstr(text));
-    }
+    ExpectEnd(launcher, "status 1",
+              {"launcher: solver ended with signal 9\n", "monitor: Exit Handler -- confirm exit\n",
+               "monitor: the solver has gone at 50 %: lost\n"});
 }
 
 TEST_F(Analysis, EndsWhenTheSolverIsKilledBeforeItHasMetAnybody) {
-    std::filesystem::copy_file(Program("launcher"), m_directory / "launcher");
-    for (const char* name : {"monitor", "relay"}) {
-        std::filesystem::create_symlink(Program(name), m_directory / name);
-    }
-    std::ofstream(m_directory / "solver") << "#!/bin/sh\nkill -KILL $$\n";
-    std::filesystem::permissions(m_directory / "solver", std::filesystem::perms::owner_all);
-    Process launcher({m_directory / "launcher", m_job});
-    EXPECT_EQ(launcher.Wait(), "status 1");
-    EXPECT_THAT(launcher.Output(), AllOf(HasSubstr("launcher: solver ended with signal 9\n"),
-                                         HasSubstr("launcher: relay ended with signal 15\n")));
+    Process launcher =
+        Shell(fmt::format("cd {}; cp $P/launcher .; ln -s $P/monitor $P/relay .; "
+                          "printf '#!/bin/sh\\nkill -KILL $$\\n' >solver; chmod +x solver; $PWD/launcher {}",
+                          m_directory.Path().string(), m_job));
+    ExpectEnd(launcher, "status 1",
+              {"launcher: solver ended with signal 9\n", "launcher: relay ended with signal 15\n"});
 }
 
 TEST_F(Analysis, DoesNotOutliveItsLauncher) {
     prctl(PR_SET_CHILD_SUBREAPER, 1);
-    Process launcher(Launch({"--pause-at=50"}));
+    Process launcher = Shell(fmt::format("exec $P/launcher {} --pause-at=50", m_job));
     const pid_t solver = PausingSolver(launcher);
     launcher.Kill(SIGKILL);
     EXPECT_EQ(launcher.Wait(), "signal 9");  // from then on, the solver is this process's child
@@ -135,37 +122,25 @@ TEST_F(Analysis, DoesNotOutliveItsLauncher) {
     EXPECT_EQ(status, SIGTERM);
 }
 
-/// The command-line program in the domain of the tests' roles.
-std::vector<std::string> Zylmsg(const std::vector<std::string>& arguments) {
-    std::vector<std::string> command{Program("zylmsg"), "--domain", "job", "--as", "operator"};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    return command;
-}
-
 /// The lines without the time that each begins with.
 std::string WithoutTimes(const std::string& lines) {
     return std::regex_replace(lines, std::regex("(^|\n)\\d\\d:\\d\\d:\\d\\d\\.\\d\\d\\d "), "$1");
 }
 
 TEST_F(WithProcesses, ZylmsgSendsStringsAndKillsThatZylmsgPrints) {
-    Process listener({Program("zylmsg"), "listen", "me", "--domain", "job", "--count", "3"});
-    const struct {
-        std::vector<std::string> arguments;
-        const char* line;
-    } operations[] = {
-        {{"send", "me", "Hi!\n"}, "ZYLMsgStringType (4 bytes): 'Hi!\\x0a'"},
-        {{"kill", "me"}, "ZYLMsgProcessControlType (80 bytes): SOFT_KILL"},
-        {{"kill", "--hard", "me"}, "ZYLMsgProcessControlType (80 bytes): HARD_KILL"},
-    };
+    Process listener = Shell("exec $L me --count 3");
     std::string lines;
-    for (const auto& [arguments, line] : operations) {
-        Process operation(Zylmsg(arguments));
-        EXPECT_EQ(operation.Wait(), "status 0") << operation.Output();
+    for (const auto& [order, line] :
+         {std::pair("send me 'Hi!\n'", "ZYLMsgStringType (4 bytes): 'Hi!\\x0a'"),
+          std::pair("kill me", "ZYLMsgProcessControlType (80 bytes): SOFT_KILL"),
+          std::pair("kill --hard me", "ZYLMsgProcessControlType (80 bytes): HARD_KILL")}) {
+        Process operation = Shell(std::string("$Z ") + order);
+        ExpectEnd(operation, "status 0", {});
         EXPECT_EQ(operation.Output(), "");
         listener.AwaitLine(line);  // nothing orders the messages of different processes
         lines += std::string("operator ") + line + '\n';
     }
-    EXPECT_EQ(listener.Wait(), "status 0");
+    ExpectEnd(listener, "status 0", {});
     EXPECT_EQ(WithoutTimes(listener.Output()), lines);
 }
 
@@ -217,22 +192,16 @@ TEST_F(WithProcesses, ZylmsgPutsAFileAndWaitsForTheConfirmationAlsoAfterOneThatW
         Application("target", {}, {}, 4).Listen();
         return 0;
     });
-    Process killed(Zylmsg({"put", m_directory / "large", "target", there}));
+    Process killed = Shell(fmt::format("exec $Z put {} target {}", m_directory / "large", there));
     target.AwaitLine("updating chunkId 1 ");  // it logs more than the pipe holds, and is not read any further
     killed.Kill(SIGTERM);
     EXPECT_EQ(killed.Wait(), "signal 15");
     target.AwaitLine("/large is incomplete: application operator was lost after ");
-    Process put(Zylmsg({"put", m_directory / "here/data", "target", there}));
-    EXPECT_EQ(put.Wait(), "status 0") << put.Output();
-    EXPECT_EQ(put.Output(), "target has data, 70000 bytes\n");
+    Process put =
+        Shell(fmt::format("$Z put {} target {} && $Z send target done", m_directory / "here/data", there));
+    ExpectEnd(put, "status 0", {"target has data, 70000 bytes\n"});
     EXPECT_SAME_FILE(m_directory / "here/data", there + "/data");
-    Process failing(Zylmsg({"put", m_directory / "here/data", "target", there + "/missing"}));
-    EXPECT_EQ(failing.Wait(), "status 5");
-    EXPECT_THAT(failing.Output(),
-                AllOf(HasSubstr("zylmsg: target does not have data: "), HasSubstr("No such file")));
-    EXPECT_EQ(Process(Zylmsg({"send", "target", "done"})).Wait(), "status 0");
-    EXPECT_EQ(target.Wait(), "status 0");
-    EXPECT_THAT(target.Output(), HasSubstr("operator: done\n"));
+    ExpectEnd(target, "status 0", {"operator: done\n"});
 }
 
 /// Gives this process a disk of its own with a little room, or where it may not have one a limit of its files.
@@ -266,10 +235,9 @@ TEST_F(WithProcesses, AFullDiskIsReportedOnceOnBothSidesAndSmallFilesStillArrive
     const std::string failure = fmt::format("cannot write all of file {}/large: ", to);
     for (const auto& [file, status, said] : {std::tuple("large", "status 5", "target reports: " + failure),
                                              {"small", "status 0", "target has small"}}) {
-        Process put(Zylmsg({"put", from + "/" + file, "target", to}));
-        EXPECT_EQ(put.Wait(), status);
-        EXPECT_THAT(put.Output(), HasSubstr(said));
-        EXPECT_EQ(Process(Zylmsg({"send", "target", "done"})).Wait(), "status 0");
+        Process put =
+            Shell(fmt::format("$Z put {}/{} target {}; s=$?; $Z send target done; exit $s", from, file, to));
+        ExpectEnd(put, status, {said});
     }
     EXPECT_EQ(target.Wait(), "status 0") << target.Output();
     const std::size_t at = target.Output().find(failure);
@@ -279,96 +247,67 @@ TEST_F(WithProcesses, AFullDiskIsReportedOnceOnBothSidesAndSmallFilesStillArrive
 
 TEST_F(WithProcesses, ZylmsgPutEndsWhenTheTargetIsKilledBeforeItConfirms) {
     MakeFile(m_directory / "data", 10);
-    Process target({Program("zylmsg"), "--domain", "job", "listen", "target"});
-    Process put(Zylmsg({"put", m_directory / "data", "target"}));
+    Process target = Shell("exec $L target");
+    Process put = Shell(fmt::format("$Z put {} target", m_directory / "data"));
     target.AwaitLine("the file is complete, to be confirmed, from operator");
     target.Kill(SIGKILL);
-    EXPECT_EQ(put.Wait(), "status 3");
-    EXPECT_THAT(put.Output(), HasSubstr("zylmsg: target does not have data: "));
+    ExpectEnd(put, "status 3", {"zylmsg: target does not have data: "});
 }
 
-TEST_F(WithProcesses, ZylmsgTellsByItsStatusWhatFailed) {
-    setenv("ZYL_BACKBONE_CONNECT_TIMEOUT", "0.1", 1);
-    MakeFile(m_directory / "data", 10);
-    std::string closed = m_directory / "closed";
-    MakeFile(closed, 10);
-    std::filesystem::permissions(closed, std::filesystem::perms::none);
-    if (access(closed.c_str(), R_OK) == 0) {
-        closed = "/sys/bus/cpu/drivers_probe";  // root may read everything but what the kernel only takes
-    }
-    const struct {
-        std::vector<std::string> arguments;
-        const char* status;
-        const char* text;
-    } cases[] = {
-        {{}, "status 2", "subcommand is required"},
-        {{"lisen", "me"}, "status 2", "zylmsg: no such subcommand 'lisen'; did you mean 'listen'?\n"},
-        {{"frobnicate"}, "status 2", "zylmsg: no such subcommand 'frobnicate'\n"},
-        {{"send", "nobody"}, "status 2", "text is required"},
-        {{"listen", "me", "--cuont=1"}, "status 2", "no such option '--cuont'; did you mean '--count'?\n"},
-        {{"--count", "1", "listen", "me"}, "status 2", "'--count' stands behind its subcommand, listen"},
-        {{"listen", "me", "--count", "0"}, "status 2", "'0' is not a whole number from 1 to 2147483647\n"},
-        {{"kill", std::string(4097, 'x')}, "status 2", "target: a name has 4096 bytes at most"},
-        {{"--help"}, "status 0", "Subcommands:"},
-        {{"send", "--help"}, "status 0", "--domain"},
-        {{"--version"}, "status 0", "zylmsg 1."},
-        {{"send", "nobody", "text"}, "status 3", "is dropped: it did not come in time"},
-        {{"kill", "nobody"}, "status 3", "is dropped: it did not come in time"},
-        {{"put", m_directory / "data", "nobody"},
-         "status 3",
-         "zylmsg: nobody does not have data: application nobody was not there"},
-        {{"put", m_directory / "missing", "nobody"}, "status 4", "No such file"},
-        {{"put", "/proc/self/mem", "nobody"}, "status 4", "cannot read /proc/self/mem: Input/output error"},
-        {{"put", m_directory.Path(), "nobody"}, "status 4", "no regular file"},
-        {{"put", closed, "nobody"},
-         "status 4",
-         std::filesystem::exists(closed) ? "Permission denied" : "No such"},
-    };
-    for (const auto& [arguments, status, text] : cases) {
-        Process zylmsg(Zylmsg(arguments));
-        EXPECT_EQ(zylmsg.Wait(), status) << zylmsg.Output();
-        EXPECT_THAT(zylmsg.Output(), HasSubstr(text));
-    }
-}
-
-TEST_F(WithProcesses, ZylmsgListenFailsWhenItCannotPrint) {
-    for (const auto& [output, reason] :
-         {std::pair(">/dev/full", "No space left on device"), std::pair(">&-", "Bad file descriptor")}) {
-        Process listener(
-            {"/bin/sh", "-c", std::string("exec $0 --domain=job listen me ") + output, Program("zylmsg")});
-        EXPECT_EQ(Process(Zylmsg({"send", "me", "text"})).Wait(), "status 0");
-        EXPECT_EQ(listener.Wait(), "status 1");
-        EXPECT_EQ(listener.Output(),
-                  std::string("zylmsg: cannot write to standard output: ") + reason + '\n');
-    }
-}
-
-TEST_F(WithProcesses, ZylmsgEndsWithOneLineWhereItCannotWork) {
-    Process holder({Program("zylmsg"), "--domain=job", "listen", "taken"});
-    EXPECT_EQ(Process(Zylmsg({"send", "taken", "Are you there?"})).Wait(), "status 0");
-    MakeFile(m_directory / "file", 10);
+TEST_F(WithProcesses, ZylmsgTellsByItsStatusAndOneLineWhatFailed) {
+    const std::string place = m_directory.Path();
+    MakeFile(place + "/data", 10);
+    // Root may read everything but what the kernel only takes.
+    const char* const closed = geteuid() == 0 ? "/sys/bus/cpu/drivers_probe" : "/proc/kmsg";
     std::filesystem::create_directory(m_directory / "open");
     std::filesystem::permissions(m_directory / "open", std::filesystem::perms::all);
+    Process holder = Shell("exec $L taken");
+    EXPECT_EQ(Shell("$Z send taken 'Are you there?'").Wait(), "status 0");
+    const std::string refuse = "$P/zylmsg --domain job kill x --as taken";
     const struct {
-        std::string setting;
+        std::string command;
+        int status;
         const char* text;
     } cases[] = {
-        {"ZYL_BACKBONE=local", "'taken'"},
-        {"ZYL_BACKBONE_DIR=" + (m_directory / "file"), "Not a directory"},
-        {"ZYL_BACKBONE_DIR=" + (m_directory / "open"), "others may use it too"},
-        {"ZYL_BACKBONE_DIR=here", "it must be an absolute path"},
-        {"ZYL_BACKBONE_CONNECT_TIMEOUT=soon", "it must be a number of seconds"},
+        {"$Z", 2, "subcommand is required"},
+        {"$Z lisen me", 2, "zylmsg: no such subcommand 'lisen'; did you mean 'listen'?\n"},
+        {"$Z frobnicate", 2, "zylmsg: no such subcommand 'frobnicate'\n"},
+        {"$Z send nobody", 2, "text is required"},
+        {"$Z listen me --cuont=1", 2, "no such option '--cuont'; did you mean '--count'?\n"},
+        {"$Z --count 1 listen me", 2, "'--count' stands behind its subcommand, listen"},
+        {"$Z listen me --count 0", 2, "'0' is not a whole number from 1 to 2147483647\n"},
+        {"$Z kill " + std::string(4097, 'x'), 2, "target: a name has 4096 bytes at most"},
+        {"$Z --help", 0, "Subcommands:"},
+        {"$Z send --help", 0, "--domain"},
+        {"$Z --version", 0, "zylmsg 1."},
+        {"ZYL_BACKBONE_CONNECT_TIMEOUT=0.1 $Z send nobody text", 3, "is dropped: it did not come in time"},
+        {"ZYL_BACKBONE_CONNECT_TIMEOUT=0.1 $Z kill nobody", 3, "is dropped: it did not come in time"},
+        {"ZYL_BACKBONE_CONNECT_TIMEOUT=0.1 $Z put data nobody", 3,
+         "zylmsg: nobody does not have data: application nobody was not there"},
+        {"$Z put missing nobody", 4, "No such file"},
+        {"$Z put /proc/self/mem nobody", 4, "cannot read /proc/self/mem: Input/output error"},
+        {"$Z put . nobody", 4, "no regular file"},
+        {fmt::format("$Z put {} nobody", closed), 4,
+         std::filesystem::exists(closed) ? "Permission denied" : "No such"},
+        {"$L full >/dev/full & $Z send full text; wait $!", 1,
+         "zylmsg: cannot write to standard output: No space left on device\n"},
+        {"$L closed >&- & $Z send closed text; wait $!", 1,
+         "zylmsg: cannot write to standard output: Bad file descriptor\n"},
+        {"$L taken", 1, "'taken'"},
+        {refuse, 1, "'taken'"},
+        {"ZYL_BACKBONE_DIR=$PWD/data " + refuse, 1, "Not a directory"},
+        {"ZYL_BACKBONE_DIR=$PWD/open " + refuse, 1, "others may use it too"},
+        {"ZYL_BACKBONE_DIR=here " + refuse, 1, "it must be an absolute path"},
+        {"ZYL_BACKBONE_CONNECT_TIMEOUT=soon " + refuse, 1, "it must be a number of seconds"},
+        {"ZYL_BACKBONE_LANE=wire " + refuse, 1, "it must be 'memory' or 'socket'"},
+        {"ZYL_BACKBONE=mpi " + refuse, 1, "the one transport of this library is 'local'"},
     };
-    for (const auto& [setting, text] : cases) {
-        for (const std::vector<std::string>& arguments :
-             std::vector<std::vector<std::string>>{{"listen", "taken"}, {"kill", "x", "--as", "taken"}}) {
-            std::vector<std::string> command{"/usr/bin/env", setting, Program("zylmsg"), "--domain=job"};
-            command.insert(command.end(), arguments.begin(), arguments.end());
-            Process zylmsg(command);
-            EXPECT_EQ(zylmsg.Wait(), "status 1");
-            EXPECT_THAT(zylmsg.Output(), AllOf(HasSubstr(text), EndsWith("\n")));
-            EXPECT_EQ(std::count(zylmsg.Output().begin(), zylmsg.Output().end(), '\n'), 1);
-        }
+    for (const auto& [command, status, text] : cases) {
+        Process zylmsg = Shell(fmt::format("cd {}; {}", place, command));
+        SCOPED_TRACE(command);
+        ExpectEnd(zylmsg, fmt::format("status {}", status), {text});
+        const auto lines = std::count(zylmsg.Output().begin(), zylmsg.Output().end(), '\n');
+        EXPECT_TRUE(status != 1 || lines == 1) << zylmsg.Output();
     }
 }
 
