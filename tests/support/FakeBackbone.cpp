@@ -1,5 +1,7 @@
 #include "FakeBackbone.h"
 
+#include <fmt/format.h>
+
 #include <cstdio>
 #include <cstdlib>
 
@@ -22,9 +24,8 @@ void Wait(int* endingCondition, int limit) {
     }
 }
 
-template <class... Parts>
-void Record(const Parts&... parts) {
-    FakeBackbone::Get().calls.push_back((std::string() + ... + parts));
+void Record(const std::string& call) {
+    FakeBackbone::Get().calls.push_back(call);
 }
 
 }  // namespace
@@ -35,23 +36,22 @@ FakeBackbone& FakeBackbone::Get() {
 }
 
 void RegisterCommunicator(const char* name, int* communicator) {
-    Record("RegisterCommunicator(", name, ")");
+    Record(fmt::format("RegisterCommunicator({})", name));
     *communicator = FakeBackbone::Get().nextCommunicator++;
 }
 
 void DeclareApplicationId(int communicator, const char* applicationId, bool announce) {
-    Record("DeclareApplicationId(", std::to_string(communicator), ", ", applicationId,
-           announce ? ", true)" : ", false)");
+    Record(fmt::format("DeclareApplicationId({}, {}, {})", communicator, applicationId, announce));
 }
 
 void AssociateHandler(int communicator, const char* application, ZYLFeaBackbone_ReceiveCallback callback) {
-    Record("AssociateHandler(", std::to_string(communicator), ", ", application, ")");
+    Record(fmt::format("AssociateHandler({}, {})", communicator, application));
     FakeBackbone::Get().receive = callback;
 }
 
 void AssociateDisconnectHandler(int communicator, const char* application,
                                 ZYLFeaBackbone_DisconnectCallback callback) {
-    Record("AssociateDisconnectHandler(", std::to_string(communicator), ", ", application, ")");
+    Record(fmt::format("AssociateDisconnectHandler({}, {})", communicator, application));
     FakeBackbone::Get().disconnect = callback;
 }
 
@@ -70,11 +70,11 @@ void SendRequest(int communicator, const char* target, ZYLFeaBackbone_StreamCall
 }
 
 void WaitingLoop(int communicator, int limit, int* endingCondition) {
-    Record("WaitingLoop(", std::to_string(communicator), ", ", std::to_string(limit), ")");
+    Record(fmt::format("WaitingLoop({}, {})", communicator, limit));
     Wait(endingCondition, limit);
 }
 
 void BBSysLoopWait(int* endingCondition, int limit) {
-    Record("BBSysLoopWait(", std::to_string(limit), ")");
+    Record(fmt::format("BBSysLoopWait({})", limit));
     Wait(endingCondition, limit);
 }

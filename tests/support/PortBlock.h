@@ -29,24 +29,19 @@ class TestSocket {
     /// An IPv4 socket bound to `port` of `address`; `option` (SO_REUSEADDR, ...) is switched on unless it is
     /// 0. Descriptor() is negative when the port cannot be bound.
     static TestSocket BoundIpv4(int port, in_addr_t address, int option = 0) {
-        sockaddr_in name{};
-        name.sin_family = AF_INET;
-        name.sin_port = htons(static_cast<in_port_t>(port));
-        name.sin_addr.s_addr = htonl(address);
-        return Bound(AF_INET, reinterpret_cast<const sockaddr*>(&name), sizeof name, option);
+        const sockaddr_in name{AF_INET, htons(static_cast<in_port_t>(port)), {htonl(address)}, {}};
+        return Bound(AF_INET, name, option);
     }
 
     /// The same for IPv6 alone.
     static TestSocket BoundIpv6(int port, const in6_addr& address, int option = 0) {
-        sockaddr_in6 name{};
-        name.sin6_family = AF_INET6;
-        name.sin6_port = htons(static_cast<in_port_t>(port));
-        name.sin6_addr = address;
-        return Bound(AF_INET6, reinterpret_cast<const sockaddr*>(&name), sizeof name, option);
+        const sockaddr_in6 name{AF_INET6, htons(static_cast<in_port_t>(port)), 0, address, 0};
+        return Bound(AF_INET6, name, option);
     }
 
   private:
-    static TestSocket Bound(int family, const sockaddr* name, socklen_t size, int option) {
+    template <class Name>
+    static TestSocket Bound(int family, const Name& name, int option) {
         TestSocket made(socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0));
         const int on = 1;
         if (family == AF_INET6) {
@@ -55,7 +50,8 @@ class TestSocket {
         if (option != 0) {
             setsockopt(made.m_descriptor, SOL_SOCKET, option, &on, sizeof on);
         }
-        return bind(made.m_descriptor, name, size) == 0 ? std::move(made) : TestSocket(-1);
+        const auto* const address = reinterpret_cast<const sockaddr*>(&name);
+        return bind(made.m_descriptor, address, sizeof name) == 0 ? std::move(made) : TestSocket(-1);
     }
 
     int m_descriptor;
