@@ -1,5 +1,7 @@
 #include "Outlets.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "Frame.h"
@@ -82,23 +84,32 @@ std::shared_ptr<Outgoing> Outlets::Connect(const system::Entry& entry) {
     outgoing->SendControl(
         GreetingFrame({kProtocolVersion, me.identity, me.pid, me.host, me.user, entry.name}) +
         m_owner.Announcements());
-    std::erase_if(m_links, [](const auto& link) { return link.use_count() == 1; });
-    m_links.push_back(outgoing);
+    const auto [first, last] = m_links.equal_range(entry.identity);
+    for (auto link = first; link != last;) {
+        link = link->second.use_count() == 1 ? m_links.erase(link) : std::next(link);
+    }
+    m_links.emplace(entry.identity, outgoing);
     m_byName[entry.name] = outgoing;
-    m_byHolder[entry.identity] = outgoing;
     m_owner.Know(entry);
     return outgoing;
 }
 
 void Outlets::SendToAll(const std::string& frame) {
-    for (const auto& outgoing : m_links) {
+    for (const auto& [holder, outgoing] : m_links) {
         outgoing->SendControl(frame);
     }
 }
 
+/// Null: there is none.
+Outgoing* Outlets::LastLinkTo(const system::Identity& life) const {
+    const auto behind = m_links.upper_bound(life);
+    return behind != m_links.begin() && std::prev(behind)->first == life ? std::prev(behind)->second.get()
+                                                                         : nullptr;
+}
+
 void Outlets::Reach(const system::Entry& entry) {
-    const auto known = m_byHolder.find(entry.identity);
-    if (known == m_byHolder.end() || !known->second->Alive() || known->second->IsSlow()) {
+    Outgoing* const known = LastLinkTo(entry.identity);
+    if (known == nullptr || !known->Alive() || known->IsSlow()) {
         Connect(entry);
     } else if (!m_owner.IsGone(entry.identity)) {
         m_owner.Know(entry);
@@ -106,7 +117,7 @@ void Outlets::Reach(const system::Entry& entry) {
 }
 
 void Outlets::TryAgain() {
-    for (const auto& outgoing : m_links) {
+    for (const auto& [holder, outgoing] : m_links) {
         outgoing->TryAgain();
     }
     for (const auto& [key, entry] : std::exchange(m_toReach, {})) {
@@ -118,22 +129,24 @@ void Outlets::TryAgain() {
 }
 
 bool Outlets::HasOpenLink(const system::Identity& life) const {
-    const auto outgoing = m_byHolder.find(life);
-    return outgoing != m_byHolder.end() && outgoing->second->Alive();
+    Outgoing* const last = LastLinkTo(life);
+    return last != nullptr && last->Alive();
 }
 
 void Outlets::SetLost(const system::Identity& life) {
-    for (const auto& outgoing : m_links) {
-        if (outgoing->Holder() == life) {
-            outgoing->SetLost();
-        }
-    }
+    const auto [first, last] = m_links.equal_range(life);
+    std::for_each(first, last, [](const auto& entry) { entry.second->SetLost(); });
 }
 
 void Outlets::Forget(const system::Identity& life) {
-    std::erase_if(m_links, [&](const auto& link) { return link->Holder() == life; });
-    std::erase_if(m_byName, [&](const auto& entry) { return entry.second->Holder() == life; });
-    m_byHolder.erase(life);
+    const auto [first, last] = m_links.equal_range(life);
+    std::for_each(first, last, [&](const auto& entry) {
+        const auto named = m_byName.find(entry.second->To().application);
+        if (named != m_byName.end() && named->second == entry.second) {
+            m_byName.erase(named);
+        }
+    });
+    m_links.erase(first, last);
     if (m_lastSent != nullptr && m_lastSent->Holder() == life) {
         m_lastSent.reset();
     }

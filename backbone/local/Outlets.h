@@ -6,7 +6,6 @@
 #include <optional>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "Blocks.h"
 #include "LocalTransport.h"
@@ -74,6 +73,7 @@ class Outlets {
   private:
     std::shared_ptr<Outgoing> LivingLinkTo(const std::string& target);
     std::shared_ptr<Outgoing> Connect(const system::Entry& entry);
+    Outgoing* LastLinkTo(const system::Identity& life) const;
 
     OutletsOwner& m_owner;
     system::System& m_system;
@@ -81,10 +81,10 @@ class Outlets {
     KeptBlocks& m_kept;
     system::Names& m_names;
     bool m_wantsAll = false;
-    /// All links that may still be used; and the last one to each application, and to each process.
-    std::vector<std::shared_ptr<Outgoing>> m_links;
+    /// All links that may still be used, to each process in the order in which they were opened; and the last
+    /// one to each application.
+    std::multimap<system::Identity, std::shared_ptr<Outgoing>> m_links;
     std::map<std::string, std::shared_ptr<Outgoing>> m_byName;
-    std::map<system::Identity, std::shared_ptr<Outgoing>> m_byHolder;
     std::shared_ptr<Outgoing> m_lastSent;
     /// Processes that are to be reached because they, or we, watch, and could not be yet.
     std::map<std::pair<system::Identity, std::string>, system::Entry> m_toReach;
