@@ -19,8 +19,10 @@ constexpr milliseconds kLongestPause{1000};
 constexpr milliseconds kGivenUpLinkPause{256};
 
 /// The channels of a process that dies are closed one after the other, and its names are given up among them;
-/// all of that in less than this time.
-constexpr milliseconds kDying{1000};
+/// all of that before it was looked at so often, with this time between two looks. It is not the time that
+/// counts: all of this machine may stand still for a while.
+constexpr int kLooksAtTheDying = 10;
+constexpr milliseconds kDyingInterval{100};
 
 /// A peer that announces more is none of this library, or has lost its way; each is kept while it lives.
 constexpr std::size_t kMostNames = 4096;
@@ -52,7 +54,7 @@ void Lives::Announced(Incoming& link, const Announcement& announcement) {
         return;
     }
     if (IsDoubtful(link, announcement)) {
-        m_doubts.emplace(link.Opener(), m_system.Now() + kDying);
+        m_doubts.emplace(link.Opener(), Doubt{m_system.Now() + kDyingInterval});
     }
     m_presence.AddName(link.Opener(), announcement.application, announcement.order, true);
     ResolveRivals(announcement.application, link.Opener());
@@ -156,9 +158,12 @@ void Lives::Examine() {
 /// later.
 void Lives::EndDoubts(system::Clock::time_point now) {
     std::vector<system::Identity> due;
-    for (const auto& [life, until] : m_doubts) {
-        if (now >= until) {
-            due.push_back(life);
+    for (auto& [life, doubt] : m_doubts) {
+        if (now >= doubt.next) {
+            doubt.next = now + kDyingInterval;
+            if (++doubt.looks == kLooksAtTheDying) {
+                due.push_back(life);
+            }
         }
     }
     for (const system::Identity& liar : due) {
@@ -246,8 +251,8 @@ system::Deadline Lives::NextExamination() const {
     for (const auto& [life, suspicion] : m_suspects) {
         also(suspicion.next);
     }
-    for (const auto& [life, until] : m_doubts) {
-        also(until);
+    for (const auto& [life, doubt] : m_doubts) {
+        also(doubt.next);
     }
     return next;
 }

@@ -82,6 +82,12 @@ class Lives {
         system::Clock::time_point reconnect;  ///< when we may connect to it again, to see its end
     };
 
+    /// A process that may have lied: when to look again, and how often that was done.
+    struct Doubt {
+        system::Clock::time_point next;
+        int looks = 0;
+    };
+
     void ResolveRivals(const std::string& name, const system::Identity& newcomer);
     bool IsDoubtful(Incoming& link, const Announcement& announcement);
     system::Names::Holding HoldingOf(const std::string& name, const system::Identity& life);
@@ -104,8 +110,8 @@ class Lives {
     Presence m_presence;
     std::map<system::Identity, Suspicion> m_suspects;
     /// Processes that have announced a name which a living one holds: they have held it before, and are about
-    /// to end, or else they lie, which is clear at that time.
-    std::map<system::Identity, system::Clock::time_point> m_doubts;
+    /// to end, or else they lie, which is clear after some looks.
+    std::map<system::Identity, Doubt> m_doubts;
     /// How long the next reconnection waits, for processes that were connected to again.
     std::map<system::Identity, std::chrono::milliseconds> m_patience;
     /// Links to processes that are not known to be over, which were lost with what they carried; and whether
