@@ -103,6 +103,7 @@ class Kernel {
     Pages& Make(std::size_t size);
     std::vector<Handle> HandlesOf(const Process& process);
 
+    std::size_t CountOfChannels(const Process& process) const;
     /// Whether one of its channels has no room for what it wanted to send.
     bool IsHeldUp(const Process& process) const;
     static const char* KindOf(const Handle& handle);

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -56,11 +57,14 @@ class Oracle {
     /// `host` tells lives apart, which process numbers do not.
     void ToldOfLoss(const Process& process, int application, int pid, std::string_view peer,
                     std::string_view host);
+    bool IsLiar(int process) const {
+        return static_cast<std::size_t>(LifeOf(process).actor) == m_plan.actors.size();
+    }
     void CheckBody(const Message& message, const char* body) const;
     /// An application of the actor whose process has this number.
     int FirstOf(int process) const;
-    /// What a process holds is within its bound.
-    void CheckMemory(const Process& process) const;
+    /// What a process in so many loops holds is within its bound.
+    void CheckMemory(const Process& process, int depth);
 
     /// A message that is due, now that nobody can run and the process waits for what comes to the domain; or
     /// nothing.
@@ -91,6 +95,7 @@ class Oracle {
     bool SamePair(const Message& one, const Message& other) const {
         return one.sender == other.sender && one.target == other.target;
     }
+    bool WaitsForItself(int process) const;
     bool AnyEnded(int application) const;
     bool MayHaveDied(std::size_t message) const;
     void CheckDrop(const Message& message) const;
@@ -107,6 +112,7 @@ class Oracle {
     std::array<Events, 4> m_events;  // by What
     std::map<Loss, bool> m_owed;     // and whether it was told
     std::map<Loss, std::uint64_t> m_told;
+    std::set<int> m_circled;                     // processes that have waited for themselves
     std::map<std::pair<int, int>, int> m_drops;  // by sender and target
 };
 

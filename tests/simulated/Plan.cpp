@@ -29,6 +29,7 @@ class Draft {
         }
         m_circle = m_dice.OneIn(6);
         m_flood = m_dice.OneIn(3);
+        m_plan.lies = m_dice.OneIn(5) ? 1 + static_cast<int>(m_dice.Roll(12)) : 0;
         for (int actor = 0; actor < actors; ++actor) {
             auto& lives = m_plan.actors.emplace_back();
             const std::uint32_t count = m_dice.OneIn(2) ? 1 : 1 + m_dice.Roll(3);

@@ -56,6 +56,7 @@ struct Plan {
     /// By actor, then by life.
     std::vector<std::vector<std::vector<Step>>> actors;
     std::vector<Blow> blows;
+    int lies = 0;  // connections of one more process, which follows no rules
 
     static Plan Of(std::uint64_t seed);
 };

@@ -7,6 +7,7 @@
 
 #include "Arena.h"
 #include "Diagnostics.h"
+#include "Liar.h"
 #include "Oracle.h"
 #include "QORText.h"
 #include "SimulatedSystem.h"
@@ -87,6 +88,7 @@ class Player {
         }
     }
     void Signal() { ++m_condition; }
+    int Depth() const { return m_depth; }
     /// Waits for what comes to the domain.
     bool Awaits(int domain) const {
         return m_depth > 0 && m_sending < 0 && (m_domain == kEvery || m_domain == domain);
@@ -98,6 +100,9 @@ class Player {
         const int domain = g_stage->Of(application).domain;
         m_world.Tell("receives {} of {} bytes", type, size);
         CheckInside(domain);
+        if (*type == kLie) {
+            return;
+        }
         const Oracle::Message message = m_oracle.Received(m_process, application, type, body, size);
         if (m_enough != 0 && ++m_received >= m_enough) {
             ++m_condition;
@@ -293,6 +298,10 @@ class Program final : public World::Director {
         for (std::size_t actor = 0; actor < m_stage.plan.actors.size(); ++actor) {
             Start(static_cast<int>(actor), 0);
         }
+        if (m_stage.plan.lies > 0) {
+            const auto actor = static_cast<int>(m_stage.plan.actors.size());
+            m_stage.oracle.Started(m_stage.world.Start(actor, 0, &Program::Cheat, {}));
+        }
         return m_stage.world.Run();
     }
     std::uint64_t Calls() const { return m_stage.world.Calls(); }
@@ -303,14 +312,20 @@ class Program final : public World::Director {
     }
     void Buried(Process& process) override {
         m_stage.oracle.Buried(process);
-        Start(process.actor, process.life + 1);
+        if (!m_stage.oracle.IsLiar(process.number)) {
+            Start(process.actor, process.life + 1);
+        }
     }
     void Signal(Process& process) override {
         if (Player* const player = m_stage.PlayerOf(process)) {
             player->Signal();
         }
     }
-    void Waits(const Process& process) override { m_stage.oracle.CheckMemory(process); }
+    void Waits(const Process& process) override {
+        if (const Player* const player = m_stage.PlayerOf(process)) {
+            m_stage.oracle.CheckMemory(process, player->Depth());
+        }
+    }
     Opinion Judge() override {
         for (const Process* process : m_stage.processes) {
             const Player* const player = m_stage.PlayerOf(*process);
@@ -346,6 +361,8 @@ class Program final : public World::Director {
             World::Current().Fail(fmt::format("{} lets an exception out: {}", process.name, error.what()));
         }
     }
+
+    static void Cheat(void* argument) { Lie(*static_cast<Process*>(argument), "d0", g_stage->plan.lies); }
 
     Stage m_stage;
 };
