@@ -112,17 +112,21 @@ bool Lives::OwesEndOf(const std::string& name) const {
                        [&](const PeerLost& report) { return report.peer->application == name; });
 }
 
-/// Of all that are known under a name, one at most holds it.
+/// Of all that are known under a name, one at most holds it, and that is the last one.
 void Lives::ResolveRivals(const std::string& name, const system::Identity& newcomer) {
     const std::vector<system::Identity> rivals = m_presence.LivingRivals(name, newcomer);
-    if (rivals.empty()) {
+    if (rivals.empty() && !m_presence.HasSuccessorsIn(name, newcomer)) {
         return;
     }
     const bool newcomerHolds = LookWhetherHeld(name, newcomer);
+    if (newcomerHolds) {
+        m_presence.RemoveSuccessorsIn(name, newcomer);
+    }
     for (const system::Identity& rival : rivals) {
         if (newcomerHolds) {
             SetOver(rival);
         } else if (LookWhetherHeld(name, rival)) {
+            m_presence.RemoveSuccessorsIn(name, rival);
             SetOver(newcomer);
         }
     }

@@ -18,11 +18,11 @@ void Presence::Meet(const system::Identity& life, int pid, const std::string& ho
 
 void Presence::AddName(const system::Identity& life, const std::string& name, std::uint64_t order,
                        bool announced) {
+    RemoveHolder(name, life);
     m_lives.at(life).names.insert_or_assign(name, Holding{name, order, announced});
-    auto& holders = m_holders[name];
-    if (holders.emplace(order, life).second && holders.size() == 2) {
-        ++m_contested;
-    }
+    Holders& holders = m_holders[name];
+    holders.emplace(order, life);
+    m_contested += holders.size() == 2 ? 1 : 0;
 }
 
 std::size_t Presence::CountOfNames(const system::Identity& life) const {
@@ -65,6 +65,40 @@ std::vector<system::Identity> Presence::Successors(const system::Identity& life)
     return successors;
 }
 
+/// The name is one of the life's. Two have the same place only if one of them lies.
+Presence::Holders::const_iterator Presence::FirstSuccessorIn(const std::string& name,
+                                                             const system::Identity& life) const {
+    const Holders& holders = m_holders.at(name);
+    const std::uint64_t order = m_lives.at(life).names.at(name).order;
+    return std::find_if(holders.lower_bound({order, {}}), holders.end(),
+                        [&](const auto& holder) { return holder.second != life; });
+}
+
+bool Presence::HasSuccessorsIn(const std::string& name, const system::Identity& life) const {
+    return FirstSuccessorIn(name, life) != m_holders.at(name).end();
+}
+
+void Presence::RemoveSuccessorsIn(const std::string& name, const system::Identity& life) {
+    while (HasSuccessorsIn(name, life)) {
+        const system::Identity successor = FirstSuccessorIn(name, life)->second;
+        m_lives.at(successor).names.erase(name);
+        RemoveHolder(name, successor);
+    }
+}
+
+void Presence::RemoveHolder(const std::string& name, const system::Identity& life) {
+    const auto holders = m_holders.find(name);
+    if (holders == m_holders.end()) {
+        return;
+    }
+    const bool wasContested = holders->second.size() > 1;
+    std::erase_if(holders->second, [&](const auto& holder) { return holder.second == life; });
+    m_contested -= wasContested && holders->second.size() < 2 ? 1 : 0;
+    if (holders->second.empty()) {
+        m_holders.erase(holders);
+    }
+}
+
 bool Presence::OwesEndOf(const std::string& name) const {
     const auto holders = m_holders.find(name);
     return holders != m_holders.end() &&
@@ -97,13 +131,7 @@ std::vector<PeerLost> Presence::Report(const system::Identity& life) {
     Remember(life, ended.names);
     std::vector<PeerLost> reports;
     for (const auto& [name, holding] : ended.names) {
-        const auto holders = m_holders.find(name);
-        const bool wasContested = holders->second.size() > 1;
-        std::erase_if(holders->second, [&](const auto& holder) { return holder.second == life; });
-        m_contested -= wasContested && holders->second.size() < 2 ? 1 : 0;
-        if (holders->second.empty()) {
-            m_holders.erase(holders);
-        }
+        RemoveHolder(name, life);
         auto peer = std::make_unique<Peer>(Peer{name, ended.pid, ended.host, ended.user});
         reports.push_back(PeerLost{std::move(peer), holding.announced});
     }

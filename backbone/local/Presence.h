@@ -39,6 +39,10 @@ class Presence {
     std::vector<system::Identity> LivingRivals(const std::string& name, const system::Identity& life) const;
     /// Those that are known to have held one of its names after it.
     std::vector<system::Identity> Successors(const system::Identity& life) const;
+    /// Whether others are said to hold, or to have held, the name that come after the life in its order.
+    bool HasSuccessorsIn(const std::string& name, const system::Identity& life) const;
+    /// The life holds the name now, so those never did.
+    void RemoveSuccessorsIn(const std::string& name, const system::Identity& life);
     /// Whether a holder of the name is over, and that is still to be reported.
     bool OwesEndOf(const std::string& name) const;
 
@@ -59,6 +63,9 @@ class Presence {
     }
 
   private:
+    using Holders = std::set<std::pair<std::uint64_t, system::Identity>>;
+    Holders::const_iterator FirstSuccessorIn(const std::string& name, const system::Identity& life) const;
+    void RemoveHolder(const std::string& name, const system::Identity& life);
     void Remember(const system::Identity& life, const std::map<std::string, Holding>& names);
 
     struct Life {
@@ -74,7 +81,7 @@ class Presence {
     std::map<system::Identity, std::set<std::string>> m_reported;
     std::deque<system::Identity> m_reportedInOrder;
     /// By name: its holders in their order.
-    std::map<std::string, std::set<std::pair<std::uint64_t, system::Identity>>> m_holders;
+    std::map<std::string, Holders> m_holders;
     /// How many names have more than one: most often none.
     int m_contested = 0;
 };
