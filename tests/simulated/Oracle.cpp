@@ -175,19 +175,23 @@ void Oracle::CheckMemory(const Process& process, int depth) {
         return;
     }
     const std::size_t lane = zyl::backbone::local::kLaneHead + m_plan.ring;
-    const std::size_t block = m_plan.LongestMessage() * 9 / 8;
+    const std::size_t block = (m_plan.LongestMessage() + 64) * 9 / 8;
     const bool quiet = m_plan.lanes && world.Faults() == 0 && m_plan.weather.shortTransfers == 0;
     const std::size_t chunk = quiet ? kQuietChunk : kBusyChunk;
-    std::size_t bound = kObjects + m_plan.Budget() * 5 / 4 + 2 * block +
-                        (quiet ? 0 : m_lives.size() * chunk) +
-                        world.ItsKernel().CountOfChannels(process) * (2 * lane + 2 * block + chunk) +
-                        static_cast<std::size_t>(depth) * std::max({lane, block, chunk});
+    const std::size_t links = world.ItsKernel().CountOfChannels(process);
+    const auto handlers = static_cast<std::size_t>(depth);
+    const std::size_t takenIn = m_plan.Budget() * 5 / 4 + 2 * block;
+    std::size_t most = kObjects + takenIn + links * chunk + handlers * (block + 512) +
+                       (quiet ? 0 : (m_lives.size() + handlers) * chunk);
     for (const Message& message : m_messages) {
         const bool toItself = message.sender == process.number && Of(message.target).actor == process.actor;
-        bound += toItself && message.receiver == 0 ? static_cast<std::size_t>(message.size) + 512 : 0;
+        most += toItself && message.receiver == 0 ? static_cast<std::size_t>(message.size) + 512 : 0;
     }
-    const std::size_t held = arena::Living(static_cast<std::size_t>(process.number)) + process.mapped;
-    Check(held <= bound, "{} holds {} bytes, {} more than it may", process.name, held, held - bound);
+    const std::size_t held = arena::Living(static_cast<std::size_t>(process.number));
+    Check(held <= most, "{} holds {} bytes, {} more than it may", process.name, held, held - most);
+    const std::size_t mostShared = takenIn + links * 2 * (lane + block) + handlers * std::max(lane, block);
+    Check(process.mapped <= mostShared, "{} shares {} bytes, {} more than it may", process.name,
+          process.mapped, process.mapped - mostShared);
 }
 
 /// Whether the process sends to one that sends to another one, and so on, until it is the process itself.
