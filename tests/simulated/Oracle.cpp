@@ -76,6 +76,13 @@ void Oracle::Streamed(int message, char* room, int size) {
 }
 
 void Oracle::Line(const Process& process, const std::string& text) {
+    for (std::size_t index = 0; index < m_plan.applications.size() && m_plan.lies == 0; ++index) {
+        if (text.find("the link from") != std::string::npos &&
+            text.find(m_plan.applications[index].name) != std::string::npos) {
+            const arena::ForTheWorld ours;
+            m_broken.emplace(process.number, static_cast<int>(index));
+        }
+    }
     if (!m_messages.empty() && text.find("is dropped") != std::string::npos) {
         for (std::size_t index = 0; index < m_messages.size(); ++index) {
             Message& message = m_messages[index];
@@ -117,10 +124,18 @@ void Oracle::CheckDrop(const Message& message) const {
           "{} is dropped though its target is there", text);
 }
 
+/// For whom it has closed a link to, that is as if it had ended.
+bool Oracle::HasBroken(int process) const {
+    return std::any_of(m_broken.begin(), m_broken.end(),
+                       [&](const auto& one) { return one.first == process; });
+}
+
 bool Oracle::AnyEnded(int application) const {
-    return std::any_of(Of(What::kDeclares).begin(), Of(What::kDeclares).end(), [&](const auto& declares) {
-        return declares.first.second == application && LifeOf(declares.first.first).ended != 0;
-    });
+    return std::any_of(m_broken.begin(), m_broken.end(),
+                       [&](const auto& one) { return one.second == application; }) ||
+           std::any_of(Of(What::kDeclares).begin(), Of(What::kDeclares).end(), [&](const auto& declares) {
+               return declares.first.second == application && LifeOf(declares.first.first).ended != 0;
+           });
 }
 
 const Oracle::Message& Oracle::Received(const Process& process, int application, std::string_view type,
@@ -226,8 +241,8 @@ void Oracle::CheckOrder(std::size_t index) const {
               Text(other));
         found = one.receiver == message.receiver;
         missing = missing || (other < index && !found && one.receiver == 0 && !one.dropped);
-        Check(!missing || !(found || !AnyEnded(message.target)), "{} comes though one before it is missing",
-              Text(index));
+        Check(!missing || HasBroken(message.receiver) || !(found || !AnyEnded(message.target)),
+              "{} comes though one before it is missing", Text(index));
     }
 }
 
@@ -244,8 +259,8 @@ void Oracle::CheckLosses(std::size_t index) const {
             toldSince = std::min(toldSince, since);
         }
     }
-    Check(handledSince > toldSince || toldSince == m_event, "{} comes after the loss of {}", Text(index),
-          LifeOf(message.sender).name);
+    Check(handledSince > toldSince || toldSince == m_event || HasBroken(message.sender),
+          "{} comes after the loss of {}", Text(index), LifeOf(message.sender).name);
     const auto first = std::find_if(m_messages.begin(), m_messages.end(), [&](const Message& one) {
         return one.sender == message.sender && Of(one.target).domain == domain;
     });
@@ -282,8 +297,9 @@ void Oracle::ToldOfLoss(const Process& process, int application, int pid, std::s
     for (const auto& [declares, since] : Of(What::kDeclares)) {
         const Loss loss{process.number, application, lost, declares.first};
         const Life& life = LifeOf(declares.first);
-        if (declares.second == lost && life.host == host && life.pid == pid && life.ended != 0 &&
-            m_told.try_emplace(loss, m_event).second) {
+        if (declares.second == lost && life.host == host && life.pid == pid &&
+            (life.ended != 0 || HasBroken(declares.first)) &&
+            (m_told.try_emplace(loss, m_event).second || HasBroken(declares.first))) {
             if (const auto owed = m_owed.find(loss); owed != m_owed.end()) {
                 owed->second = true;
             }
@@ -311,8 +327,10 @@ bool Oracle::MayHaveDied(std::size_t index) const {
             return std::get<0>(told.first) == message.sender && std::get<2>(told.first) == message.target &&
                    std::get<3>(told.first) == life && told.second < message.event;
         });
-        return application == message.target && life >= first && life <= last && LifeOf(life).ended != 0 &&
-               !known && (LifeOf(life).buried == 0 || LifeOf(life).buried > LifeOf(message.sender).started);
+        return application == message.target && life >= first && life <= last &&
+               (HasBroken(life) ||
+                (LifeOf(life).ended != 0 && !known &&
+                 (LifeOf(life).buried == 0 || LifeOf(life).buried > LifeOf(message.sender).started)));
     });
 }
 

@@ -96,6 +96,7 @@ class Oracle {
         return one.sender == other.sender && one.target == other.target;
     }
     bool WaitsForItself(int process) const;
+    bool HasBroken(int process) const;
     bool AnyEnded(int application) const;
     bool MayHaveDied(std::size_t message) const;
     void CheckDrop(const Message& message) const;
@@ -112,6 +113,8 @@ class Oracle {
     std::array<Events, 4> m_events;  // by What
     std::map<Loss, bool> m_owed;     // and whether it was told
     std::map<Loss, std::uint64_t> m_told;
+    /// Processes that have closed a link to an application of theirs, and that.
+    std::set<std::pair<int, int>> m_broken;
     std::set<int> m_circled;                     // processes that have waited for themselves
     std::map<std::pair<int, int>, int> m_drops;  // by sender and target
 };

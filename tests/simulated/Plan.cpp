@@ -29,7 +29,12 @@ class Draft {
         }
         m_circle = m_dice.OneIn(6);
         m_flood = m_dice.OneIn(3);
-        m_plan.lies = m_dice.OneIn(5) ? 1 + static_cast<int>(m_dice.Roll(12)) : 0;
+        if (m_dice.OneIn(5)) {
+            m_plan.lies = 1 + static_cast<int>(m_dice.Roll(12));
+        }
+        if (m_plan.lies > 0 || !m_dice.OneIn(8)) {
+            m_plan.weather.faults[static_cast<std::size_t>(Fault::kTakeMemory)] = 0;
+        }
         for (int actor = 0; actor < actors; ++actor) {
             auto& lives = m_plan.actors.emplace_back();
             const std::uint32_t count = m_dice.OneIn(2) ? 1 : 1 + m_dice.Roll(3);
@@ -62,7 +67,6 @@ class Draft {
         for (std::uint32_t& rate : weather.faults) {
             rate = faults ? m_dice.AnyOf(kFaults) : 0;
         }
-        weather.faults[static_cast<std::size_t>(Fault::kTakeMemory)] = 0;
         weather.faultsInAll = m_dice.Roll(40);
         weather.capacity = m_dice.AnyOf(kCapacities);
         weather.roomTold = 1 + m_dice.Roll(static_cast<std::uint32_t>(weather.capacity));
