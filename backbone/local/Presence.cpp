@@ -114,14 +114,47 @@ bool Presence::IsOver(const system::Identity& life) const {
     return m_over.contains(life);
 }
 
-bool Presence::HasToWait(const system::Identity& life) const {
-    const auto found = m_contested > 0 ? m_lives.find(life) : m_lives.end();
-    if (found == m_lives.end()) {
-        return false;
+/// Those that have held one of its names before it, the earliest first.
+std::vector<system::Identity> Presence::Predecessors(const system::Identity& life) const {
+    std::vector<system::Identity> predecessors;
+    const auto known = m_lives.find(life);
+    if (m_contested == 0 || known == m_lives.end()) {
+        return predecessors;
     }
-    return std::any_of(found->second.names.begin(), found->second.names.end(), [&](const auto& entry) {
-        const auto& [order, first] = *m_holders.at(entry.first).begin();
-        return order < entry.second.order && first != life;
+    for (const auto& [name, holding] : known->second.names) {
+        for (const auto& [order, holder] : m_holders.at(name)) {
+            if (order >= holding.order) {
+                break;
+            }
+            predecessors.push_back(holder);
+        }
+    }
+    return predecessors;
+}
+
+/// Whether `life` comes before `other`, by way of others perhaps.
+bool Presence::ComesBefore(const system::Identity& life, const system::Identity& other) const {
+    std::set<system::Identity> seen{other};
+    std::vector<system::Identity> toVisit{other};
+    while (!toVisit.empty()) {
+        const system::Identity next = toVisit.back();
+        toVisit.pop_back();
+        for (const system::Identity& predecessor : Predecessors(next)) {
+            if (predecessor == life) {
+                return true;
+            }
+            if (seen.insert(predecessor).second) {
+                toVisit.push_back(predecessor);
+            }
+        }
+    }
+    return false;
+}
+
+/// The order of lives has no circle, unless somebody has lied. Who is in one waits for nobody in it.
+bool Presence::HasToWait(const system::Identity& life) const {
+    return std::ranges::any_of(Predecessors(life), [&](const system::Identity& predecessor) {
+        return !ComesBefore(life, predecessor);
     });
 }
 

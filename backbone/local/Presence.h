@@ -65,6 +65,8 @@ class Presence {
   private:
     using Holders = std::set<std::pair<std::uint64_t, system::Identity>>;
     Holders::const_iterator FirstSuccessorIn(const std::string& name, const system::Identity& life) const;
+    std::vector<system::Identity> Predecessors(const system::Identity& life) const;
+    bool ComesBefore(const system::Identity& life, const system::Identity& other) const;
     void RemoveHolder(const std::string& name, const system::Identity& life);
     void Remember(const system::Identity& life, const std::map<std::string, Holding>& names);
 
