@@ -123,6 +123,15 @@ TEST_P(Stranger, WhoClaimsALivingApplicationsNameEndsOnlyItself) {
                    {"watcher", "await 2 0", "2 messages"}});
 }
 
+TEST_P(Stranger, WhoGreetsAsAnotherProcessHidesItsEndFromNobody) {
+    Play(m_peers, {{"watcher", "receive watcher"}, {"alive", "receive alive"}});
+    const Identity alive = m_names->Find("alive").value().identity;
+    const auto link = Send("watcher", GreetingFrame({kProtocolVersion, alive, 1, "host", "user", "watcher"}));
+    Play(m_peers, {{"watcher", "watch watcher"},
+                   {"alive", "crash"},
+                   {"watcher", "await 0 1", "0 messages, alive lost after 0"}});
+}
+
 TEST_P(Stranger, WhoListensUnderANameAndAnswersGarbageHarmsNoSender) {
     ASSERT_TRUE(m_names->Claim("fake", true).taken);
     Play(m_peers, {{"sender", "receive sender"}, {"sender", "send fake 1 8"}});
