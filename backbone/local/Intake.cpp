@@ -1,7 +1,6 @@
 #include "Intake.h"
 
 #include <algorithm>
-#include <limits>
 #include <new>
 #include <ranges>
 #include <utility>
@@ -233,9 +232,9 @@ void Intake::MakeAllReady(Incoming::Turn from) {
 
 /// In the order in which they were accepted.
 auto Intake::LinksOf(const system::Identity& life) const {
-    return std::views::values(std::ranges::subrange(
-        m_greeted.lower_bound(std::pair(life, std::uint64_t{0})),
-        m_greeted.upper_bound(std::pair(life, std::numeric_limits<std::uint64_t>::max()))));
+    return std::ranges::subrange(m_greeted.lower_bound(std::pair(life, std::uint64_t{0})), m_greeted.end()) |
+           std::views::take_while([life](const auto& entry) { return entry.first.first == life; }) |
+           std::views::values;
 }
 
 void Intake::LookAtAll(const system::Identity& life) {

@@ -34,8 +34,9 @@ Lives::Lives(system::System& system, system::Names& names, Intake& intake, Outle
 
 void Lives::Know(const system::Entry& entry) {
     m_presence.Meet(entry.identity, entry.pid, entry.host, m_system.Me().user);
-    m_presence.AddName(entry.identity, entry.name, entry.order, entry.announced);
-    ResolveRivals(entry.name, entry.identity);
+    if (m_presence.AddName(entry.identity, entry.name, entry.order, entry.announced)) {
+        ResolveRivals(entry.name, entry.identity);
+    }
 }
 
 void Lives::Announced(Incoming& link, const Announcement& announcement) {
@@ -53,11 +54,12 @@ void Lives::Announced(Incoming& link, const Announcement& announcement) {
         m_reports.push_back({std::make_unique<Peer>(std::move(peer)), true});
         return;
     }
-    if (IsDoubtful(link, announcement)) {
-        m_doubts.emplace(link.Opener(), Doubt{m_system.Now() + kDyingInterval});
+    if (m_presence.AddName(link.Opener(), announcement.application, announcement.order, true)) {
+        if (IsDoubtful(link, announcement)) {
+            m_doubts.emplace(link.Opener(), Doubt{m_system.Now() + kDyingInterval});
+        }
+        ResolveRivals(announcement.application, link.Opener());
     }
-    m_presence.AddName(link.Opener(), announcement.application, announcement.order, true);
-    ResolveRivals(announcement.application, link.Opener());
 }
 
 /// Whether a process announces a name that a living one holds. It may have held it before, and be about to

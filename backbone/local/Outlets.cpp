@@ -88,7 +88,7 @@ std::shared_ptr<Outgoing> Outlets::Connect(const system::Entry& entry) {
     for (auto link = first; link != last;) {
         link = link->second.use_count() == 1 ? m_links.erase(link) : std::next(link);
     }
-    m_links.emplace(entry.identity, outgoing);
+    m_links.emplace_hint(last, entry.identity, outgoing);
     m_byName[entry.name] = outgoing;
     m_owner.Know(entry);
     return outgoing;

@@ -16,13 +16,14 @@ void Presence::Meet(const system::Identity& life, int pid, const std::string& ho
     m_lives.try_emplace(life, Life{pid, host, user, {}});
 }
 
-void Presence::AddName(const system::Identity& life, const std::string& name, std::uint64_t order,
+bool Presence::AddName(const system::Identity& life, const std::string& name, std::uint64_t order,
                        bool announced) {
     RemoveHolder(name, life);
     m_lives.at(life).names.insert_or_assign(name, Holding{name, order, announced});
     Holders& holders = m_holders[name];
     holders.emplace(order, life);
     m_contested += holders.size() == 2 ? 1 : 0;
+    return holders.size() > 1;
 }
 
 std::size_t Presence::CountOfNames(const system::Identity& life) const {

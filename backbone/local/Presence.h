@@ -25,8 +25,8 @@ class Presence {
     /// A process is met, or says who it is.
     void Meet(const system::Identity& life, int pid, const std::string& host, const std::string& user);
     bool Knows(const system::Identity& life) const { return m_lives.contains(life); }
-    /// It holds a name. A passing helper is not announced.
-    void AddName(const system::Identity& life, const std::string& name, std::uint64_t order, bool announced);
+    /// It holds a name. A passing helper is not announced. True: others are known to hold or have held it, too.
+    bool AddName(const system::Identity& life, const std::string& name, std::uint64_t order, bool announced);
     std::size_t CountOfNames(const system::Identity& life) const;
 
     struct Holding {
