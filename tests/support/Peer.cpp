@@ -191,6 +191,13 @@ std::string Participant::Account() const {
 
 Peer::Peer() : Process(ObeyAll) {}
 
+Peer::~Peer() {
+    if (IsThere()) {
+        Say("leave");
+        EXPECT_EQ(Wait(), "status 0") << Output();
+    }
+}
+
 void Peer::Begin(const std::string& order) {
     Say(order);
     ++m_unanswered;

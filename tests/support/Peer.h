@@ -51,6 +51,10 @@ class Participant {
 class Peer : public Process {
   public:
     Peer();
+    /// Has it leave, if it is still there.
+    ~Peer();
+    Peer(const Peer&) = delete;
+    Peer& operator=(const Peer&) = delete;
     void Begin(const std::string& order);
     /// Its account once it has done the last order.
     std::string Account();

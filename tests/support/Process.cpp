@@ -51,6 +51,7 @@ Process::Process(const std::function<int()>& role) {
     setpgid(m_pid, 0);  // a group with all that it starts
     if (m_pid == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
+        signal(SIGPIPE, SIG_DFL);
         dup2(orders[0], STDIN_FILENO);
         dup2(ends[1], STDOUT_FILENO);
         dup2(ends[1], STDERR_FILENO);
@@ -64,7 +65,7 @@ Process::Process(const std::function<int()>& role) {
 }
 
 Process::~Process() {
-    if (m_pid > 0) {
+    if (IsThere()) {
         kill(-m_pid, SIGKILL);
         waitpid(m_pid, nullptr, 0);
     }
@@ -74,6 +75,7 @@ Process::~Process() {
 
 void Process::Say(const std::string& line) const {
     const std::string bytes = line + '\n';
+    signal(SIGPIPE, SIG_IGN);  // an error of the test, not its end
     EXPECT_EQ(write(m_input, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
 }
 

@@ -30,6 +30,8 @@ class Process {
     /// empty.
     std::string AwaitLine(const std::string& text);
     void Kill(int signal) const;
+    /// Whether it was not waited for yet.
+    bool IsThere() const { return m_pid > 0; }
     /// Waits for the end, of its own children too, and says how it came: "status 0", "signal 9".
     std::string Wait();
     /// What it has written so far, as far as one of the above has read it.
