@@ -26,7 +26,8 @@ char ByteOf(std::size_t message, int at) {
 
 void Oracle::Started(const Process& process) {
     const arena::ForTheWorld ours;
-    m_lives.push_back({process.name, process.actor, process.self.pid, process.self.host, ++m_event, 0, 0});
+    m_lives.push_back(
+        {&process, process.name, process.actor, process.self.pid, process.self.host, ++m_event, 0, 0});
 }
 
 void Oracle::Note(What what, const Process& process, int application) {
@@ -360,15 +361,16 @@ void Oracle::CheckTurn(const Process& process, const Message& message) {
     }
 }
 
-std::string Oracle::Late(const Process& process, int domain) const {
+std::string Oracle::Late(const Process& process, int domain, Clock::time_point since) const {
     constexpr std::chrono::milliseconds kSoon{100};
-    if (!Undisturbed(process)) {
-        return {};
-    }
+    const Clock::time_point now = World::Current().Now();
     for (const Message& message : m_messages) {
-        const auto handles = Of(What::kHandles).find({process.number, message.target});
-        if (message.receiver == 0 && !message.dropped && handles != Of(What::kHandles).end() &&
-            Of(message.target).domain == domain && !message.sending) {
+        const Process& sender = *LifeOf(message.sender).process;
+        const bool blocked = message.sending && !sender.refused && now >= sender.stoppedUntil &&
+                             now - std::max(message.begun, since) >= kSoon;
+        if (message.receiver == 0 && !message.dropped && Of(message.target).domain == domain &&
+            Of(What::kHandles).contains({process.number, message.target}) && (!message.sending || blocked) &&
+            Undisturbed(process)) {
             return Text(message.index) + " is late";
         }
     }

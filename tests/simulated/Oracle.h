@@ -66,9 +66,9 @@ class Oracle {
     /// What a process in so many loops holds is within its bound.
     void CheckMemory(const Process& process, int depth);
 
-    /// A message that is due, now that nobody can run and the process waits for what comes to the domain; or
-    /// nothing.
-    std::string Late(const Process& process, int domain) const;
+    /// A message that is due, now that nobody can run and the process has waited since then for what comes to
+    /// the domain; or nothing.
+    std::string Late(const Process& process, int domain, Clock::time_point since) const;
     /// A promise that is not yet kept, or nothing.
     std::string Open() const;
 
@@ -76,6 +76,7 @@ class Oracle {
     /// When something has happened to an application of a process; 0: it has not.
     using Events = std::map<std::pair<int, int>, std::uint64_t>;
     struct Life {
+        const Process* process;
         std::string name;
         int actor;
         int pid;

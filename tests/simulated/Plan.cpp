@@ -21,7 +21,7 @@ class Draft {
         constexpr std::size_t kRings[]{512, 1024, 4096};
         m_plan.lanes = !m_dice.OneIn(5);
         m_plan.ring = m_dice.AnyOf(kRings);
-        m_plan.pace = 2 + static_cast<int>(m_dice.Roll(8));
+        m_plan.pace = 1 + static_cast<int>(m_dice.Roll(6));
         m_plan.connectTimeout = m_dice.AnyOf(kTimeouts);
         const int actors = 2 + static_cast<int>(m_dice.Roll(3));
         for (int actor = 0; actor < actors; ++actor) {

@@ -87,6 +87,7 @@ class Player {
             Catching([&] { Loop(kEvery, 0, milliseconds(-1)); });
         }
     }
+    Clock::time_point LoopsSince() const { return m_loopsSince; }
     void Signal() { ++m_condition; }
     int Depth() const { return m_depth; }
     /// Waits for what comes to the domain.
@@ -184,6 +185,7 @@ class Player {
         const auto number = static_cast<int>(limit.count());
         m_world.Tell("loops for {} ms or {} messages", number, count);
         m_domain = domain;
+        m_loopsSince = start;
         m_enough = count > 0 ? m_received + count : 0;
         m_atCall = m_condition;
         ++m_depth;
@@ -220,7 +222,8 @@ class Player {
     int m_received = 0;
     int m_enough = 0;  // so many received messages end the loop
     int m_domain = 0;  // of the loop
-    int m_depth = 0;   // of loops
+    Clock::time_point m_loopsSince{};
+    int m_depth = 0;  // of loops
     bool m_closing = false;
 };
 
@@ -331,7 +334,8 @@ class Program final : public World::Director {
             const Player* const player = m_stage.PlayerOf(*process);
             for (int domain = 0; domain < kDomains && player != nullptr; ++domain) {
                 if (player->Awaits(domain) && m_stage.world.Now() >= process->stoppedUntil) {
-                    if (std::string late = m_stage.oracle.Late(*process, domain); !late.empty()) {
+                    if (std::string late = m_stage.oracle.Late(*process, domain, player->LoopsSince());
+                        !late.empty()) {
                         return {late, true, true};
                     }
                 }
