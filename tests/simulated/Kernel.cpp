@@ -77,14 +77,13 @@ std::vector<Handle> Kernel::HandlesOf(const Process& process) {
 }
 
 std::size_t Kernel::CountOfChannels(const Process& process) const {
-    return static_cast<std::size_t>(std::count_if(m_ends.begin(), m_ends.end(), [&](const End& end) {
-        return end.owner == &process && end.copies > 0;
-    }));
+    return static_cast<std::size_t>(std::ranges::count_if(
+        m_ends, [&](const End& end) { return end.owner == &process && end.copies > 0; }));
 }
 
 bool Kernel::IsHeldUp(const Process& process) const {
-    return std::any_of(m_ends.begin(), m_ends.end(),
-                       [&](const End& end) { return end.owner == &process && end.wantsRoom; });
+    return std::ranges::any_of(m_ends,
+                               [&](const End& end) { return end.owner == &process && end.wantsRoom; });
 }
 
 const char* Kernel::KindOf(const Handle& handle) {

@@ -117,24 +117,21 @@ void Oracle::CheckDrop(const Message& message) const {
     Check(message.told, "{} is dropped without a line", text);
     const World& world = World::Current();
     Check(world.Now() - message.begun >= m_plan.connectTimeout, "{} is dropped too early", text);
-    const bool there =
-        std::any_of(Of(What::kDeclared).begin(), Of(What::kDeclared).end(), [&](const auto& declared) {
-            return declared.first.second == message.target && declared.second < message.event;
-        });
+    const bool there = std::ranges::any_of(Of(What::kDeclared), [&](const auto& declared) {
+        return declared.first.second == message.target && declared.second < message.event;
+    });
     Check(!there || world.Faults() != message.faults || world.ItsWeather().backlog < 64,
           "{} is dropped though its target is there", text);
 }
 
-/// For whom it has closed a link to, that is as if it had ended.
+/// For whom it has closed a link to, that is as if it had ended; and it has not heard what else would have come.
 bool Oracle::HasBroken(int process) const {
-    return std::any_of(m_broken.begin(), m_broken.end(),
-                       [&](const auto& one) { return one.first == process; });
+    return std::ranges::any_of(m_broken, [&](const auto& one) { return one.first == process; });
 }
 
 bool Oracle::AnyEnded(int application) const {
-    return std::any_of(m_broken.begin(), m_broken.end(),
-                       [&](const auto& one) { return one.second == application; }) ||
-           std::any_of(Of(What::kDeclares).begin(), Of(What::kDeclares).end(), [&](const auto& declares) {
+    return std::ranges::any_of(m_broken, [&](const auto& one) { return one.second == application; }) ||
+           std::ranges::any_of(Of(What::kDeclares), [&](const auto& declares) {
                return declares.first.second == application && LifeOf(declares.first.first).ended != 0;
            });
 }
@@ -171,9 +168,8 @@ void Oracle::CheckBody(const Message& message, const char* body) const {
 }
 
 int Oracle::FirstOf(int process) const {
-    const auto found =
-        std::find_if(m_plan.applications.begin(), m_plan.applications.end(),
-                     [&](const Application& one) { return one.actor == LifeOf(process).actor; });
+    const auto found = std::ranges::find_if(
+        m_plan.applications, [&](const Application& one) { return one.actor == LifeOf(process).actor; });
     return static_cast<int>(found - m_plan.applications.begin());
 }
 
@@ -191,7 +187,9 @@ void Oracle::CheckMemory(const Process& process, int depth) {
         return;
     }
     const std::size_t lane = zyl::backbone::local::kLaneHead + m_plan.ring;
-    const std::size_t block = (m_plan.LongestMessage() + 64) * 9 / 8;
+    const std::size_t block =
+        (std::max(m_plan.LongestMessage(), m_plan.lies > 0 ? 2 * zyl::backbone::local::kLaneHead : 0) + 64) *
+        9 / 8;
     const bool quiet = m_plan.lanes && world.Faults() == 0 && m_plan.weather.shortTransfers == 0;
     const std::size_t chunk = quiet ? kQuietChunk : kBusyChunk;
     const std::size_t links = world.ItsKernel().CountOfChannels(process);
@@ -262,13 +260,13 @@ void Oracle::CheckLosses(std::size_t index) const {
     }
     Check(handledSince > toldSince || toldSince == m_event || HasBroken(message.sender),
           "{} comes after the loss of {}", Text(index), LifeOf(message.sender).name);
-    const auto first = std::find_if(m_messages.begin(), m_messages.end(), [&](const Message& one) {
+    const auto first = std::ranges::find_if(m_messages, [&](const Message& one) {
         return one.sender == message.sender && Of(one.target).domain == domain;
     });
     for (const auto& [loss, told] : m_owed) {
         const auto& [watcher, watching, application, life] = loss;
         const auto again = Of(What::kDeclared).find({message.sender, application});
-        Check(told || watcher != message.receiver || Of(application).domain != domain ||
+        Check(told || watcher != message.receiver || HasBroken(watcher) || Of(application).domain != domain ||
                   again == Of(What::kDeclared).end() || again->second > first->event ||
                   life >= message.sender,
               "{} comes before the loss of {}", Text(index), LifeOf(life).name);
@@ -279,12 +277,12 @@ void Oracle::ToldOfLoss(const Process& process, int application, int pid, std::s
                         std::string_view host) {
     const arena::ForTheWorld ours;
     ++m_event;
-    const auto named = std::find_if(
-        m_plan.applications.begin(), m_plan.applications.end(),
-        [&](const Application& one) { return one.name == peer && one.domain == Of(application).domain; });
+    const auto named = std::ranges::find_if(m_plan.applications, [&](const Application& one) {
+        return one.name == peer && one.domain == Of(application).domain;
+    });
     Check(named != m_plan.applications.end(), "{} is told of the loss of {}, which is unknown", process.name,
           peer);
-    if (std::any_of(m_lives.begin(), m_lives.end(), [&](const Life& life) {
+    if (std::ranges::any_of(m_lives, [&](const Life& life) {
             return life.host == host && static_cast<std::size_t>(life.actor) == m_plan.actors.size();
         })) {
         return;  // it has announced a name of another one
@@ -322,9 +320,9 @@ bool Oracle::MayHaveDied(std::size_t index) const {
             (other < index ? first : last) = other < index ? one.receiver : std::min(last, one.receiver);
         }
     }
-    return std::any_of(Of(What::kDeclares).begin(), Of(What::kDeclares).end(), [&](const auto& declares) {
+    return std::ranges::any_of(Of(What::kDeclares), [&](const auto& declares) {
         const auto& [life, application] = declares.first;
-        const bool known = std::any_of(m_told.begin(), m_told.end(), [&, life = life](const auto& told) {
+        const bool known = std::ranges::any_of(m_told, [&, life = life](const auto& told) {
             return std::get<0>(told.first) == message.sender && std::get<2>(told.first) == message.target &&
                    std::get<3>(told.first) == life && told.second < message.event;
         });
@@ -338,7 +336,7 @@ bool Oracle::MayHaveDied(std::size_t index) const {
 /// No fault, and no end of anybody, has given a reason to wait.
 bool Oracle::Undisturbed(const Process& process) const {
     return World::Current().Faults() == 0 && m_plan.lies == 0 && !process.refused &&
-           std::all_of(m_lives.begin(), m_lives.end(), [](const Life& life) { return life.ended == 0; });
+           std::ranges::all_of(m_lives, [](const Life& life) { return life.ended == 0; });
 }
 
 /// Nobody is passed over for long: the links take turns, and one that was idle is looked at soon. Counts what
@@ -386,7 +384,7 @@ std::string Oracle::Open() const {
     }
     for (const auto& [loss, told] : m_owed) {
         const auto& [watcher, watching, application, life] = loss;
-        if (!told && LifeOf(watcher).ended == 0) {
+        if (!told && LifeOf(watcher).ended == 0 && !HasBroken(watcher)) {
             return fmt::format("{} is not told for {} of the loss of {} of {}", LifeOf(watcher).name,
                                Of(watching).name, Of(application).name, LifeOf(life).name);
         }

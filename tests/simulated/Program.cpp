@@ -373,16 +373,17 @@ class Program final : public World::Director {
 
 }  // namespace
 
-std::string Play(const Plan& plan, Choices& choices, bool tells, std::uint64_t& calls) {
-    std::array<char, 1024> wrong{};
+Played Play(const Plan& plan, Choices& choices, bool tells) {
+    std::array<char, 1024> wrong{};  // outlives the arena
+    std::uint64_t calls = 0;
     arena::Begin();
     {
         Program program(plan, choices, tells);
         program.Run().copy(wrong.data(), wrong.size() - 1);
-        calls += program.Calls();
+        calls = program.Calls();
     }
     arena::End();
-    return wrong.data();
+    return {wrong.data(), calls};
 }
 
 }  // namespace simulated

@@ -9,9 +9,14 @@
 
 namespace simulated {
 
-/// Plays the plan in a world of its own, over the backbone; gives what is wrong, or nothing. `calls` grows by
-/// the calls of the seams. Tells what happens, if that is wanted, line by line on standard output.
-std::string Play(const Plan& plan, Choices& choices, bool tells, std::uint64_t& calls);
+struct Played {
+    std::string wrong;  ///< empty: nothing is
+    std::uint64_t calls = 0;
+};
+
+/// Plays the plan in a world of its own, over the backbone. Tells what happens, if that is wanted, line by line
+/// on standard output.
+Played Play(const Plan& plan, Choices& choices, bool tells);
 
 }  // namespace simulated
 

@@ -5,11 +5,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <functional>
 #include <new>
+#include <regex>
 #include <vector>
 
 #include "Program.h"
@@ -26,17 +26,8 @@ struct Outcome {
 
 /// What is wrong without what differs from run to run: names and numbers.
 std::string KindOf(const std::string& wrong) {
-    std::string kind;
-    for (std::size_t at = 0; at < wrong.size();) {
-        const std::size_t end = std::min(wrong.find(' ', at), wrong.size());
-        const std::string word = wrong.substr(at, end - at);
-        if (std::none_of(word.begin(), word.end(),
-                         [](unsigned char one) { return std::isdigit(one) != 0; })) {
-            kind += word + ' ';
-        }
-        at = end + 1;
-    }
-    return kind;
+    static const std::regex words("[^ ]*[0-9][^ ]* ?");
+    return std::regex_replace(wrong, words, "");
 }
 
 class Shrinker {
@@ -48,7 +39,7 @@ class Shrinker {
         m_wrong = Try([&] {
             Choices choices(seed);
             choices.RecordTo(m_outcome->record);
-            return PlayIt(choices, false);
+            return Play(m_plan, choices, false).wrong;
         });
         m_choices.assign(
             m_outcome->record.choices.begin(),
@@ -67,13 +58,13 @@ class Shrinker {
             Shorten(m_plan.blows);
             for (auto& lives : m_plan.actors) {
                 Shorten(lives);
-                std::for_each(lives.begin(), lives.end(), [&](auto& steps) { Shorten(steps); });
+                std::ranges::for_each(lives, [&](auto& steps) { Shorten(steps); });
             }
             Shorten(m_choices);
         }
         const std::string wrong = Try([&] {
             Choices choices(m_choices);
-            return PlayIt(choices, true);
+            return Play(m_plan, choices, true).wrong;
         });
         fmt::print("{}\n{} choices\n", wrong, m_choices.size());
     }
@@ -87,11 +78,6 @@ class Shrinker {
             }
         }
         return size;
-    }
-
-    std::string PlayIt(Choices& choices, bool tells) const {
-        std::uint64_t calls = 0;
-        return Play(m_plan, choices, tells, calls);
     }
 
     /// In a child process, which may crash, or hang.
@@ -117,7 +103,7 @@ class Shrinker {
     bool StillFails() {
         return KindOf(Try([&] {
                    Choices choices(m_choices);
-                   return PlayIt(choices, false);
+                   return Play(m_plan, choices, false).wrong;
                })) == KindOf(m_wrong);
     }
 

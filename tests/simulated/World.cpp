@@ -75,9 +75,8 @@ class World::Remains final : public Task {
             m_handles.erase(which);
             m_world.Changed();
         }
-        const bool free = std::none_of(m_handles.begin(), m_handles.end(), [](const Handle& handle) {
-            return std::holds_alternative<Slot*>(handle);
-        });
+        const bool free = std::ranges::none_of(
+            m_handles, [](const Handle& handle) { return std::holds_alternative<Slot*>(handle); });
         if (free && m_ended != nullptr && (m_handles.empty() || choices.Draw(0, Kind::kRare, 2) != 0)) {
             m_world.m_director.Buried(*std::exchange(m_ended, nullptr));
         }
@@ -152,8 +151,8 @@ Task* World::Next() {
             ready[count++] = &task;
         }
     };
-    std::for_each(m_remains.begin(), m_remains.end(), [&](const auto& remains) { add(*remains); });
-    std::for_each(m_processes.begin(), m_processes.end(), add);
+    std::ranges::for_each(m_remains, [&](const auto& remains) { add(*remains); });
+    std::ranges::for_each(m_processes, add);
     if (count > 1 && m_preferred != 0) {
         count = static_cast<std::size_t>(std::remove(ready.begin(), ready.begin() + count, m_last) -
                                          ready.begin());
@@ -169,7 +168,7 @@ Task* World::Next() {
 
 /// Nobody can run: lets the next thing come. False when there is none, or something is wrong.
 bool World::Idle() {
-    std::for_each(m_processes.begin(), m_processes.end(), [&](Process& process) { Apply(process, kAll); });
+    std::ranges::for_each(m_processes, [&](Process& process) { Apply(process, kAll); });
     const Deadline due = NextDue();
     Process* const struck = NextStruck();
     if (struck != nullptr && (!due || m_choices.Draw(0, Kind::kRare, 4) != 0)) {
@@ -203,13 +202,13 @@ Deadline World::NextDue() const {
         const Deadline due = task.Due();
         first = due && (!first || *due < *first) ? due : first;
     };
-    std::for_each(m_remains.begin(), m_remains.end(), [&](const auto& remains) { look(*remains); });
-    std::for_each(m_processes.begin(), m_processes.end(), look);
+    std::ranges::for_each(m_remains, [&](const auto& remains) { look(*remains); });
+    std::ranges::for_each(m_processes, look);
     return first;
 }
 
 Process* World::NextStruck() {
-    const auto found = std::find_if(m_processes.begin(), m_processes.end(), [](const Process& process) {
+    const auto found = std::ranges::find_if(m_processes, [](const Process& process) {
         return process.state != Process::State::kDead && !process.blows.empty();
     });
     return found != m_processes.end() ? &*found : nullptr;
@@ -264,7 +263,7 @@ void World::Fork(std::chrono::milliseconds lasts) {
     const arena::ForTheWorld ours;
     std::vector<Handle> handles = m_kernel.HandlesOf(Me());
     std::erase_if(handles, [](const Handle& handle) { return std::holds_alternative<Slot*>(handle); });
-    std::for_each(handles.begin(), handles.end(), &Kernel::Copy);
+    std::ranges::for_each(handles, &Kernel::Copy);
     Tell("forks a child that lives for {} ms", lasts.count());
     m_remains.push_back(std::make_unique<Remains>(*this, nullptr, std::move(handles), m_now + lasts));
 }
@@ -274,8 +273,7 @@ void World::Point() {
     ++m_calls;
     ++me.calls;
     if (m_lateStores > 0) {
-        std::for_each(m_processes.begin(), m_processes.end(),
-                      [&](Process& process) { Apply(process, m_calls); });
+        std::ranges::for_each(m_processes, [&](Process& process) { Apply(process, m_calls); });
     }
     if (!me.blows.empty() && me.calls >= me.blows.front().afterCalls) {
         Strike(me);

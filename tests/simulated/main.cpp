@@ -44,11 +44,11 @@ void Work(Tally& tally, std::size_t job) {
         alarm(kSeconds);
         ++tally.played;
         Choices choices(seed);
-        std::uint64_t calls = 0;
-        if (const std::string wrong = Play(Plan::Of(seed), choices, false, calls); !wrong.empty()) {
-            Blame(tally, seed, wrong);
+        const Played world = Play(Plan::Of(seed), choices, false);
+        if (!world.wrong.empty()) {
+            Blame(tally, seed, world.wrong);
         }
-        tally.calls += calls;
+        tally.calls += world.calls;
     }
 }
 
@@ -74,8 +74,7 @@ bool Campaign(std::uint64_t first, std::uint64_t seeds, double minutes, std::siz
     }
     int status = 0;
     for (pid_t pid = wait(&status); pid > 0; pid = wait(&status)) {
-        const auto job = static_cast<std::size_t>(std::find(tally.pids.begin(), tally.pids.end(), pid) -
-                                                  tally.pids.begin());
+        const auto job = static_cast<std::size_t>(std::ranges::find(tally.pids, pid) - tally.pids.begin());
         if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
             Blame(tally, tally.seeds.at(job), "it crashes, or hangs");
             Launch(tally, job);
@@ -89,8 +88,7 @@ bool Campaign(std::uint64_t first, std::uint64_t seeds, double minutes, std::siz
 
 bool One(std::uint64_t seed, bool tells) {
     Choices choices(seed);
-    std::uint64_t calls = 0;
-    const std::string wrong = Play(Plan::Of(seed), choices, tells, calls);
+    const std::string wrong = Play(Plan::Of(seed), choices, tells).wrong;
     fmt::print("{}\n", wrong.empty() ? "all went well" : wrong);
     return wrong.empty();
 }
