@@ -364,8 +364,8 @@ std::string Oracle::Late(const Process& process, int domain, Clock::time_point s
     const Clock::time_point now = World::Current().Now();
     for (const Message& message : m_messages) {
         const Process& sender = *LifeOf(message.sender).process;
-        const bool blocked = message.sending && !sender.refused && now >= sender.stoppedUntil &&
-                             now - std::max(message.begun, since) >= kSoon;
+        const bool blocked = message.sending && !sender.refused &&
+                             now - std::max({message.begun, since, sender.stoppedUntil}) >= kSoon;
         if (message.receiver == 0 && !message.dropped && Of(message.target).domain == domain &&
             Of(What::kHandles).contains({process.number, message.target}) && (!message.sending || blocked) &&
             Undisturbed(process)) {
