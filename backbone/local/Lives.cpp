@@ -39,6 +39,13 @@ void Lives::Know(const system::Entry& entry) {
     }
 }
 
+void Lives::Greeted(Incoming& link, const Greeting& greeting) {
+    link.lifeReported = m_presence.WasReported(greeting.identity);
+    if (!link.lifeReported) {
+        m_presence.Meet(greeting.identity, greeting.pid, greeting.host, greeting.user);
+    }
+}
+
 void Lives::Announced(Incoming& link, const Announcement& announcement) {
     const std::size_t count = m_presence.CountOfNames(link.Opener());
     if (announcement.application.size() > kLongestName || count >= kMostNames) {
@@ -178,7 +185,7 @@ void Lives::EndDoubts(system::Clock::time_point now) {
             continue;  // this process was stopped, and did not hear of it in time
         }
         m_suspects.erase(liar);
-        m_presence.Report(liar);
+        m_presence.Forget(liar);
         m_intake.SetReported(liar);
         m_intake.PredecessorReported();
     }

@@ -35,9 +35,7 @@ class Lives {
     Lives(system::System& system, system::Names& names, Intake& intake, Outlets& outlets);
 
     // What is heard.
-    void Meet(const Greeting& greeting) {
-        m_presence.Meet(greeting.identity, greeting.pid, greeting.host, greeting.user);
-    }
+    void Greeted(Incoming& link, const Greeting& greeting);
     void Know(const system::Entry& entry);
     /// Throws BadFrame.
     void Announced(Incoming& link, const Announcement& announcement);

@@ -283,7 +283,7 @@ void LocalDomain::Greeted(Incoming& link, const Greeting& greeting) {
             fmt::format("it is for application {}, which is not here", Quoted(greeting.application)));
     }
     link.application = application->first;
-    m_lives.Meet(greeting);
+    m_lives.Greeted(link, greeting);
 }
 
 void LocalDomain::Broken(const Incoming& link, const std::string& complaint) {

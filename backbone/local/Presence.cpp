@@ -172,9 +172,21 @@ std::vector<PeerLost> Presence::Report(const system::Identity& life) {
     return reports;
 }
 
+void Presence::Forget(const system::Identity& life) {
+    Report(life);
+    m_reported.at(life).liar = true;
+}
+
+bool Presence::RememberName(const system::Identity& life, const std::string& name) {
+    const auto reported = m_reported.find(life);
+    return reported != m_reported.end() && reported->second.names.insert(name).second &&
+           !reported->second.liar;
+}
+
 void Presence::Remember(const system::Identity& life, const std::map<std::string, Holding>& names) {
+    Reported& reported = m_reported[life];
     for (const auto& [name, holding] : names) {
-        RememberName(life, name);
+        reported.names.insert(name);
     }
     m_reportedInOrder.push_back(life);
     if (m_reportedInOrder.size() > kMostRemembered) {

@@ -55,12 +55,12 @@ class Presence {
     bool HasToWait(const system::Identity& life) const;
     /// Nothing of it is left to be read: forgets it, and gives the reports of its end.
     std::vector<PeerLost> Report(const system::Identity& life);
-    /// Whether that has happened; what stands under a name may be older.
+    /// It has lied: forgets it, and nothing of it is to be reported, now or later.
+    void Forget(const system::Identity& life);
+    /// Whether one of the two has happened; what stands under a name may be older.
     bool WasReported(const system::Identity& life) const { return m_reported.contains(life); }
-    /// A name of it is heard of only now. True: it was not among those reported.
-    bool RememberName(const system::Identity& life, const std::string& name) {
-        return m_reported[life].insert(name).second;
-    }
+    /// A name of it is heard of only now. True: its end is to be reported under that name as well.
+    bool RememberName(const system::Identity& life, const std::string& name);
 
   private:
     using Holders = std::set<std::pair<std::uint64_t, system::Identity>>;
@@ -79,8 +79,12 @@ class Presence {
 
     std::map<system::Identity, Life> m_lives;
     std::set<system::Identity> m_over;
-    /// The lives that were reported last, with their names, and in their order.
-    std::map<system::Identity, std::set<std::string>> m_reported;
+    struct Reported {
+        bool liar = false;
+        std::set<std::string> names;
+    };
+    /// The lives that were reported or forgotten last, and their order.
+    std::map<system::Identity, Reported> m_reported;
     std::deque<system::Identity> m_reportedInOrder;
     /// By name: its holders in their order.
     std::map<std::string, Holders> m_holders;
