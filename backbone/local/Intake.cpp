@@ -42,6 +42,7 @@ std::optional<Message> Intake::Next(Take take) {
     }
     if (m_ready.empty() || ++m_sincePoll > m_pace.messagesBetweenPolls) {
         PollLanes();
+        SeeWhetherAllAreKnown();
     }
     for (std::size_t looks = m_ready.size(); looks > 0 && !m_ready.empty(); --looks) {
         Incoming& link = *m_ready.front();
