@@ -12,6 +12,9 @@ namespace {
 /// The memory of a frame that is not whole yet, and that of the next one.
 constexpr std::size_t kMostWaiting = 2;
 
+/// Notes answer what an opener does. One that reads none of them gets no more than these.
+constexpr std::size_t kMostNotes = 64 * 1024;
+
 }  // namespace
 
 /// A message in a block that was handed out.
@@ -41,6 +44,10 @@ void Incoming::Ready(const system::Readiness& readiness) {
 }
 
 Incoming::Found Incoming::Next(Want want) {
+    if (m_notes.size() > kMostNotes) {
+        throw BadFrame(
+            fmt::format("it does not read the {} bytes of notes that it was sent", m_notes.size()));
+    }
     for (;;) {
         if (std::optional<Found> found = TakeControl()) {
             return std::move(*found);
@@ -269,10 +276,8 @@ void Incoming::Awake() {
 }
 
 void Incoming::SayHeldUp(std::uint64_t token) {
-    if (m_heldUp != token) {
-        m_heldUp = token;
-        SendNote({NoteKind::kHeldUp, token});
-    }
+    m_heldUp = token;
+    SendNotes();
 }
 
 void Incoming::SendNote(const Note& note) {
@@ -280,22 +285,33 @@ void Incoming::SendNote(const Note& note) {
     SendNotes();
 }
 
+/// Of what is said about being held up only the last word counts, and it comes last.
 void Incoming::SendNotes() {
-    while (m_notesSent < m_notes.size()) {
+    for (;;) {
+        if (m_notesSent == m_notes.size()) {
+            m_notes.clear();
+            m_notesSent = 0;
+            if (m_heldUp == m_heldUpSaid) {
+                return;
+            }
+            m_heldUpSaid = m_heldUp;
+            AppendNote(m_notes, {NoteKind::kHeldUp, m_heldUp});
+        }
         const system::Moved moved = m_channel->Send(std::span(m_notes).subspan(m_notesSent));
-        if (moved.progress == system::Progress::kShortage) {
-            m_owner.TryAgainSoon();
+        switch (moved.progress) {
+            case system::Progress::kSome:
+                m_notesSent += moved.bytes;
+                break;
+            case system::Progress::kEnded:
+                m_notesSent = m_notes.size();
+                break;
+            case system::Progress::kShortage:
+                m_owner.TryAgainSoon();
+                return;
+            case system::Progress::kNotNow:
+                return;
         }
-        if (moved.progress == system::Progress::kNotNow || moved.progress == system::Progress::kShortage) {
-            return;
-        }
-        if (moved.progress == system::Progress::kEnded) {
-            break;
-        }
-        m_notesSent += moved.bytes;
     }
-    m_notes.clear();
-    m_notesSent = 0;
 }
 
 }  // namespace zyl::backbone::local

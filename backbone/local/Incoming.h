@@ -157,6 +157,7 @@ class Incoming final : public system::Watcher {
     std::string m_notes;
     std::size_t m_notesSent = 0;
     std::uint64_t m_heldUp = 0;
+    std::uint64_t m_heldUpSaid = 0;
 };
 
 }  // namespace zyl::backbone::local
