@@ -1,6 +1,7 @@
 #include "switchboard/Inbox.h"
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 #include <utility>
 
@@ -8,13 +9,15 @@ namespace zyl::backbone {
 
 namespace {
 
-/// What a message costs besides its body, about.
+/// What a message costs besides its type name and its body, about.
 constexpr std::size_t kMessageOverhead = 256;
 
 /// What an event that waits costs in memory, about.
 std::size_t Weight(const Event& event) {
     const auto* message = std::get_if<Message>(&event);
-    return message != nullptr ? static_cast<std::size_t>(message->Size()) + kMessageOverhead : 0;
+    return message != nullptr
+               ? static_cast<std::size_t>(message->Size()) + std::strlen(message->Type()) + kMessageOverhead
+               : 0;
 }
 
 }  // namespace
