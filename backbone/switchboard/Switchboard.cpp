@@ -87,6 +87,9 @@ struct Switchboard::Membership {
     /// The one sent to last: no application of this process.
     Target* lastTarget = nullptr;
     Inbox inbox;
+    /// The loss that the applications are being told of, and how many were told.
+    std::shared_ptr<const Peer> lostPeer;
+    std::size_t toldOfLoss = 0;
 
     Application* Find(std::string_view wanted) {
         const auto found = std::find_if(applications.begin(), applications.end(),
@@ -447,38 +450,51 @@ void Switchboard::Loop(std::span<Membership* const> members, std::span<Domain* c
 }
 
 bool Switchboard::DispatchOne(Membership& member) {
-    const std::optional<Event> event = member.inbox.Next(*member.domain);
-    if (event) {
+    const Inside dispatching(m_depth);
+    if (member.lostPeer == nullptr) {
+        const std::optional<Event> event = member.inbox.Next(*member.domain);
+        if (!event) {
+            return false;
+        }
         Dispatch(member, *event);
     }
-    return event.has_value();
+    TellOfLoss(member);
+    CheckOwner();
+    return true;
 }
 
 void Switchboard::Dispatch(Membership& member, const Event& event) {
-    const Inside dispatching(m_depth);
     if (const auto* message = std::get_if<Message>(&event)) {
         member.applications[static_cast<std::size_t>(message->Application())].receive(
             message->Type(), message->Body(), message->Size());
-    } else {
-        DispatchLoss(member, std::get<PeerLost>(event));
+        return;
     }
-    CheckOwner();
-}
-
-void Switchboard::DispatchLoss(Membership& member, const PeerLost& lost) {
-    const Peer& peer = *lost.peer;
-    const auto target = member.targets.find(peer.application);
+    const auto& lost = std::get<PeerLost>(event);
+    const auto target = member.targets.find(lost.peer->application);
     if (target != member.targets.end()) {
         target->second.ForgetDeadLink();
     }
     member.NoteLoss(lost);
-    if (!lost.announced) {
-        return;
+    if (lost.announced) {
+        member.lostPeer = lost.peer;
+        member.toldOfLoss = 0;
     }
-    for (std::size_t index = 0; index < member.applications.size(); ++index) {
-        if (member.applications[index].disconnect != nullptr) {
-            member.applications[index].disconnect(peer.pid, peer.application.c_str(), peer.host.c_str(),
-                                                  peer.user.c_str());
+}
+
+/// Each application hears of a loss before anything else happens in the domain: a loop in a callback first
+/// goes on with the others, and so does the next loop after a callback that has thrown.
+void Switchboard::TellOfLoss(Membership& member) {
+    while (member.lostPeer != nullptr) {
+        if (member.toldOfLoss == member.applications.size()) {
+            member.lostPeer.reset();
+            return;
+        }
+        const std::shared_ptr<const Peer> peer =
+            member.lostPeer;  // a loop in the callback may go on to the next
+        const Application& application = member.applications[member.toldOfLoss++];
+        if (application.disconnect != nullptr) {
+            application.disconnect(peer->pid, peer->application.c_str(), peer->host.c_str(),
+                                   peer->user.c_str());
         }
     }
 }

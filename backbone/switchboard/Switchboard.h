@@ -71,7 +71,7 @@ class Switchboard {
               const int* condition);
     bool DispatchOne(Membership& member);
     void Dispatch(Membership& member, const Event& event);
-    void DispatchLoss(Membership& member, const PeerLost& lost);
+    static void TellOfLoss(Membership& member);
 
     std::unique_ptr<Transport> m_transport;
     Settings m_settings;

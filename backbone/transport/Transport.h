@@ -69,7 +69,7 @@ class Message {
 /// a passing helper, whose leaving is nobody's business but the senders'.
 struct PeerLost {
     /// Apart: an event is most often a message, and passed from hand to hand.
-    std::unique_ptr<const Peer> peer;
+    std::shared_ptr<const Peer> peer;
     bool announced = false;
 };
 
