@@ -204,8 +204,8 @@ void Oracle::CheckMemory(const Process& process, int depth) {
     const std::size_t held = arena::Living(static_cast<std::size_t>(process.number));
     Check(held <= most, "{} holds {} bytes, {} more than it may", process.name, held, held - most);
     // A short message that was taken in may lie in a long block: two of each link that there has been.
-    const std::size_t mostShared = takenIn + links * 2 * (lane + block) + (links + m_lives.size()) * 2 * block +
-                                   handlers * std::max(lane, block);
+    const std::size_t mostShared = takenIn + links * 2 * (lane + block) +
+                                   (links + m_lives.size()) * 2 * block + handlers * std::max(lane, block);
     Check(process.mapped <= mostShared, "{} shares {} bytes, {} more than it may", process.name,
           process.mapped, process.mapped - mostShared);
 }

@@ -130,6 +130,12 @@ class Player {
                      pid == 0 ? "no host" : host);
         CheckInside(g_stage->Of(application).domain);
         m_oracle.ToldOfLoss(m_process, application, pid, peer, host);
+        const std::uint32_t reaction = m_world.Draw(Kind::kRare, 8, 2);
+        if (reaction == 1) {
+            Loop(g_stage->Of(application).domain, 1, milliseconds(20));
+        } else if (reaction == 2) {
+            throw Thrown();
+        }
     }
 
   private:
