@@ -19,6 +19,10 @@
 /// BBSysLoopWait, one at a time. They may send, and may wait in a nested loop. The three callbacks of
 /// SendRequest must not call any of these functions.
 ///
+/// Exceptions: one that leaves a receive or disconnect callback leaves the waiting function as well. The message
+/// counts as delivered; what is left, other applications that are still to hear of that loss among it, comes in
+/// the next wait. One that leaves a callback of SendRequest leaves that, and nothing is sent.
+///
 /// Ownership: strings are copied; a buffer passed to a receive callback is valid during that call only.
 ///
 /// Fork: the child of a fork is no longer part of the backbone. The parent continues undisturbed; in the
