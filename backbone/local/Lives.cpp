@@ -128,17 +128,14 @@ void Lives::ResolveRivals(const std::string& name, const system::Identity& newco
         return;
     }
     const bool newcomerHolds = LookWhetherHeld(name, newcomer);
-    if (newcomerHolds) {
-        m_presence.RemoveSuccessorsIn(name, newcomer);
-    }
     for (const system::Identity& rival : rivals) {
         if (newcomerHolds) {
             SetOver(rival);
         } else if (LookWhetherHeld(name, rival)) {
-            m_presence.RemoveSuccessorsIn(name, rival);
             SetOver(newcomer);
         }
     }
+    m_intake.PredecessorReported();  // whom they may have removed from its place in the order
 }
 
 system::Names::Holding Lives::HoldingOf(const std::string& name, const system::Identity& life) {
@@ -148,13 +145,15 @@ system::Names::Holding Lives::HoldingOf(const std::string& name, const system::I
     return m_names.IsHeld(entry);
 }
 
-/// True when it is. A life that is seen not to hold the name is over.
+/// True when it is, and then nobody has held the name after it. A life that is seen not to hold it is over.
 bool Lives::LookWhetherHeld(const std::string& name, const system::Identity& life) {
     const system::Names::Holding holding = HoldingOf(name, life);
     if (holding == system::Names::Holding::kNo) {
         SetOver(life);
     } else if (holding == system::Names::Holding::kUnknown) {
         ChannelEnded(life);
+    } else {
+        m_presence.RemoveSuccessorsIn(name, life);
     }
     return holding == system::Names::Holding::kYes;
 }
@@ -214,7 +213,11 @@ bool Lives::IsCleared(const system::Identity& suspect) {
     if (names.empty() || m_presence.IsOver(suspect)) {
         return true;
     }
-    LookWhetherHeld(names.front().name, suspect);
+    for (const Presence::Holding& holding : names) {
+        if (&holding == &names.front() || m_presence.HasSuccessorsIn(holding.name, suspect)) {
+            LookWhetherHeld(holding.name, suspect);
+        }
+    }
     if (m_presence.IsOver(suspect)) {
         return true;
     }

@@ -76,7 +76,7 @@ Presence::Holders::const_iterator Presence::FirstSuccessorIn(const std::string& 
 }
 
 bool Presence::HasSuccessorsIn(const std::string& name, const system::Identity& life) const {
-    return FirstSuccessorIn(name, life) != m_holders.at(name).end();
+    return m_lives.at(life).names.contains(name) && FirstSuccessorIn(name, life) != m_holders.at(name).end();
 }
 
 void Presence::RemoveSuccessorsIn(const std::string& name, const system::Identity& life) {
