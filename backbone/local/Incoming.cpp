@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t kMostWaiting = 2;
 
 /// Notes answer what an opener does. One that reads none of them gets no more than these.
-constexpr std::size_t kMostNotes = 64 * 1024;
+constexpr std::size_t kMostNotes = std::size_t{64} * 1024;
 
 }  // namespace
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <new>
-#include <ranges>
 #include <utility>
 
 namespace zyl::backbone::local {
@@ -93,7 +92,10 @@ std::optional<Message> Intake::ReadOn(Incoming& link, Take take) {
             return HandOut(link, *text);
         }
         if (const auto* greeting = std::get_if<Greeting>(&found)) {
-            m_greeted.emplace(std::pair(link.Opener(), link.number), &link);
+            std::vector<Incoming*>& links = m_greeted[link.Opener()];
+            links.insert(
+                std::ranges::find_if(links, [&](const Incoming* one) { return one->number > link.number; }),
+                &link);
             m_owner.Greeted(link, *greeting);
         } else {
             m_owner.Announced(link, std::get<Announcement>(found));
@@ -232,10 +234,10 @@ void Intake::MakeAllReady(Incoming::Turn from) {
 }
 
 /// In the order in which they were accepted.
-auto Intake::LinksOf(const system::Identity& life) const {
-    return std::ranges::subrange(m_greeted.lower_bound(std::pair(life, std::uint64_t{0})), m_greeted.end()) |
-           std::views::take_while([life](const auto& entry) { return entry.first.first == life; }) |
-           std::views::values;
+const std::vector<Incoming*>& Intake::LinksOf(const system::Identity& life) const {
+    static const std::vector<Incoming*> s_none;
+    const auto links = m_greeted.find(life);
+    return links != m_greeted.end() ? links->second : s_none;
 }
 
 void Intake::LookAtAll(const system::Identity& life) {
@@ -275,8 +277,9 @@ bool Intake::MayHaveUnread(const system::Identity& life) const {
     return std::ranges::any_of(
                LinksOf(life),
                [](const Incoming* link) { return link->turn != Incoming::Turn::kAwaitsHandler; }) ||
-           std::ranges::any_of(std::views::values(m_unknown),
-                               [](const Incoming* link) { return !link->Greeted() && link->Unread(); });
+           std::ranges::any_of(m_unknown, [](const auto& entry) {
+               return !entry.second->Greeted() && entry.second->Unread();
+           });
 }
 
 void Intake::SetReported(const system::Identity& life) {
@@ -313,7 +316,12 @@ void Intake::SayHeldUp(std::uint64_t token) {
 void Intake::Remove(Incoming& link) {
     LeaveTurn(link);
     m_unknown.erase(link.number);
-    m_greeted.erase(std::pair(link.Opener(), link.number));
+    if (const auto links = m_greeted.find(link.Opener()); links != m_greeted.end()) {
+        std::erase(links->second, &link);
+        if (links->second.empty()) {
+            m_greeted.erase(links);
+        }
+    }
     std::erase(m_ready, &link);
     std::erase(m_owing, &link);
     if (m_lastInLane == &link) {

@@ -121,7 +121,7 @@ class Intake {
     std::optional<Message> ReadOn(Incoming& link, Take take);
     void SeeWhetherItIsKnown(Incoming& link);
     void SeeWhetherAllAreKnown();
-    auto LinksOf(const system::Identity& life) const;
+    const std::vector<Incoming*>& LinksOf(const system::Identity& life) const;
     void LeaveTurn(Incoming& link);
     void MakeReady(Incoming& link);
     void PollLanes();
@@ -139,8 +139,8 @@ class Intake {
     std::size_t m_awaitingHandler = 0;
     std::size_t m_awaitingPredecessor = 0;
     std::uint64_t m_accepted = 0;
-    /// By their openers and numbers: the links that were greeted.
-    std::map<std::pair<system::Identity, std::uint64_t>, Incoming*> m_greeted;
+    /// By their openers, in the order of their numbers: the links that were greeted.
+    std::map<system::Identity, std::vector<Incoming*>> m_greeted;
     /// By their numbers: the links that were not greeted yet, or may have said more of themselves.
     std::map<std::uint64_t, Incoming*> m_unknown;
     /// Whether one of them may be read now.
