@@ -1,19 +1,21 @@
 #include "ZYLMsgBBCallbackManager.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include <climits>
 #include <functional>
-#include <new>
 #include <string>
 #include <vector>
 
-#include "../foundation/AllocationFaults.h"
+#include "FakeBackbone.h"
 #include "FatalErrors.h"
 #include "MemoryStream.h"
 #include "MessageBytes.h"
 #include "QORFatalError.h"
 #include "QORText.h"
+#include "ZYLMsgBBAPI.h"
+#include "ZYLMsgBBDisconnectHandler.h"
 #include "ZYLMsgBBMessage.h"
 #include "ZYLMsgBBMessageHandler.h"
 
@@ -75,65 +77,28 @@ class Recorder : public ZYLMsgBBMessageHandler {
 
 class CallbackManager : public testing::Test {
   protected:
-    ~CallbackManager() override {
-        EmptyTheRegistries();
-        Manager::AppendMessageToSend(nullptr);
-        Manager::SetMessageID("");
-        g_events.clear();
-    }
+    ~CallbackManager() override { EmptyTheRegistries(); }
     static void EmptyTheRegistries() { const Manager any; }
     static void Receive(const std::string& type, const std::string& bytes) {
         const HeapBytes buffer(bytes);
         Manager::HandleMessage(type.c_str(), buffer.Get(), buffer.Size());
     }
-    static std::string Pending() {
-        const HeapBytes buffer(
-            std::string(static_cast<std::size_t>(Manager::RequiredBufferSizeOfPendingMessage()), '?'));
-        Manager::StreamPendingMessage(buffer.Get(), buffer.Size());
-        return buffer.Text();
-    }
 };
 
-TEST_F(CallbackManager, WritesLengthIdentifierAndBodyOfTheLatestMessage) {
+TEST_F(CallbackManager, SendsLengthIdentifierAndBodyOfTheLatestMessage) {
     const Probe earlier("S", "earlier"), message("T", "0123456789");
     EXPECT_TRUE(message.SameType(Probe("T")) && !message.SameType(Probe("t")));
     MemoryStream out;
     message.Print(out.Get(), nullptr);
     EXPECT_EQ(out.Text(), "Message Type: T\n");
     Manager::AppendMessageToSend(&earlier);
-    EXPECT_EQ(Pending(), "\0\0\0\0earlier"s);
     Manager::SetMessageID("p\xc3\xa9");
-    Manager::AppendMessageToSend(&message);
-    EXPECT_EQ(Pending(), "\3\0\0\0p\xc3\xa9"s + "0123456789");
-    EXPECT_STREQ(Manager::TypeOfPendingMessage(), "T");
+    ZYLMsgBBAPI::SendRequest(2, nullptr, message);
     Manager::SetMessageID(nullptr);
-    EXPECT_EQ(Pending(), "\0\0\0\0"s + "0123456789");
-}
-
-TEST_F(CallbackManager, RefusesToSendWhatIsNotThereOrDoesNotFit) {
-    char buffer[16];
-    const std::string none = FailedCheck("m_messageToSend != 0");
-    EXPECT_EQ(FatalErrorOf([] { Manager::TypeOfPendingMessage(); }), none);
-    EXPECT_EQ(FatalErrorOf([] { Manager::RequiredBufferSizeOfPendingMessage(); }), none);
-    EXPECT_EQ(FatalErrorOf([&] { Manager::StreamPendingMessage(buffer, 16); }), none);
-    Manager::SetMessageID("prog");
-    for (const int size : {7, INT_MIN}) {
-        EXPECT_EQ(FatalErrorOf([&] { Manager::StreamPendingMessage(nullptr, size); }),
-                  FailedCheck("size >= head"));
-    }
-    struct Announcing : Probe {
-        Announcing() : Probe("T") {}
-        int RequiredBufferSize() const override { return m_size; }
-        int m_size = INT_MAX - 8;
-    } announcing;
-    Manager::AppendMessageToSend(&announcing);
-    EXPECT_EQ(Manager::RequiredBufferSizeOfPendingMessage(), INT_MAX);
-    for (const auto& [size, check] : {std::pair(INT_MAX - 7, "total <= INT_MAX"), {-1, "bodySize >= 0"}}) {
-        announcing.m_size = size;
-        EXPECT_EQ(FatalErrorOf([] { Manager::RequiredBufferSizeOfPendingMessage(); }),
-                  "ZYLMsgModules: the message of type 'T' announces a body of " + std::to_string(size) +
-                      " bytes; its RequiredBufferSize() may give 0 to 2147483639\n" + FailedCheck(check));
-    }
+    ZYLMsgBBAPI::SendRequest(3, "target", message);
+    EXPECT_THAT(FakeBackbone::Get().sent,
+                ElementsAre(FakeBackbone::Message{2, "", "T", "\3\0\0\0p\xc3\xa9"s + "0123456789"},
+                            FakeBackbone::Message{3, "target", "T", "\0\0\0\0"s + "0123456789"}));
 }
 
 TEST_F(CallbackManager, DispatchesAFreshCloneAndDeletesItAlsoWithinAHandler) {
@@ -147,57 +112,71 @@ TEST_F(CallbackManager, DispatchesAFreshCloneAndDeletesItAlsoWithinAHandler) {
                                       "delete Aouter"));
 }
 
-TEST_F(CallbackManager, KnowsWhatIsRegisteredAndRefusesBadRegistrations) {
-    auto* const handler = new Recorder("a");
-    Manager::AdoptPrototypeAndHandler(new Probe("A"), handler);
-    Manager::AdoptPrototypeAndHandler(new Probe("B"), nullptr);
-    Manager::m_protos.InsertUnlessMember("half", new Probe(""));
-    Manager::m_handlers.InsertUnlessMember("other half", nullptr);
-    EXPECT_TRUE(Manager::IsMessageTypeHandled("A") && Manager::IsMessageTypeHandled("B"));
-    EXPECT_FALSE(Manager::IsMessageTypeHandled("half") || Manager::IsMessageTypeHandled("a"));
-    Manager manager;
-    EXPECT_EQ(manager.GetHandler("A"), handler);
-    EXPECT_EQ(manager.GetHandler("B"), nullptr);
-    Probe again("A"), half("other half");
-    const std::pair<std::function<void()>, const char*> cases[] = {
-        {[&] { manager.GetHandler("unknown"); }, "m_protos.IsMember(type)"},
-        {[&] { manager.GetHandler("half"); }, "m_handlers.IsMember(type)"},
-        {[] { Manager::AdoptPrototypeAndHandler(nullptr, nullptr); }, "proto != NULL"},
-        {[&] { Manager::AdoptPrototypeAndHandler(&again, nullptr); }, "!m_protos.IsMember(type)"},
-        {[&] { Manager::AdoptPrototypeAndHandler(&half, nullptr); }, "!m_handlers.IsMember(type)"},
+TEST_F(CallbackManager, RefusesBadRegistrationsAndWhatCannotBeSent) {
+    Manager::AdoptPrototypeAndHandler(new Probe("A"), nullptr);
+    EXPECT_TRUE(Manager::IsMessageTypeHandled("A") && !Manager::IsMessageTypeHandled("a"));
+    struct Announcing : Probe {
+        explicit Announcing(int size) : Probe("T"), m_size(size) {}
+        int RequiredBufferSize() const override { return m_size; }
+        int m_size;
     };
-    for (const auto& [action, check] : cases) {
-        EXPECT_THAT(FatalErrorOf(action), testing::EndsWith(FailedCheck(check)));
+    Probe again("A");
+    const Announcing tooLarge(INT_MAX - 3), negative(-1);
+    Manager manager;
+    const auto announced = [](int size) {
+        return fmt::format("ZYLMsgModules: the message of type 'T' announces a body of {} bytes; its ", size);
+    };
+    const auto send = [](const ZYLMsgBBMessage* message) {
+        Manager::AppendMessageToSend(message);
+        Manager::RequiredBufferSizeOfPendingMessage();
+    };
+    const struct {
+        std::function<void()> action;
+        std::string check, line;
+    } cases[] = {
+        {[&] { manager.GetHandler("unknown"); }, "m_protos.IsMember(type)", ""},
+        {[] { Manager::AdoptPrototypeAndHandler(nullptr, nullptr); }, "proto != NULL", ""},
+        {[&] { Manager::AdoptPrototypeAndHandler(&again, nullptr); }, "!m_protos.IsMember(type)",
+         "ZYLMsgModules: the message type 'A' is registered already: "},
+        {[&] { send(nullptr); }, "m_messageToSend != 0", ""},
+        {[&] { send(&tooLarge); }, "total <= INT_MAX", announced(INT_MAX - 3)},
+        {[&] { send(&negative); }, "bodySize >= 0", announced(-1)},
+        {[] { Manager::StreamPendingMessage(nullptr, 3); }, "size >= head", ""},
+    };
+    for (const auto& [action, check, line] : cases) {
+        const std::string error = FatalErrorOf(action);
+        EXPECT_TRUE(error.starts_with(line) && error.ends_with(FailedCheck(check))) << error;
     }
-    EXPECT_THAT(FatalErrorOf(cases[3].first),
-                testing::StartsWith("ZYLMsgModules: the message type 'A' is registered already: "));
 }
 
-TEST_F(CallbackManager, RegistersNothingWhenMemoryEndsHalfway) {
-    auto* const proto = new Probe("A");
-    auto* const handler = new Recorder("a");
-    int allowed = -1;
-    for (bool adopted = false; !adopted;) {
-        AllocationFaults::FailAt(++allowed + 1);
-        try {
-            Manager::AdoptPrototypeAndHandler(proto, handler);
-            adopted = true;
-        } catch (const std::bad_alloc&) {
-            EXPECT_FALSE(Manager::m_protos.IsMember("A") || Manager::m_handlers.IsMember("A")) << allowed;
+TEST_F(CallbackManager, SaysThatALossHasNoHandlerAndPassesItOnOnceItHas) {
+    struct Watcher : ZYLMsgBBDisconnectHandler {
+        void DetectDisconnection(int pid, const char* app, const char* host,
+                                 const char* user) const override {
+            g_events = {std::to_string(pid), app, host, user};
         }
-        AllocationFaults::FailAt(0);
-    }
-    EXPECT_GT(allowed, 4) << "a key and two nodes with their holders";
-    EXPECT_TRUE(Manager::IsMessageTypeHandled("A"));
+    };
+    const FakeBackbone& backbone = FakeBackbone::Get();
+    const std::string remedy =
+        "call ZYLMsgBBCallbackManager::AssociateDisconnectHandler before "
+        "ZYLMsgBBAPI::EnableDisconnectHandling\n";
+    EXPECT_EQ(
+        FatalErrorOf([] { ZYLMsgBBAPI::EnableDisconnectHandling(7, "monitor"); }),
+        "ZYLMsgModules: application 'monitor' enables disconnect handling without a disconnect handler, so "
+        "the first lost peer ends this process: " +
+            remedy);
+    EXPECT_EQ(FatalErrorOf([&] { backbone.disconnect(1, "a", "h", "u"); }),
+              "ZYLMsgModules: nobody handles the loss of application 'a': " + remedy +
+                  FailedCheck("m_disconnectHandler != 0"));
+    const Watcher watcher;
+    Manager::AssociateDisconnectHandler(&watcher);
+    EXPECT_EQ(FatalErrorOf([] { ZYLMsgBBAPI::EnableDisconnectHandling(7, nullptr); }), "");
+    backbone.disconnect(-12, "a", nullptr, "u");
+    EXPECT_THAT(g_events, ElementsAre("-12", "a", "", "u"));
 }
 
 TEST_F(CallbackManager, RefusesInItsOrderAndNamesTypeAndSenderOfWhatNobodyHandles) {
-    const std::string noEnvelope, job = "\3\0\0\0job"s,
-                                  unreadable = "a sender whose identifier cannot be read";
-    Manager::m_protos.InsertUnlessMember("no handler entry", new Probe(""));
-    Manager::m_protos.InsertUnlessMember("null proto", nullptr);
-    Manager::m_handlers.InsertUnlessMember("null proto", nullptr);
-    Manager::m_handlers.InsertUnlessMember("no proto entry", nullptr);
+    const std::string job = "\3\0\0\0job"s;
     Manager::AdoptPrototypeAndHandler(new Probe("null clone", "sterile"), nullptr);
     Manager::AdoptPrototypeAndHandler(new Probe("null handler"), nullptr);
     const std::string noProto = FailedCheck("m_protos.IsMember(type)");
@@ -207,13 +186,9 @@ TEST_F(CallbackManager, RefusesInItsOrderAndNamesTypeAndSenderOfWhatNobodyHandle
     } cases[] = {
         {"T\n", job, "'job'", noProto},
         {nullptr, "\5\0\0\0\x1b\xc2\x9bx\0body"s, "'\\x1b\\xc2\\x9bx\\x00'", noProto},
-        {"T", "\xc8\0\0\0"s + std::string(200, 'x'), "'" + std::string(120, 'x') + "...'", noProto},
+        {"T", "\xc8\0\0\0"s + std::string(200, 'x'), fmt::format("'{:x>120}...'", ""), noProto},
         {"T", "\0\0\0\0"s, "a sender without an identifier", noProto},
-        {"T", "\4\0\0\0job"s, unreadable, noProto},
-        {"T", "\xff\xff\xff\xff"s, unreadable, noProto},
-        {"no proto entry", noEnvelope, unreadable, noProto},
-        {"no handler entry", noEnvelope, unreadable, FailedCheck("m_handlers.IsMember(type)")},
-        {"null proto", noEnvelope, "", FailedCheck("proto != NULL")},
+        {"T", "\4\0\0\0job"s, "a sender whose identifier cannot be read", noProto},
         {"null clone", "\3\0\0\0ab"s, "",
          Failed("identifier: 3 bytes needed, 2 bytes left", "Backbone.m/src/ZYLMsgWireReader")},
         {"null clone", job, "", FailedCheck("msg != NULL")},
@@ -224,27 +199,23 @@ TEST_F(CallbackManager, RefusesInItsOrderAndNamesTypeAndSenderOfWhatNobodyHandle
         const HeapBytes buffer(bytes);
         const std::string line =
             FatalErrorOf([&, name = type] { Manager::HandleMessage(name, buffer.Get(), buffer.Size()); });
-        const std::string said = "ZYLMsgModules: nobody handles the message of type " +
-                                 QORText::Quoted(QORText::OrEmpty(type)) + " that came from " + sender +
-                                 ": register a prototype and a handler ";
+        const std::string said = fmt::format(
+            "ZYLMsgModules: nobody handles the message of type {} that came from {}: register a prototype "
+            "and ",
+            QORText::Quoted(QORText::OrEmpty(type)), sender);
         EXPECT_TRUE(line.starts_with(sender.empty() ? error : said) && line.ends_with(error)) << line;
     }
 }
 
 TEST_F(CallbackManager, DestructionDeletesPrototypesThenHandlersInKeyOrder) {
-    const Probe pending("P");
-    Manager::AppendMessageToSend(&pending);
     for (const char* type : {"b", "c", "a"}) {
         Manager::AdoptPrototypeAndHandler(new Probe(type), new Recorder(type));
     }
-    Manager::AdoptPrototypeAndHandler(new Probe("d"), nullptr);
     Receive("c", "\0\0\0\0"s);
     g_events.clear();
     EmptyTheRegistries();
-    EXPECT_THAT(g_events, ElementsAre("delete a", "delete b", "delete c", "delete d", "delete handler a",
+    EXPECT_THAT(g_events, ElementsAre("delete a", "delete b", "delete c", "delete handler a",
                                       "delete handler b", "delete handler c"));
-    EXPECT_FALSE(Manager::IsMessageTypeHandled("a"));
-    EXPECT_STREQ(Manager::TypeOfPendingMessage(), "P");
     Manager::AdoptPrototypeAndHandler(new Probe("c"), new Recorder("new"));
     g_events.clear();
     Receive("c", "\0\0\0\0"s);
