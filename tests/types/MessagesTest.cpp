@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include <climits>
@@ -13,7 +14,6 @@
 #include "ZYLMsgBBCallbackManager.h"
 #include "ZYLMsgBBMessageHandler.h"
 #include "ZYLMsgFileTransferType.h"
-#include "ZYLMsgProcessControlEncoder.h"
 #include "ZYLMsgProcessControlType.h"
 #include "ZYLMsgProcessControlTypeFactory.h"
 #include "ZYLMsgStreamUtils.h"
@@ -26,7 +26,6 @@ namespace {
 
 using Analysis = ZYLMsgAnalysisMessageType;
 using Control = ZYLMsgProcessControlType;
-using Encoder = ZYLMsgProcessControlEncoder;
 using Owner = std::unique_ptr<ZYLMsgBBMessage>;
 
 std::string Zeros(std::size_t count) {
@@ -81,11 +80,8 @@ TEST(Messages, KeepTheContractOfEveryClass) {
         Owner message;
         std::string body, printed, cloned;
     } rows[] = {
-        {"ZYLMsgStringType", String("", 0), "", "#    size: 0\n", ""},
         {"ZYLMsgStringType", String("a\0b", 3), "a\0b"s, "#    size: 3\n#    data[0]: a\n#    data[2]: b\n",
          ""},
-        {"ZYLMsgFileTransferType", std::make_unique<ZYLMsgFileTransferType>(), Zeros(44),
-         "#    DataType: 0\n", Zeros(44)},
         {"ZYLMsgFileTransferType", FileChunk(), "\3\0\0\0"s + Zeros(32) + "\1\0\0\0\3\0\0\0ABC"s,
          "#    DataType: 3\n", Zeros(44)},
         {"ZYLMsgFileTransferType", FileRequest(),
@@ -103,30 +99,18 @@ TEST(Messages, KeepTheContractOfEveryClass) {
         EXPECT_EQ(BodyOf(*message), body);
         EXPECT_EQ(FatalErrorOf([&, &it = *message] { it.Stream(nullptr, it.RequiredBufferSize() - 1); }),
                   Failed("size >= RequiredBufferSize()", "Types.m/src/"s + type));
-        const HeapBytes larger(std::string(body.size() + 3, '?'));
-        message->Stream(larger.Get(), larger.Size());
-        EXPECT_EQ(larger.Text(), body + "???");
         MemoryStream out;
         message->Print(out.Get(), "# ");
         const std::string head = printed.front() == '#' ? "# Message Type: "s + type + "\n" : "";
         EXPECT_EQ(out.Text(), head + printed);
         const Owner clone(message->Clone());
         EXPECT_STREQ(clone->Type(), type);
-        EXPECT_EQ(cloned.empty() ? 0 : clone->RequiredBufferSize(), static_cast<int>(cloned.size()));
         EXPECT_EQ(BodyOf(*clone), cloned);
         for (int time = 0; time < 2; ++time) {
             UnstreamFrom(body, *clone);
             EXPECT_EQ(BodyOf(*clone), body);
         }
     }
-}
-
-TEST(Messages, PrintWithoutAPrefix) {
-    MemoryStream out;
-    String("x", 1)->Print(out.Get(), nullptr);
-    EXPECT_EQ(out.Flushed(), "Message Type: ZYLMsgStringType\n   size: 1\n   data[0]: x\n   data[0]: x\n");
-    Analysis().Print(out.Get(), nullptr);
-    EXPECT_THAT(out.Flushed(), testing::EndsWith("Analysis Message PrefixDefaultPfix\n\n"));
 }
 
 TEST(Messages, BorrowTheSendersBytesAndOwnTheReceived) {
@@ -137,48 +121,29 @@ TEST(Messages, BorrowTheSendersBytesAndOwnTheReceived) {
     EXPECT_EQ(BodyOf(text), "jello");
     UnstreamFrom("abc", text);
     EXPECT_EQ(std::string(text.Data(), 3), "abc");
-    text.SetData("xy", 2);
-    UnstreamFrom("", text);
-    EXPECT_EQ(text.Size(), 0);
 
     ZYLMsgFileTransferType transfer;
     transfer.Data().m_chunk = "sent";
     UnstreamFrom(Zeros(40) + "\3\0\0\0xyz"s, transfer);
-    const void* const chunk = transfer.Data().m_chunk;
     UnstreamFrom(Zeros(44), transfer);
-    EXPECT_EQ(transfer.Data().m_chunk, chunk) << "a chunk stays until the next";
-    EXPECT_EQ(std::string(static_cast<const char*>(chunk), 3), "xyz");
+    EXPECT_EQ(std::string(static_cast<const char*>(transfer.Data().m_chunk), 3), "xyz")
+        << "a chunk stays until the next";
 }
 
-TEST(Messages, NameTheRootOfADocumentAndDecodeWhatDiffersInSyntaxOnly) {
+TEST(Messages, NameTheRootOfADocumentAndTheKillInIt) {
     const ZYLString document = Text("<?xml version='1.0'?>\n<\xc3\xa9tude a='1'><Step/></\xc3\xa9tude>\n");
-    EXPECT_EQ(Analysis::GetRootElemNameFromXml(document), "\xc3\xa9tude");
     EXPECT_EQ(Analysis().GetTypeFromXmlBuffer(document), "\xc3\xa9tude");
-    Control message;
-    EXPECT_FALSE(message.isPresent(Text("Kill")) || message.ControlType() != Control::PROCESS_CONTROL_NONE);
-    UnstreamFrom(Body("<Kill type='symconst'>SOFT_KILL</Kill>"), message);
-    EXPECT_EQ(message.GetVal(Text("Kill")), "SOFT_KILL");
-    const std::string hard = Body("<Kill type=\"symconst\">HARD_KILL</Kill>");
-    UnstreamFrom(hard + "trailing", message);
-    EXPECT_EQ(message.GetVal(Text("Kill")), "SOFT_KILL") << "an earlier attribute stays";
-    EXPECT_EQ(BodyOf(message), hard);
-}
-
-TEST(Messages, KillsArriveAsTheyWereSent) {
-    const ZYLBasSharedPtr<ZYLMsgBBMessage> soft = ZYLMsgProcessControlTypeFactory::CreateSoftKillMsg();
-    ZYLBasSharedPtr<ZYLMsgBBMessage> kill = soft;
-    for (const char* value : {"SOFT_KILL", "HARD_KILL"}) {
-        Control received;
-        UnstreamFrom(BodyOf(*kill), received);
-        const std::unique_ptr<Control> clone(received.Clone());
-        for (const auto* message : {dynamic_cast<const Control*>(kill.get()), &std::as_const(*clone)}) {
-            EXPECT_EQ(message->ControlType(), Control::PROCESS_CONTROL_KILL);
-            EXPECT_TRUE(message->isPresent(Text("Kill")));
-            EXPECT_STREQ(message->GetVal(Text("Kill")).GetUTF8(), value);
-        }
-        EXPECT_EQ(soft.PRIVATEGetCounter()->m_count, kill.get() == soft.get() ? 2U : 1U);
-        kill = ZYLMsgProcessControlTypeFactory::CreateHardKillMsg();
-    }
+    Control received;
+    EXPECT_FALSE(received.isPresent(Text("Kill")) || received.ControlType() != Control::PROCESS_CONTROL_NONE);
+    UnstreamFrom(BodyOf(*ZYLMsgProcessControlTypeFactory::CreateHardKillMsg()), received);
+    const std::unique_ptr<Control> clone(received.Clone());
+    EXPECT_TRUE(clone->isPresent(Text("Kill")) && clone->ControlType() == Control::PROCESS_CONTROL_KILL);
+    EXPECT_EQ(clone->GetVal(Text("Kill")), "HARD_KILL");
+    Control other;
+    const std::string apostrophes = Body("<Kill type='symconst'>SOFT_KILL</Kill>");
+    UnstreamFrom(apostrophes + "trailing", other);
+    EXPECT_EQ(other.GetVal(Text("Kill")), "SOFT_KILL");
+    EXPECT_EQ(BodyOf(other), apostrophes);
 }
 
 TEST(Messages, RefuseKillsThatAreNone) {
@@ -186,12 +151,10 @@ TEST(Messages, RefuseKillsThatAreNone) {
     const std::pair<std::string, std::string> cases[] = {
         {"SOFT_KILL", "hr == S_OK"},
         {"<kill type=\"symconst\">SOFT_KILL</kill>", "rootTagName == \"Kill\""},
-        {"<Kill>SOFT_KILL</Kill>", "atts.size() == 1"},
         {"<Kill type=\"symconst\" a=\"b\">SOFT_KILL</Kill>", "atts.size() == 1"},
         {"<Kill Type=\"symconst\">SOFT_KILL</Kill>", "itr != atts.end()"},
         {"<Kill type=\"SymConst\">SOFT_KILL</Kill>", "killType == \"symconst\""},
         {"<Kill type=\"symconst\"> SOFT_KILL</Kill>", wrongText},
-        {"<Kill type=\"symconst\"/>", wrongText},
         {"<Kill type=\"symconst\">SOFT_KILL<a/></Kill>", wrongText},
         {"<!DOCTYPE Kill [<!ATTLIST Kill type CDATA 'symconst'>]><Kill>SOFT_KILL</Kill>", "atts.size() == 1"},
     };
@@ -203,16 +166,12 @@ TEST(Messages, RefuseKillsThatAreNone) {
 }
 
 TEST(Messages, RefuseWhatCannotBeSentOrRead) {
-    Analysis received(Text("<r/>"));
-    UnstreamFrom(Zeros(4), received);
-    ZYLMsgFileTransferType negative, largest, tooLarge;
+    ZYLMsgFileTransferType negative, tooLarge;
     negative.Data().m_chunkSize = -1;
-    largest.Data().m_chunkSize = tooLarge.Data().m_chunkSize = INT_MAX - 44;
-    EXPECT_EQ(largest.RequiredBufferSize(), INT_MAX);
+    tooLarge.Data().m_chunkSize = INT_MAX - 44;
+    EXPECT_EQ(tooLarge.RequiredBufferSize(), INT_MAX);
     tooLarge.Data().m_targetJobDir = Text("j");
-    Control none, unknown;
-    unknown.m_processControlType = Control::PROCESS_CONTROL_KILL;
-    unknown.m_attributes[Text("Kill")] = Text("Soft_Kill");
+    Control none;
     ZYLString text;
     int offset = 2;
     const struct {
@@ -228,17 +187,11 @@ TEST(Messages, RefuseWhatCannotBeSentOrRead) {
         {[&] { tooLarge.RequiredBufferSize(); }, "Types.m/src/ZYLMsgFileTransferType", "total <= INT_MAX"},
         {[] { Analysis(Text("")); }, "Types.m/src/ZYLMsgAnalysisMessageType",
          "xmlBuffer.GetLengthInByte() > 0"},
-        {[&] { received.RequiredBufferSize(); }, "Types.m/src/ZYLMsgAnalysisMessageType",
-         "m_msgBuffer.GetLengthInByte() > 0"},
-        {[] { Analysis().GetTypeFromXmlBuffer(Text("Job")); }, "Types.m/src/ZYLMsgAnalysisMessageType",
+        {[] { Analysis::GetRootElemNameFromXml(Text("Job")); }, "Types.m/src/ZYLMsgAnalysisMessageType",
          "hr == S_OK"},
         {[&] { none.RequiredBufferSize(); }, "Types.m/src/ZYLMsgProcessControlType",
          "m_xmlMessage.GetLengthInChar() > 0"},
         {[&] { UnstreamFrom(Zeros(5), none); }, "Types.m/src/ZYLMsgProcessControlType", "len > 0"},
-        {[&] { Encoder::ExternalizeProcessControlMsg(none); }, "Types.m/src/ZYLMsgProcessControlEncoder",
-         "pcType.m_processControlType == ZYLMsgProcessControlType::PROCESS_CONTROL_KILL"},
-        {[&] { Encoder::ExternalizeProcessControlMsg(unknown); }, "Types.m/src/ZYLMsgProcessControlEncoder",
-         "\"Unknown Kill Type in ZYLMsgProcessControlType\" == 0"},
         {[&] { ZYLMsgStreamUtils::UnstreamZYLString(text, "??\xff\xff\xff\x7f", offset); },
          "Backbone.m/src/ZYLMsgWireReader", "string: 2147483647 bytes needed, 2147483641 bytes left"},
     };
@@ -257,46 +210,38 @@ TEST(StreamUtils, WritesAndReadsStringsAndNumbersAtTheRunningOffset) {
     EXPECT_EQ(std::string(buffer, 27), "?\0\0\0\0\3\0\0\0abc\2\0\0\0\xc3\xa9\0\0\0\0\0\0\4\xc0\0"s);
     buffer[10] = '\0';  // a NUL ends a received text but not the item
     int read = 1;
+    ZYLString text;
     for (const char* expected : {"", "a", "\xc3\xa9"}) {
-        ZYLString text = Text("old");
         ZYLMsgStreamUtils::UnstreamZYLString(text, buffer, read);
         EXPECT_EQ(text, expected);
     }
-    double number = 0;
-    EXPECT_EQ(ZYLSimRpm_Swapper::InternalizeScalar(buffer + read, number), 8U);
-    EXPECT_EQ(number, -2.5);
 }
-
-struct Field {
-    std::size_t offset;
-    std::string name;
-};
 
 struct Envelope {
     const char* type;
-    std::string bytes;           ///< a sound one
-    std::vector<Field> lengths;  ///< the length words in it, beside that of the identifier
-    std::size_t mayEndAt;        ///< from this size on a cut-off one is sound too
+    std::string bytes;                                         ///< sound ones
+    std::vector<std::pair<std::size_t, std::string>> lengths;  ///< places and names of the length words in it
+    std::size_t mayEndAt;  ///< from this size on a cut-off one is sound too
 };
 
 std::vector<Envelope> SoundEnvelopes() {
     const std::string head = "\2\0\0\0me"s;
-    const std::string kill = head + "\x26\0\0\0<Kill type=\"symconst\">SOFT_KILL</Kill>"s;
-    std::string transfer = head + "\3\0\0\0"s;
-    std::vector<Field> lengths;
+    const std::string kill = head + Body("<Kill type=\"symconst\">SOFT_KILL</Kill>");
+    Envelope transfer{"ZYLMsgFileTransferType", head + "\3\0\0\0"s, {}, 0};
     for (const char* name :
          {"m_sourceApplication", "m_sourceBaseDir", "m_sourceJobDir", "m_sourceFileName",
           "m_targetApplication", "m_targetBaseDir", "m_targetJobDir", "m_targetFileName"}) {
-        lengths.push_back({transfer.size(), name});
-        transfer += "\2\0\0\0xy"s;
+        transfer.lengths.emplace_back(transfer.bytes.size(), name);
+        transfer.bytes += Body("xy");
     }
-    lengths.push_back({transfer.size() + 4, "m_chunk"});
-    transfer += "\1\0\0\0\3\0\0\0abc"s;
+    transfer.lengths.emplace_back(transfer.bytes.size() + 4, "m_chunk");
+    transfer.bytes += "\1\0\0\0"s + Body("abc");
+    transfer.mayEndAt = transfer.bytes.size();
     return {
         {"ZYLMsgStringType", head + "text", {}, head.size()},
-        {"ZYLMsgAnalysisMessageType", head + "\4\0\0\0<r/>"s, {{6, "m_msgBuffer"}}, 14},
+        {"ZYLMsgAnalysisMessageType", head + Body("<r/>"), {{6, "m_msgBuffer"}}, 14},
         {"ZYLMsgProcessControlType", kill, {{6, "m_xmlMessage"}}, kill.size()},
-        {"ZYLMsgFileTransferType", transfer, lengths, transfer.size()},
+        transfer,
     };
 }
 
@@ -316,7 +261,6 @@ std::string Refusal(const char* type, const std::string& bytes) {
 }
 
 TEST(HostileBody, BuffersAreRefusedWhenCutOffOrOfFalseLengthAndAcceptedWhenLonger) {
-    const ZYLMsgBBCallbackManager emptiesTheRegistries;
     for (ZYLMsgBBMessage* const proto :
          std::initializer_list<ZYLMsgBBMessage*>{new ZYLMsgStringType, new ZYLMsgAnalysisMessageType,
                                                  new ZYLMsgProcessControlType, new ZYLMsgFileTransferType}) {
@@ -324,27 +268,24 @@ TEST(HostileBody, BuffersAreRefusedWhenCutOffOrOfFalseLengthAndAcceptedWhenLonge
     }
     for (auto& [type, bytes, lengths, mayEndAt] : SoundEnvelopes()) {
         SCOPED_TRACE(type);
-        EXPECT_EQ(Refusal(type, bytes), "");
         EXPECT_EQ(Refusal(type, bytes + "\xff\xff\xff\xff"), "");
-        for (std::size_t size = 0; size < mayEndAt; ++size) {
-            EXPECT_THAT(Refusal(type, bytes.substr(0, size)),
-                        testing::ContainsRegex(
-                            "^AssertionFailed:[A-Za-z_ ]+: [0-9]+ bytes needed, [0-9]+ bytes left "))
-                << size;
+        for (std::size_t size = 0; size <= bytes.size(); ++size) {
+            const auto error = testing::ContainsRegex(
+                "^AssertionFailed:[A-Za-z_ ]+: [0-9]+ bytes needed, [0-9]+ bytes left ");
+            EXPECT_EQ(testing::Value(Refusal(type, bytes.substr(0, size)), error), size < mayEndAt) << size;
         }
-        EXPECT_EQ(Refusal(type, bytes.substr(0, mayEndAt)), "");
-        lengths.push_back({0, "identifier"});
+        lengths.emplace_back(0, "identifier");
         for (const auto& [offset, name] : lengths) {
             const auto left = static_cast<int>(bytes.size() - offset - 4);
             for (const int length : {-1, INT_MIN, INT_MAX, INT_MAX - 3, left + 1}) {
                 std::string damaged = bytes;
                 std::memcpy(&damaged[offset], &length, 4);
+                const std::string error =
+                    fmt::format("{}: {} bytes needed, {} bytes left", name, length, left);
                 EXPECT_EQ(Refusal(type, damaged),
                           length < 0 && name == "m_xmlMessage"
                               ? Failed("len > 0", "Types.m/src/ZYLMsgProcessControlType")
-                              : Failed(name + ": " + std::to_string(length) + " bytes needed, " +
-                                           std::to_string(left) + " bytes left",
-                                       "Backbone.m/src/ZYLMsgWireReader"));
+                              : Failed(error, "Backbone.m/src/ZYLMsgWireReader"));
             }
         }
     }
