@@ -8,7 +8,6 @@
 namespace {
 
 int g_live = 0;
-int g_allocations = 0;
 int g_failAt = 0;
 
 void* Allocate(std::size_t size) {
@@ -16,7 +15,6 @@ void* Allocate(std::size_t size) {
         throw std::bad_alloc();
     }
     ++g_live;
-    ++g_allocations;
     return std::malloc(size + 1);
 }
 
@@ -24,9 +22,6 @@ void* Allocate(std::size_t size) {
 
 int AllocationFaults::LiveBlocks() {
     return g_live;
-}
-int AllocationFaults::Allocations() {
-    return g_allocations;
 }
 void AllocationFaults::FailAt(int nth) {
     g_failAt = nth;

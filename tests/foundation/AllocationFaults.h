@@ -7,8 +7,6 @@ class AllocationFaults {
   public:
     /// Blocks allocated and not freed.
     static int LiveBlocks();
-    /// Blocks allocated so far.
-    static int Allocations();
     /// Makes the nth allocation from now (1 is the next) raise std::bad_alloc, and none after it; 0 disarms.
     static void FailAt(int nth);
 };
