@@ -23,26 +23,13 @@ std::string Utf16(std::u16string_view text, bool bigEndian) {
     return bytes;
 }
 
-/// Elements within each other; `closed` of them end.
+/// So many elements within each other, of which the outermost ones are never closed.
 std::string Nested(std::size_t depth, std::size_t closed) {
     std::string document;
-    for (; depth > 0; --depth) {
-        document += "<a>";
-    }
-    for (; closed > 0; --closed) {
-        document += "</a>";
+    for (std::size_t tag = 0; tag < depth + closed; ++tag) {
+        document += tag < depth ? "<a>" : "</a>";
     }
     return document;
-}
-
-/// Gives the status of `bytes`, and checks that an element can be had just when the document was accepted.
-long Read(const std::string& bytes) {
-    ZYLBasXmlDocument document;
-    EXPECT_EQ(document.ReadString(ZYLString::BuildFromUTF8("<a/>")), S_OK);
-    const long status = document.ReadBytes(bytes.data(), bytes.size());
-    ZYLBasXmlNode root;
-    EXPECT_EQ(document.GetDom(root), status == S_OK ? S_OK : long{Status::kNoDocument});
-    return status;
 }
 
 struct Element {
@@ -81,6 +68,9 @@ TEST(Xml, GivesNameTextAndAttributesOfTheDocumentElementAndOpensNothing) {
         {"<r>1\r\n2\r3\n</r>", {"r", "1\n2\n3\n"}},
         {"<\u00e9l\u00e9ment/>", {"\u00e9l\u00e9ment", ""}},
         {"<?xml version='1.0' encoding='iso-8859-1'?><r>\xE9</r>", {"r", "\u00e9"}},
+        {Utf16(u"<\u00e9 a='\u2192'>\U0001F600</\u00e9>", false),
+         {"\u00e9", "\U0001F600", {{"a", "\u2192"}}}},
+        {Utf16(u"<?xml version='1.0' encoding='UTF-16'?><a/>", true), {"a", ""}},
         {"<!DOCTYPE r [<!ATTLIST r a CDATA 'x'>]><r b='y'/>", {"r", "", {{"b", "y"}}}},
         {"<!DOCTYPE r SYSTEM '" + file + "'><r/>", {"r", ""}},
     };
@@ -94,19 +84,6 @@ TEST(Xml, GivesNameTextAndAttributesOfTheDocumentElementAndOpensNothing) {
     EXPECT_EQ(Root(document).value, "\u00e9") << "a text is UTF-8";
 }
 
-TEST(Xml, ReadsUtf16OfEitherByteOrder) {
-    for (const bool bigEndian : {false, true}) {
-        const std::string bytes = Utf16(
-            u"<?xml version='1.0' encoding='UTF-16'?><\u00e9 a='\u2192'>\U0001F600</\u00e9>", bigEndian);
-        ZYLBasXmlDocument document;
-        EXPECT_EQ(document.ReadBytes(bytes.data(), bytes.size()), S_OK);
-        EXPECT_EQ(Root(document), (Element{"\u00e9", "\U0001F600", {{"a", "\u2192"}}}));
-        for (std::size_t length = 0; length < bytes.size(); ++length) {
-            EXPECT_EQ(Read(bytes.substr(0, length)), Status::kNotWellFormed) << length;
-        }
-    }
-}
-
 TEST(Xml, AnswersHostileInputWithAStatus) {
     const std::size_t maxSize = ZYLBasXmlDocument::kMaxSize;
     const std::size_t maxDepth = ZYLBasXmlDocument::kMaxDepth;
@@ -116,17 +93,15 @@ TEST(Xml, AnswersHostileInputWithAStatus) {
         Status status;
     } cases[] = {
         {"UTF-16 without byte order mark", Utf16(u"<a/>", false).substr(2), Status::kOk},
+        {"UTF-16 cut in a character", Utf16(u"<a/>", true).substr(0, 9), Status::kNotWellFormed},
         {"NUL in the text", "<a>\0</a>"s, Status::kNotWellFormed},
         {"overlong UTF-8", "<a>\xC0\xAF</a>", Status::kNotWellFormed},
         {"lone UTF-16 surrogate", Utf16(u"<a>\xD800</a>", false), Status::kNotWellFormed},
         {"unknown encoding", "<?xml version='1.0' encoding='EBCDIC'?><a/>", Status::kNotWellFormed},
         {"internal entity", "<!DOCTYPE r [<!ENTITY a 'ha'><!ENTITY b '&a;&a;'>]><r>&b;</r>",
          Status::kEntityRefused},
-        {"parameter entity", "<!DOCTYPE r [<!ENTITY % p '<!ELEMENT r ANY>'> %p;]><r/>",
-         Status::kEntityRefused},
         {"external entity", "<!DOCTYPE r [<!ENTITY e SYSTEM 'file:///etc/passwd'>]><r>&e;</r>",
          Status::kEntityRefused},
-        {"entity declared elsewhere", "<!DOCTYPE r SYSTEM 'r.dtd'><r>&e;</r>", Status::kEntityRefused},
         {"deepest", Nested(maxDepth, maxDepth), Status::kOk},
         {"too deep", Nested(maxDepth + 1, maxDepth + 1), Status::kTooDeep},
         {"much too deep, never closed", Nested(5'000'000, 0), Status::kTooDeep},
@@ -134,7 +109,7 @@ TEST(Xml, AnswersHostileInputWithAStatus) {
         {"too large", "<a/>" + std::string(maxSize - 3, ' '), Status::kTooLarge},
     };
     for (const auto& [name, document, status] : cases) {
-        EXPECT_EQ(Read(document), status) << name;
+        EXPECT_EQ(ZYLBasXmlDocument().ReadBytes(document.data(), document.size()), status) << name;
     }
 }
 

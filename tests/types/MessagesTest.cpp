@@ -51,17 +51,6 @@ Owner FileChunk() {
     auto message = std::make_unique<ZYLMsgFileTransferType>();
     ZYLMsgFileTransferData& data = message->Data();
     data.m_dataType = FILE_TRANSFER_CHUNK;
-    data.m_chunkId = 1;
-    data.m_chunkSize = 3;
-    data.m_chunk = "ABC";
-    return message;
-}
-
-Owner FileRequest() {
-    auto message = std::make_unique<ZYLMsgFileTransferType>();
-    ZYLMsgFileTransferData& data = message->Data();
-    data.m_dataType = FILE_TRANSFER_SEND_REQUEST;
-    data.m_chunkId = -1;
     int number = 0;
     for (ZYLString* text :
          {&data.m_sourceApplication, &data.m_sourceBaseDir, &data.m_sourceJobDir, &data.m_sourceFileName,
@@ -69,6 +58,9 @@ Owner FileRequest() {
         *text = Text(std::to_string(++number));
     }
     data.m_targetFileName = Text("\xc3\xa9");
+    data.m_chunkId = -2;
+    data.m_chunkSize = 3;
+    data.m_chunk = "ABC";
     return message;
 }
 
@@ -82,12 +74,10 @@ TEST(Messages, KeepTheContractOfEveryClass) {
     } rows[] = {
         {"ZYLMsgStringType", String("a\0b", 3), "a\0b"s, "#    size: 3\n#    data[0]: a\n#    data[2]: b\n",
          ""},
-        {"ZYLMsgFileTransferType", FileChunk(), "\3\0\0\0"s + Zeros(32) + "\1\0\0\0\3\0\0\0ABC"s,
+        {"ZYLMsgFileTransferType", FileChunk(),
+         "\3\0\0\0\1\0\0\0001\1\0\0\0002\1\0\0\0003\1\0\0\0004\1\0\0\0005\1\0\0\0006\1\0\0\0007"
+         "\2\0\0\0\xc3\xa9\xfe\xff\xff\xff\3\0\0\0ABC"s,
          "#    DataType: 3\n", Zeros(44)},
-        {"ZYLMsgFileTransferType", FileRequest(),
-         "\1\0\0\0\1\0\0\0001\1\0\0\0002\1\0\0\0003\1\0\0\0004\1\0\0\0005\1\0\0\0006\1\0\0\0007"
-         "\2\0\0\0\xc3\xa9\xff\xff\xff\xff\0\0\0\0"s,
-         "#    DataType: 1\n", Zeros(44)},
         {"ZYLMsgAnalysisMessageType", std::make_unique<Analysis>(Text("<\xc3\xa9>%s</\xc3\xa9>")),
          "\13\0\0\0<\xc3\xa9>%s</\xc3\xa9>"s, "Analysis Message Prefix# \n<\xc3\xa9>%s</\xc3\xa9>\n",
          Body("<\xc3\xa9>%s</\xc3\xa9>")},
@@ -95,7 +85,7 @@ TEST(Messages, KeepTheContractOfEveryClass) {
          "\x4c\0\0\0"s + soft, "#    Content: " + soft + "\n", Body(soft)},
     };
     for (const auto& [type, message, body, printed, cloned] : rows) {
-        SCOPED_TRACE(type + " of "s + std::to_string(body.size()));
+        SCOPED_TRACE(type);
         EXPECT_EQ(BodyOf(*message), body);
         EXPECT_EQ(FatalErrorOf([&, &it = *message] { it.Stream(nullptr, it.RequiredBufferSize() - 1); }),
                   Failed("size >= RequiredBufferSize()", "Types.m/src/"s + type));
@@ -150,7 +140,6 @@ TEST(Messages, RefuseKillsThatAreNone) {
     const std::string wrongText = "killVal == \"SOFT_KILL\" || killVal == \"HARD_KILL\"";
     const std::pair<std::string, std::string> cases[] = {
         {"SOFT_KILL", "hr == S_OK"},
-        {"<kill type=\"symconst\">SOFT_KILL</kill>", "rootTagName == \"Kill\""},
         {"<Kill type=\"symconst\" a=\"b\">SOFT_KILL</Kill>", "atts.size() == 1"},
         {"<Kill Type=\"symconst\">SOFT_KILL</Kill>", "itr != atts.end()"},
         {"<Kill type=\"SymConst\">SOFT_KILL</Kill>", "killType == \"symconst\""},
@@ -185,8 +174,6 @@ TEST(Messages, RefuseWhatCannotBeSentOrRead) {
         {[&] { negative.Stream(nullptr, 100); }, "Types.m/src/ZYLMsgFileTransferType",
          "m_data.m_chunkSize >= 0"},
         {[&] { tooLarge.RequiredBufferSize(); }, "Types.m/src/ZYLMsgFileTransferType", "total <= INT_MAX"},
-        {[] { Analysis(Text("")); }, "Types.m/src/ZYLMsgAnalysisMessageType",
-         "xmlBuffer.GetLengthInByte() > 0"},
         {[] { Analysis::GetRootElemNameFromXml(Text("Job")); }, "Types.m/src/ZYLMsgAnalysisMessageType",
          "hr == S_OK"},
         {[&] { none.RequiredBufferSize(); }, "Types.m/src/ZYLMsgProcessControlType",
