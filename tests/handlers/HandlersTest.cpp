@@ -2,26 +2,18 @@
 #include <gtest/gtest.h>
 
 #include "MemoryStream.h"
-#include "ZYLMsgFileTransfer.h"
-#include "ZYLMsgFileTransferHandler.h"
 #include "ZYLMsgFileTransferType.h"
 #include "ZYLMsgPrintingHandler.h"
 #include "ZYLMsgSimpleDisconnectHandler.h"
 
 namespace {
 
-TEST(Handlers, PrintWhatCameAndIgnoreUnknownStepsOfATransfer) {
+TEST(Handlers, PrintingHandlerFlushesTheIdentifierBeforeTheMessagePrintsItself) {
     MemoryStream stream;
-    ZYLMsgFileTransferType unknownStep;
     // The message's own Print does not flush, so what is flushed after the call was flushed by the handler.
-    ZYLMsgPrintingHandler(stream.Get()).HandleMessage(unknownStep, "monitor");
+    ZYLMsgPrintingHandler(stream.Get()).HandleMessage(ZYLMsgFileTransferType(), "monitor");
     EXPECT_EQ(stream.Flushed(), "ZYLMsgPrintingHandler::HandleMessage -- id monitor\n");
     EXPECT_EQ(stream.Text(), stream.Flushed() + "Message Type: ZYLMsgFileTransferType\n   DataType: 0\n");
-
-    MemoryStream log;
-    ZYLMsgFileTransfer engine(1, log.Get(), 9);
-    ZYLMsgFileTransferHandler(&engine).HandleMessage(unknownStep, "solver");
-    EXPECT_EQ(log.Text(), "");
 }
 
 TEST(Handlers, WatchedLossEndsTheLoopAndOthersOnlyLeaveALine) {

@@ -30,8 +30,6 @@ TEST(Modules, WorkOnTheFirstInitialisationAndTheLastFinalisationAndNeverClamp) {
         {ZYLMsgModules_finalize, 0},  // to -1
         {ZYLMsgModules_initialize, 0},
         {ZYLMsgModules_initialize, kAll},
-        {ZYLFeaBackbone_initialize, kAll},
-        {ZYLFeaBackbone_finalize, kAll},
         {ZYLMsgModules_finalize, 0},
         // Other entries share the counter, but not the tally.
         {[](int&) { ZYLMsgModules_initializeC(); }, 0},

@@ -1,14 +1,11 @@
-// Memory, fatal errors and texts.
+// Copies, fatal errors and texts.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstddef>
-#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -17,22 +14,9 @@
 #include "TemporaryDirectory.h"
 #include "ZYLString.h"
 #include "atr_NaturalOrder.h"
-#include "mem_Allocation.h"
 #include "mem_Copy.h"
 
 namespace {
-
-TEST(Allocation, GivesAWritableBlockOnAPageIfLargeOrRaisesBadAlloc) {
-    for (const std::size_t size : {0U, 65535U, 65536U}) {
-        void* const block = mem_OperatorNewThrow(size);
-        ASSERT_NE(block, nullptr) << size;
-        std::memset(block, 0xA5, size);
-        const std::size_t alignment = size >= 65536 ? 4096 : alignof(std::max_align_t);
-        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(block) % alignment, 0U) << size;
-        mem_Free(block);
-    }
-    EXPECT_THROW(mem_OperatorNewThrow(SIZE_MAX), std::bad_alloc);
-}
 
 TEST(Copy, CopiesExactlyTheBytesAtEveryDistanceWithinThePage) {
     alignas(4096) static char source[4 * 4096];

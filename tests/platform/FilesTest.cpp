@@ -4,11 +4,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <thread>
 
 #include "TemporaryDirectory.h"
 #include "ZYLBasFileOps.h"
@@ -141,26 +139,6 @@ TEST_F(FilesBeneath, WhatIsHeldIsNotEmptiedUnderAnyOfItsNames) {
         EXPECT_EQ(ReadAndClose(holder), "root");
     }
     EXPECT_EQ(ReadAndClose(ZYLBasFileOps::Open((root + "link").c_str(), kWrite, 0640)), "");
-}
-
-TEST(CRuntime, WriteGoesOnThroughFullPipesAndInterruptions) {
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    struct sigaction interrupt {};
-    interrupt.sa_handler = [](int) {};
-    sigaction(SIGUSR1, &interrupt, nullptr);
-    constexpr unsigned kBytes = 1 << 20;
-    const std::string sent(kBytes, 's');
-    std::thread reader([&, writer = pthread_self()] {
-        std::string buffer(1000, ' ');
-        for (int size = 1; size > 0; size = _read(ends[0], buffer.data(), 1000)) {
-            pthread_kill(writer, SIGUSR1);
-        }
-    });
-    EXPECT_EQ(_write(ends[1], sent.data(), kBytes), static_cast<int>(kBytes));
-    _close(ends[1]);
-    reader.join();
-    _close(ends[0]);
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <memory>
 #include <regex>
 #include <sstream>
+#include <tuple>
 
 #include "FakeBackbone.h"
 #include "MemoryStream.h"

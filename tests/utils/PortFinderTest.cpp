@@ -31,16 +31,26 @@ TEST(PortFinder, RunsThroughTheRangesItIsGiven) {
     }
 }
 
-TEST(PortFinder, GivesTheFreePortsInTurnAndStopsAfterOneRound) {
+/// A socket that has `port` in one of four ways: for all addresses or for the own one alone, of either family.
+TestSocket Occupant(int port, int way, int option) {
+    const bool isAny = way % 2 == 0;
+    return way < 2 ? TestSocket::BoundIpv4(port, isAny ? INADDR_ANY : INADDR_LOOPBACK, option)
+                   : TestSocket::BoundIpv6(port, isAny ? in6addr_any : in6addr_loopback, option);
+}
+
+TEST(PortFinder, GivesInTurnThePortsThatNoSocketHasAndStopsAfterOneRound) {
     const PortBlock ports;
-    const TestSocket occupied = TestSocket::BoundIpv4(ports[1], INADDR_LOOPBACK);
-    ASSERT_GE(occupied.Descriptor(), 0);
     ZYLMsgPortFinder finder(fmt::format("{}-{}", ports[0], ports[2]).c_str());
-    for (const int index : {0, 2, 0}) {
-        EXPECT_EQ(finder.FindOpenPort(), ports[index]);
+    for (const int option : {0, SO_REUSEADDR, SO_REUSEPORT}) {
+        for (int way = 0; way < (PortBlock::MachineHasIpv6() ? 4 : 2); ++way) {
+            const TestSocket occupied = Occupant(ports[1], way, option);
+            ASSERT_GE(occupied.Descriptor(), 0);
+            EXPECT_EQ(finder.FindOpenPort(), ports[0]);
+            EXPECT_EQ(finder.FindOpenPort(), ports[2]) << "option " << option << " way " << way;
+            EXPECT_EQ(ZYLMsgPortFinder(fmt::format("{}", ports[1]).c_str()).FindOpenPort(), 0);
+        }
     }
-    EXPECT_GE(TestSocket::BoundIpv4(ports[0], INADDR_ANY).Descriptor(), 0) << "the finder still holds it";
-    EXPECT_EQ(ZYLMsgPortFinder(fmt::format("{}", ports[1]).c_str()).FindOpenPort(), 0);
+    EXPECT_GE(Occupant(ports[0], 0, 0).Descriptor(), 0) << "the finder still holds it";
     EXPECT_EQ(ZYLMsgPortFinder(fmt::format("{}", 65536 + ports[0]).c_str()).FindOpenPort(), ports[0]);
     for (const char* ranges : {"abc", "65536"}) {
         EXPECT_GT(ZYLMsgPortFinder(ranges).FindOpenPort(), 0) << "a port of the system's choice";
