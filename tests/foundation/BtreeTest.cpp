@@ -148,6 +148,7 @@ TEST(BtreeTest, RotationsKeepItFlatAlsoWhereAKeyIsRemoved) {
         {{5, 1, 4, 3}, 0, 3},  // a rotation that gains nothing
         {{2, 1, 3, 4}, 2, 1},
         {{4, 2, 6, 1, 7, 8}, 2, 2},
+        {{20, 4, 30, 2, 6, 25, 35, 1, 7, 40, 9}, 1, 3},  // a rotation below the root
         {{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}, 0, 4},
     };
     for (const auto& [keys, removed, depth] : cases) {
