@@ -1,7 +1,9 @@
 // What a stranger sends to the socket of an application. The first byte of an input is the size of the pieces
 // in which the rest arrives; in one piece it must come to the same.
 #include <algorithm>
+#include <iterator>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Fuzz.h"
@@ -11,47 +13,54 @@ namespace {
 
 using namespace zyl::backbone::local;
 
+/// All of a frame, and the complaint where its body is not what its kind asks for.
 std::string Text(const FrameView& frame) {
-    const std::string head = std::to_string(static_cast<int>(frame.kind)) + frame.type + '\0';
-    switch (frame.kind) {
-        case FrameKind::kGreeting: {
-            const Greeting greeting = ReadGreeting(frame.body);
-            return head + std::to_string(greeting.pid) + greeting.host + '\0' + greeting.user +
-                   greeting.application;
+    std::string text = std::to_string(static_cast<int>(frame.kind)) + frame.type + '\0';
+    text.append(frame.body.data(), frame.body.size());
+    try {
+        switch (frame.kind) {
+            case FrameKind::kGreeting:
+                return text + ReadGreeting(frame.body).application;
+            case FrameKind::kAnnounce:
+                return text + ReadAnnouncement(frame.body).application;
+            case FrameKind::kLane:
+                return text + std::to_string(ReadLane(frame.body));
+            case FrameKind::kBlock:
+                return text + std::to_string(ReadBlock(frame.body).size);
+            case FrameKind::kDropBlock:
+                return text + std::to_string(ReadDropBlock(frame.body));
+            case FrameKind::kMessage:
+                break;
         }
-        case FrameKind::kAnnounce:
-            return head + ReadAnnouncement(frame.body).application;
-        case FrameKind::kLane:
-            return head + std::to_string(ReadLane(frame.body));
-        case FrameKind::kBlock:
-            return head + std::to_string(ReadBlock(frame.body).size);
-        case FrameKind::kDropBlock:
-            return head + std::to_string(ReadDropBlock(frame.body));
-        case FrameKind::kMessage:
-            break;
+        return text;
+    } catch (const BadFrame& bad) {
+        return text + bad.what();
     }
-    return head + std::string(frame.body.data(), frame.body.size());
 }
 
-/// Every frame up to the first bad one, whose complaint stands last.
+/// Every frame up to the first that cannot be one, whose complaint stands first. Frames are looked at after
+/// the last one, so that bytes which were moved or written over show.
 std::vector<std::string> Frames(std::string_view stream, std::size_t pieceSize) {
     FrameReader reader;
+    std::vector<FrameView> views;
     std::vector<std::string> frames;
     try {
-        while (!stream.empty()) {
+        for (std::size_t at = 0; at < stream.size();) {
             const std::span<char> room = reader.Room();
             Require(!room.empty(), "there is always room");
-            const std::size_t size = std::min({pieceSize, room.size(), stream.size()});
-            std::copy_n(stream.begin(), size, room.begin());
-            stream.remove_prefix(size);
+            Require(room.size() < 2 * at + 1'000'000, "what is only announced takes no memory");
+            const std::size_t size = std::min({pieceSize, room.size(), stream.size() - at});
+            std::copy_n(stream.data() + at, size, room.begin());
+            at += size;
             reader.Received(size);
-            while (const std::optional<FrameView> frame = reader.Next()) {
-                frames.push_back(Text(*frame));
+            while (std::optional<FrameView> view = reader.Next()) {
+                views.push_back(std::move(*view));
             }
         }
     } catch (const BadFrame& bad) {
         frames.emplace_back(bad.what());
     }
+    std::transform(views.begin(), views.end(), std::back_inserter(frames), Text);
     return frames;
 }
 

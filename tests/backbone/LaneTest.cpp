@@ -1,99 +1,131 @@
+// A lane at the byte level, with both ends in one process: on two threads, and with a peer that writes anything
+// at all.
+
 #include "local/Lane.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
 #include <functional>
 #include <string>
+#include <thread>
 
 #include "HeapMemory.h"
-
-/// A lane at the byte level, with both ends in one process; and what a peer that writes anything at all can
-/// do.
 
 namespace {
 
 using namespace zyl::backbone::local;
 
-std::string Body(std::size_t size) {
-    std::string body(size, '\0');
-    for (std::size_t index = 0; index < size; ++index) {
-        body[index] = static_cast<char>(index * 31 + size);
-    }
-    return body;
+void Send(LaneWriter& writer, const std::string& body) {
+    void* const room = writer.Reserve("type", 5, body.size());
+    ASSERT_NE(room, nullptr);
+    std::memcpy(room, body.data(), body.size());
+    writer.Publish(0);
 }
 
-class Lane : public ::testing::Test {
-  protected:
-    bool Send(const std::string& type, const std::string& body) {
-        void* room = m_writer.Reserve(type.c_str(), type.size() + 1, body.size());
-        if (room == nullptr) {
-            return false;
+TEST(Lane, TwoThreadsExchangeEverythingAlignedAndWithoutALostWakeUp) {
+    constexpr int kCount = 200'000;
+    const LaneShape shape{4096, 512};
+    const auto memory = std::make_shared<HeapMemory>(shape.Memory());
+    const auto body = [](int number) {
+        return std::string(static_cast<std::size_t>(number * 37 % 700), static_cast<char>(number % 127));
+    };
+    std::atomic<int> bells = 0;
+    std::atomic<int> notes = 0;
+    const auto ring = [](std::atomic<int>& bell) {
+        ++bell;
+        bell.notify_one();
+    };
+    std::thread writing([&] {
+        LaneWriter writer(memory, shape);
+        for (int number = 0; number < kCount; ++number) {
+            const std::string sent = body(number);
+            int before = notes;
+            void* room = nullptr;
+            while ((room = writer.Reserve("t", 2, sent.size())) == nullptr) {
+                if (writer.ReaderNeedsBell()) {
+                    ring(bells);
+                }
+                notes.wait(before);
+                before = notes;
+            }
+            std::memcpy(room, sent.data(), sent.size());
+            if (writer.Publish(0)) {
+                ring(bells);
+            }
         }
-        std::memcpy(room, body.data(), body.size());
-        m_writer.Publish(0);
-        return true;
+    });
+    LaneReader reader(memory, shape);
+    const auto tellOfRoom = [&] {
+        if (reader.WriterWaits()) {
+            ring(notes);
+        }
+    };
+    for (int number = 0; number < kCount;) {
+        const int before = bells;
+        if (const std::optional<LaneMessage> message = reader.Take()) {
+            EXPECT_EQ(std::string(message->body.data(), message->body.size()), body(number++));
+            EXPECT_EQ(reinterpret_cast<std::uintptr_t>(message->body.data()) %
+                          (message->body.size() < 512 ? 8 : kCacheLine),
+                      0U);
+        } else {
+            reader.Asleep();
+            StoreLoadFence();
+            reader.GiveBack();
+            tellOfRoom();
+            if (!reader.HasNews()) {
+                bells.wait(before);
+            }
+            reader.Awake();
+        }
+        tellOfRoom();
     }
-    LaneHead& Head() { return *reinterpret_cast<LaneHead*>(m_memory->Bytes().data()); }
-    char* Ring() { return m_memory->Bytes().data() + kLaneHead; }
-    static std::string Text(const LaneMessage& message) { return {message.body.data(), message.body.size()}; }
-
-    LaneShape m_shape{std::size_t{2} << 20, std::size_t{64} << 10};
-    std::shared_ptr<HeapMemory> m_memory = std::make_shared<HeapMemory>(m_shape.Memory());
-    LaneWriter m_writer{m_memory, m_shape};
-};
-
-TEST_F(Lane, BodiesOfEverySizeCrossManyTimesRoundTheRingAndStartAligned) {
-    LaneReader reader(m_memory, m_shape);
-    std::size_t total = 0;
-    for (std::size_t size = 0; total < 5 * m_shape.ring; size = size * 9 / 8 + 1) {
-        size = m_writer.Fits(40, size) ? size : 0;
-        ASSERT_TRUE(Send("type of " + std::to_string(size), Body(size)));
-        const std::optional<LaneMessage> message = reader.Take();
-        ASSERT_TRUE(message);
-        EXPECT_EQ(message->type, "type of " + std::to_string(size));
-        EXPECT_EQ(Text(*message), Body(size));
-        const std::size_t boundary = size < 512 ? 8 : size < 16 * 1024 ? 64 : 4096;
-        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(message->body.data()) % boundary, 0U);
-        total += size + 64;
-    }
+    writing.join();
 }
 
-TEST_F(Lane, NonsenseInTheSharedMemoryIsRefused) {
-    ASSERT_TRUE(Send("type", Body(100)));
-    const std::string record(Ring(), 256);
-    const auto number = [&](std::size_t offset, std::uint32_t value) {
-        return [=, this] { std::memcpy(Ring() + offset, &value, sizeof value); };
+TEST(Lane, NonsenseInTheSharedMemoryIsRefused) {
+    const LaneShape shape{4096, 512};
+    const auto memory = std::make_shared<HeapMemory>(shape.Memory());
+    LaneWriter writer(memory, shape);
+    LaneHead& head = *reinterpret_cast<LaneHead*>(memory->Bytes().data());
+    char* const ring = memory->Bytes().data() + kLaneHead;
+    Send(writer, std::string(100, 'b'));
+    const std::string record(ring, 256);
+    const struct {
+        const char* name;
+        std::size_t offset;  ///< of a number in the record
+        std::uint32_t value;
+        std::uint64_t written = 192;
+    } kCases[] = {
+        {"kind none", 0, 0},
+        {"kind unknown", 0, 4},
+        {"nothing with a type", 0, 3},
+        {"no type", 4, 0},
+        {"type too long", 4, 65536},
+        {"type past its body", 4, 1000},
+        {"body in the head", 8, 8},
+        {"body past the written", 8, 512},
+        {"body far off", 8, 0xffffffff},
+        {"body too long", 12, 200},
+        {"body longer than all", 12, 0xffffffff},
+        {"block too long", 16, 0x80000000},
+        {"written ahead of the ring", 0, 1, 2 * 4096},
+        {"written behind", 0, 1, static_cast<std::uint64_t>(-64)},
+        {"written off the boundary", 0, 1, 193},
     };
-    const auto written = [&](std::uint64_t value) { return [=, this] { Head().written.Store(value); }; };
-    const std::vector<std::pair<const char*, std::function<void()>>> cases = {
-        {"kind none", number(0, 0)},
-        {"kind unknown", number(0, 4)},
-        {"nothing with a type", number(0, 3)},
-        {"no type", number(4, 0)},
-        {"type too long", number(4, 65536)},
-        {"type past its body", number(4, 1000)},
-        {"body in the head", number(8, 8)},
-        {"body past the written", number(8, 1u << 19)},
-        {"body far off", number(8, 0xffffffff)},
-        {"body too long", number(12, 200)},
-        {"body longer than all", number(12, 0xffffffff)},
-        {"block too long", number(16, 0x80000000)},
-        {"written ahead of the ring", written(2 * m_shape.ring)},
-        {"written behind", written(static_cast<std::uint64_t>(-64))},
-        {"written off the boundary", written(193)},
-    };
-    for (const auto& [name, spoil] : cases) {
+    for (const auto& [name, offset, value, written] : kCases) {
         SCOPED_TRACE(name);
-        std::memcpy(Ring(), record.data(), record.size());
-        Head().written.Store(192);
-        spoil();
-        LaneReader reader(m_memory, m_shape);
+        std::memcpy(ring, record.data(), record.size());
+        std::memcpy(ring + offset, &value, sizeof value);
+        head.written.Store(written);
+        LaneReader reader(memory, shape);
         EXPECT_THROW(reader.Take(), BadFrame);
     }
     for (const std::uint64_t read : {std::uint64_t{193}, ~std::uint64_t{0}}) {
-        Head().read.Store(read);
-        EXPECT_THROW(while (Send("t", Body(200'000))){}, BadFrame);
+        head.read.Store(read);
+        EXPECT_THROW(
+            while (writer.Reserve("t", 2, 1000) != nullptr) { writer.Publish(0); }, BadFrame);
     }
 }
 
