@@ -67,55 +67,64 @@ TEST_F(PlainFunctionsDeathTest, ThreadsMayTakeTurnsButNotBeInsideAtOnce) {
     EXPECT_EQ(process.Wait(), "signal 6");
 }
 
-TEST_F(PlainFunctions, ForkedChildWithdrawsNothingAndHidesNotTheParentsEnd) {
+TEST_F(PlainFunctions, LoopsEndByTheirConditionOverOneDomainOrAll) {
+    Process process([] {
+        Participant me;
+        me.Receive("self");
+        me.Send("self", 2, 8);
+        int condition = 0;
+        WaitingLoop(me.Domain(), -1, &condition);
+        EXPECT_EQ(me.Account(), "0 messages") << "a condition that is 0 already ends the wait at once";
+        me.onMessage = [&] { ++condition; };
+        condition = 5;
+        WaitingLoop(me.Domain(), -1, &condition);
+        EXPECT_EQ(me.Account(), "1 messages") << "any change ends the wait after the callback that made it";
+        BBSysLoopWait(&condition, -1);
+        EXPECT_EQ(me.Account(), "2 messages");
+        return 0;
+    });
+    EXPECT_EQ(process.Wait(), "status 0") << process.Output();
+}
+
+/// Links come and go while children have copies of them: one that runs no handler of the fork, as every child
+/// for a moment, one that executes a program, one that stays and one that ends.
+TEST_F(PlainFunctions, ForkedChildrenOfAHandlerDisturbNoLinkAndHideNotTheParentsEnd) {
+    constexpr int kRounds = 5;
     std::map<std::string, Peer> peers;
     Play(peers, {{"watcher", "watch watcher"}});
     Process parent([] {
         Participant me;
         me.Receive("parent");
-        const pid_t first = fork();
-        if (first == 0) {
-            std::exit(0);
-        }
-        int status = -1;
-        waitpid(first, &status, 0);
-        EXPECT_EQ(status, 0);
-        if (fork() == 0) {
-            pause();
-        }
-        Tell("forked");
-        me.Await(1, 0);
-        raise(SIGKILL);
-        return 0;
-    });
-    parent.AwaitLine("forked");
-    Play(peers,
-         {{"watcher", "send parent 1 8"}, {"watcher", "await 0 1", "0 messages, parent lost after 0"}});
-}
-
-/// Links come and go while children have copies of them: one that has run no handler of the fork, as every
-/// child for a moment, and one that executes a program.
-TEST_F(PlainFunctions, ForkedChildrenOfAHandlerDisturbNoLink) {
-    constexpr int kRounds = 5;
-    Process parent([] {
-        Participant me;
-        me.Receive("parent");
-        me.onMessage = [&me] {
-            if (_Fork() == 0) {
+        std::vector<pid_t> children;
+        me.onMessage = [&] {
+            children.push_back(_Fork());
+            if (children.back() == 0 || fork() == 0) {
                 pause();
             }
             if (fork() == 0) {
                 execlp("sleep", "sleep", "60", nullptr);
             }
+            const pid_t last = fork();
+            if (last == 0) {
+                std::exit(0);
+            }
+            int status = -1;
+            waitpid(last, &status, 0);
+            EXPECT_EQ(status, 0);
             Tell(me.Account());
         };
         me.Await(kRounds, 0);
-        return 0;
+        for (const pid_t child : children) {
+            kill(child, SIGKILL);
+            waitpid(child, nullptr, 0);
+        }
+        return HasFailure() ? 1 : raise(SIGKILL);
     });
     for (int round = 1; round <= kRounds; ++round) {
         Play({{"another", "send parent 1 8"}, {"another", "leave"}});
         parent.AwaitLine(std::to_string(round) + " messages");
     }
+    Play(peers, {{"watcher", "await 0 1", "0 messages, parent lost after 0"}});
 }
 
 }  // namespace

@@ -119,10 +119,8 @@ TEST_P(Stranger, WhoListensUnderANameAndAnswersGarbageHarmsNoSender) {
     const std::unique_ptr<Channel> link = m_names->Accept().channel;
     ASSERT_NE(link, nullptr);
     link->Send(std::string(100'000, 'x'));
-    Play(m_peers, {{"sender", "send fake 1 8"},
-                   {"sender", "look"},
-                   {"sender", "send sender 1 8"},
-                   {"sender", "look", "1 messages"}});
+    Play(m_peers,
+         {{"sender", "send fake 1 8"}, {"sender", "send sender 1 8"}, {"sender", "await 1 0", "1 messages"}});
 }
 
 }  // namespace

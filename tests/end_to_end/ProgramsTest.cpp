@@ -30,7 +30,7 @@ namespace {
 Process Shell(const std::string& command) {
     constexpr const char* kNames =
         R"(P={}; L="$P/zylmsg --domain job listen"; Z="$P/zylmsg --domain job --as operator"; {})";
-    return Process({"/bin/sh", "-c", fmt::format(kNames, ZYL_PROGRAMS, command)});
+    return Process(fmt::format(kNames, ZYL_PROGRAMS, command));
 }
 
 void ExpectEnd(Process& process, const std::string& status, const std::vector<std::string>& texts) {

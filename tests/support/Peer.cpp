@@ -20,14 +20,11 @@ Participant* s_me = nullptr;
 const std::string* s_type = nullptr;
 const std::string* s_body = nullptr;
 
-std::string HeadOf(const std::string& stream, int number) {
-    return fmt::format("{} {} ", stream, number);
-}
-
+/// A body of `size` bytes, or as long as what it begins with.
 std::string Body(const std::string& stream, int number, std::size_t size) {
-    std::string body = HeadOf(stream, number);
-    body.reserve(body.size() + size);
-    for (std::size_t index = 0; index < size; ++index) {
+    std::string body = fmt::format("{} {} ", stream, number);
+    body.reserve(size);
+    for (std::size_t index = body.size(); index < size; ++index) {
         body += static_cast<char>(index * 7 + index / 251 + static_cast<std::size_t>(number));
     }
     return body;
@@ -35,13 +32,10 @@ std::string Body(const std::string& stream, int number, std::size_t size) {
 
 /// Lets this process have no more memory than it has now and `more` bytes.
 void LimitMemoryTo(rlim_t more) {
-    std::ifstream status("/proc/self/status");
-    for (std::string word; word != "VmSize:";) {
-        status >> word;
-    }
-    rlim_t kibibytes = 0;
-    status >> kibibytes;
-    const rlimit limit{kibibytes * 1024 + more, kibibytes * 1024 + more};
+    rlim_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    const rlim_t size = pages * static_cast<rlim_t>(getpagesize()) + more;
+    const rlimit limit{size, size};
     setrlimit(RLIMIT_AS, &limit);
 }
 
@@ -54,42 +48,21 @@ Value Next(std::istream& words) {
 
 void Obey(Participant& me, std::istream& words) {
     const auto order = Next<std::string>(words);
-    const auto name = order == "await" ? "" : Next<std::string>(words);
-    const auto count = Next<int>(words);
-    if (order == "declare" || order == "helper") {
-        me.Declare(name, order == "declare");
+    if (order == "declare") {
+        me.Declare(Next<std::string>(words));
     } else if (order == "receive") {
-        me.Receive(name);
+        me.Receive(Next<std::string>(words));
     } else if (order == "watch") {
-        me.Watch(name);
+        me.Watch(Next<std::string>(words));
     } else if (order == "send") {
-        me.Send(name, count, Next<std::size_t>(words));
+        const auto target = Next<std::string>(words);
+        const auto count = Next<int>(words);
+        me.Send(target, count, Next<std::size_t>(words));
     } else if (order == "await") {
-        me.Await(count, Next<std::size_t>(words));
-    } else if (order == "look") {
-        int never = 1;
-        WaitingLoop(me.Domain(), 0, &never);
-    } else if (order == "echo") {
-        me.onMessage = [&me, name] { me.Send(name, 1, 8); };
-    } else if (order == "ping") {
-        for (int number = 0; number < count; ++number) {
-            me.Send(name, 1, 8);
-            me.Await(me.Messages() + 1, 0);
-        }
-    } else if (order == "crowd") {
-        for (int rounds = Next<int>(words); rounds > 0; --rounds) {
-            for (int target = 0; target < count; ++target) {
-                const auto size = static_cast<std::size_t>(rounds * target);
-                if (std::to_string(target) != name) {
-                    me.Send(std::to_string(target), 1, size % 97 == 0 ? 300'000 : size * 8);
-                }
-            }
-        }
-    } else if (order == "descriptors") {
-        const rlimit limit{std::stoul(name), std::stoul(name)};
-        setrlimit(RLIMIT_NOFILE, &limit);
+        const auto messages = Next<int>(words);
+        me.Await(messages, Next<std::size_t>(words));
     } else if (order == "memory") {
-        LimitMemoryTo(std::stoul(name));
+        LimitMemoryTo(Next<rlim_t>(words));
     } else if (order == "leave") {
         std::exit(0);
     } else {
@@ -114,8 +87,8 @@ Participant::Participant() {
     RegisterCommunicator("job", &m_domain);
 }
 
-void Participant::Declare(const std::string& name, bool announce) const {
-    DeclareApplicationId(m_domain, name.c_str(), announce);
+void Participant::Declare(const std::string& name) const {
+    DeclareApplicationId(m_domain, name.c_str(), true);
 }
 
 void Participant::Receive(const std::string& name) const {
@@ -156,10 +129,9 @@ void Participant::Hear(const std::string& type, const std::string& body) {
     if (!body.empty() || type != "empty") {
         const std::string stream = body.substr(0, body.find(' '));
         const int number = std::atoi(body.c_str() + std::min(body.size(), stream.size()));
-        const std::size_t head = HeadOf(stream, number).size();
         const int last = std::exchange(m_heard[stream], number);
-        if ((last != 0 && number != last + 1) || body.size() < head ||
-            type != fmt::format("t{}", number % 3) || body != Body(stream, number, body.size() - head)) {
+        if ((last != 0 && number != last + 1) || type != fmt::format("t{}", number % 3) ||
+            body != Body(stream, number, body.size())) {
             m_events.push_back(fmt::format("message {} is wrong", m_messages));
         }
     }

@@ -14,17 +14,16 @@
 class Participant {
   public:
     Participant();
-    void Declare(const std::string& name, bool announce) const;
+    void Declare(const std::string& name) const;
     void Receive(const std::string& name) const;
     void Watch(const std::string& name) const;
-    /// Sends messages with `size` bytes behind their heads, or without any byte where it is 0.
+    /// Sends messages of `size` bytes, or of as many as it takes to number them; without any byte where it is 0.
     void Send(const std::string& target, int count, std::size_t size);
     /// Runs the waiting loop until so many messages and losses have come in all, for a minute at most.
     void Await(int messages, std::size_t losses);
     /// What has come: "3 messages, NAME lost after 2".
     std::string Account() const;
 
-    int Messages() const { return m_messages; }
     int Domain() const { return m_domain; }
     /// Called for each message, inside the callback.
     std::function<void()> onMessage = [] {};
@@ -38,16 +37,11 @@ class Participant {
     int m_stirred = 1;
     std::vector<std::string> m_events;           ///< losses, and messages that are not as they must be
     std::map<std::string, int> m_sent, m_heard;  ///< numbers, by who sends to whom
-    std::string m_type, m_body;
 };
 
-/// A process that does as a participant what it is told by the orders `declare NAME`, `helper NAME`,
-/// `receive NAME`, `watch NAME`, `send TARGET COUNT SIZE`, `await MESSAGES LOSSES`, `look`, and:
-///   echo TARGET       sends a message to the target for each one that comes from now on
-///   ping TARGET COUNT sends messages, each after the answer to the one before it
-///   crowd SELF COUNT ROUNDS  sends to all others of so many applications "0", "1", ...
-///   descriptors NUMBER, memory BYTES  limits what it may have: in all, and more than it has
-///   leave, crash
+/// A process that does as a participant what it is told by the orders `declare NAME`, `receive NAME`,
+/// `watch NAME`, `send TARGET COUNT SIZE`, `await MESSAGES LOSSES`, `memory BYTES` (it may have so much more than
+/// it has), `leave` and `crash`.
 class Peer : public Process {
   public:
     Peer();

@@ -25,21 +25,10 @@ namespace {
 /// Long for a loaded machine under a sanitizer, and shorter than the limit that ctest sets.
 constexpr unsigned kDeadlineInSeconds = 100;
 
-int Execute(const std::vector<std::string>& command) {
-    std::vector<char*> argv;
-    argv.reserve(command.size() + 1);
-    for (const std::string& argument : command) {
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    }
-    argv.push_back(nullptr);
-    execv(argv[0], argv.data());
-    std::perror(argv[0]);
-    return 127;
-}
-
 }  // namespace
 
-Process::Process(const std::vector<std::string>& command) : Process([&] { return Execute(command); }) {}
+Process::Process(const std::string& command)
+    : Process([&] { return execl("/bin/sh", "sh", "-c", command.c_str(), nullptr); }) {}
 
 Process::Process(const std::function<int()>& role) {
     std::fflush(nullptr);

@@ -18,8 +18,8 @@ class Process {
     /// Plays `role` in a child of this process, whose exit status is the role's, or 1 where one of its
     /// expectations failed. The test itself never touches the backbone.
     explicit Process(const std::function<int()>& role);
-    /// Executes a program.
-    explicit Process(const std::vector<std::string>& command);
+    /// Executes a command of a shell.
+    explicit Process(const std::string& command);
     ~Process();
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
