@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <utility>
+#include <string_view>
 
 #include "Process.h"
 #include "ZYLMsgBBAPI.h"
@@ -21,45 +21,35 @@ int Domain() {
 }
 
 struct TextHandler : ZYLMsgBBMessageHandler {
-    explicit TextHandler(Application::OnText onText) : m_onText(std::move(onText)) {}
+    explicit TextHandler(Application& owner) : m_owner(owner) {}
     void HandleMessage(const ZYLMsgBBMessage& message, const char* id) override {
         const auto& text = static_cast<const ZYLMsgStringType&>(message);
-        m_onText(id, {text.Data(), static_cast<std::size_t>(text.Size())});
+        const std::string_view said(text.Data(), static_cast<std::size_t>(text.Size()));
+        Tell(fmt::format("{}: {}", id, said));
+        if (said == "done") {
+            m_owner.End();
+        }
     }
-    Application::OnText m_onText;
+    Application& m_owner;
 };
 
 struct Watch : ZYLMsgBBDisconnectHandler {
-    Watch(ZYLMsgFileTransfer& files, Application::OnLoss onLoss)
-        : m_files(files), m_onLoss(std::move(onLoss)) {}
-    void DetectDisconnection(int pid, const char* app, const char* /*host*/,
+    explicit Watch(ZYLMsgFileTransfer& files) : m_files(files) {}
+    void DetectDisconnection(int /*pid*/, const char* app, const char* /*host*/,
                              const char* /*user*/) const override {
         m_files.ApplicationLost(app);
-        if (m_onLoss) {
-            m_onLoss(pid, app);
-        }
     }
     ZYLMsgFileTransfer& m_files;
-    Application::OnLoss m_onLoss;
 };
 
 }  // namespace
 
-Application::Application(const std::string& name, OnText onText, OnLoss onLoss, int verbosity)
-    : files(Domain(), nullptr, verbosity), m_watch(std::make_unique<Watch>(files, std::move(onLoss))) {
+Application::Application(const std::string& name, int verbosity)
+    : files(Domain(), nullptr, verbosity), m_watch(std::make_unique<Watch>(files)) {
     static const ZYLMsgBBCallbackManager manager;  // deletes what it adopts when the process ends
-    if (!onText) {
-        onText = [this](const std::string& sender, const std::string& text) {
-            Tell(fmt::format("{}: {}", sender, text));
-            if (text == "done") {
-                End();
-            }
-        };
-    }
     ZYLMsgBBAPI::DeclareApplicationId(Domain(), name.c_str(), true);
     ZYLMsgBBCallbackManager::SetMessageID(name.c_str());
-    ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(new ZYLMsgStringType,
-                                                      new TextHandler(std::move(onText)));
+    ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(new ZYLMsgStringType, new TextHandler(*this));
     ZYLMsgBBCallbackManager::AdoptPrototypeAndHandler(new ZYLMsgFileTransferType,
                                                       new ZYLMsgFileTransferHandler(&files));
     ZYLMsgBBCallbackManager::AssociateDisconnectHandler(m_watch.get());
@@ -67,19 +57,7 @@ Application::Application(const std::string& name, OnText onText, OnLoss onLoss, 
     ZYLMsgBBAPI::EnableDisconnectHandling(Domain(), name.c_str());
 }
 
-void Application::Say(const std::string& target, const std::string& text) {
-    ZYLMsgStringType message;
-    message.SetData(text.data(), static_cast<int>(text.size()));
-    ZYLMsgBBAPI::SendRequest(Domain(), target.c_str(), message);
-}
-
 void Application::Listen() {
-    m_endingCondition = m_hasEnded ? 0 : -1;
+    m_endingCondition = -1;
     ZYLMsgBBAPI::WaitingLoop(Domain(), -1, m_endingCondition);
-    m_hasEnded = false;
-}
-
-void Application::End() {
-    m_hasEnded = true;
-    m_endingCondition = 0;
 }

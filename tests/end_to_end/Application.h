@@ -1,7 +1,6 @@
 #ifndef ZYL_TESTS_END_TO_END_APPLICATION_H
 #define ZYL_TESTS_END_TO_END_APPLICATION_H
 
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -12,23 +11,17 @@
 /// ends those of lost applications.
 class Application {
   public:
-    using OnText = std::function<void(const std::string& sender, const std::string& text)>;
-    using OnLoss = std::function<void(int pid, const std::string& application)>;
+    /// The lines of file transfers up to the level `verbosity` go to standard error.
+    explicit Application(const std::string& name, int verbosity = 0);
 
-    /// Without `onText` it tells each text as the line "sender: text", and ends at the text "done". The
-    /// lines of file transfers up to the level `verbosity` go to standard error.
-    explicit Application(const std::string& name, OnText onText = {}, OnLoss onLoss = {}, int verbosity = 0);
-
-    static void Say(const std::string& target, const std::string& text);
-    /// Handles what comes until End was called once since the last Listen.
+    /// Tells each text that comes as the line "sender: text", until the text "done".
     void Listen();
-    void End();
+    void End() { m_endingCondition = 0; }
 
     ZYLMsgFileTransfer files;
 
   private:
     std::unique_ptr<ZYLMsgBBDisconnectHandler> m_watch;
-    bool m_hasEnded = false;
     int m_endingCondition = -1;
 };
 

@@ -173,7 +173,7 @@ TEST_F(WithProcesses, ZylmsgPutsAFileAndWaitsForTheConfirmationAlsoAfterOneThatW
     const std::string there = m_directory / "there";
     std::filesystem::create_directory(there);
     Process target([] {
-        Application("target", {}, {}, 4).Listen();
+        Application("target", 4).Listen();
         return 0;
     });
     {
@@ -208,7 +208,7 @@ TEST_F(WithProcesses, AFullDiskIsReportedOnceOnBothSidesAndSmallFilesStillArrive
     std::filesystem::create_directory(to);
     Process target([&] {
         MakeDiskOf(kDisk, to);
-        Application me("target", {}, {}, 1);
+        Application me("target", 1);
         me.Listen();
         const std::string copy = FileBytes(to + "/large");
         EXPECT_TRUE(!copy.empty() && FileBytes(from + "/large").starts_with(copy)) << copy.size();

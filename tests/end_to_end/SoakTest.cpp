@@ -14,7 +14,6 @@
 #include <filesystem>
 #include <random>
 #include <regex>
-#include <set>
 
 #include "Application.h"
 #include "Peer.h"
@@ -35,106 +34,7 @@ std::ptrdiff_t Count(const std::string& expression, const std::string& text) {
     return std::distance(std::sregex_iterator(text.begin(), text.end(), regex), std::sregex_iterator());
 }
 
-constexpr std::size_t kSizes[] = {0, 1, 65536, 200'000, 700'001};
-
-/// A sender and a receiver of files that are killed at any time and start again at once under their names.
-/// The receiver greets each life of the sender and tells of each file that it has it. Both give their
-/// process numbers, for what one hears may come from an earlier life of the other.
-class RestartedPeer : public OnLane {
-  protected:
-    RestartedPeer() {
-        for (const std::size_t size : kSizes) {
-            MakeFile(fmt::format("{}/{}", m_from, size), size);
-        }
-        std::filesystem::create_directory(m_to);
-    }
-
-    int Sender() {
-        std::set<int> receivers;  // the lives that are heard of and not lost
-        std::string had;
-        Application me(
-            "sender",
-            [&](const std::string&, const std::string& text) {
-                if (text.starts_with("hello ")) {
-                    receivers.insert(std::stoi(text.substr(6)));
-                } else {
-                    had = text;
-                }
-                me.End();
-            },
-            [&](int pid, const std::string&) {
-                receivers.erase(pid);
-                me.End();
-            });
-        Application::Say("receiver", "start");
-        for (int n = 1, met = 0;; ++n) {
-            while (receivers.empty()) {
-                me.Listen();
-            }
-            const int life = *receivers.rbegin();
-            const std::string source =
-                std::to_string(kSizes[static_cast<std::size_t>(n) % std::size(kSizes)]);
-            const std::string copy = fmt::format("{}-{}", getpid(), n);
-            const auto send = n % 2 == 0 ? &ZYLMsgFileTransfer::SendFile : &ZYLMsgFileTransfer::ISendFile;
-            (me.files.*send)("sender", m_from.c_str(), "", source.c_str(), "receiver", m_to.c_str(), "",
-                             copy.c_str());
-            Application::Say("receiver", copy);
-            const std::string whole = fmt::format("{} at {}", copy, life);
-            while (had != whole && receivers.contains(life)) {
-                me.Listen();
-            }
-            if (had != whole) {
-                continue;
-            }
-            if (FileBytes(m_to + "/" + copy) != FileBytes(m_from + "/" + source)) {
-                Tell(copy + " is broken");
-            }
-            std::filesystem::remove(m_to + "/" + copy);
-            if (life != met) {
-                Tell(fmt::format("sender {} has met receiver {}", getpid(), life));
-                met = life;
-            }
-        }
-    }
-
-    /// Whichever of the two starts last finds the other there.
-    static int Receiver() {
-        const auto greet = [] { Application::Say("sender", fmt::format("hello {}", getpid())); };
-        Application me(
-            "receiver",
-            [&](const std::string&, const std::string& text) {
-                text == "start" ? greet()
-                                : Application::Say("sender", fmt::format("{} at {}", text, getpid()));
-            },
-            [&](int, const std::string& application) {
-                if (application == "sender") {
-                    greet();
-                }
-            });
-        greet();
-        me.Listen();
-        return 0;
-    }
-
-    /// Waits until two lives have met neither of which was killed.
-    std::array<int, 2> AwaitMeeting(Process& sender) const {
-        std::array<int, 2> lives{};
-        do {
-            const std::string line = sender.AwaitLine("has met");
-            if (std::sscanf(line.c_str(), "sender %d has met receiver %d", &lives[0], &lives[1]) != 2) {
-                break;
-            }
-        } while (m_killed.contains(lives[0]) || m_killed.contains(lives[1]));
-        return lives;
-    }
-
-    std::set<int> m_killed;
-    const std::string m_from = m_directory / "from";
-    const std::string m_to = m_directory / "to";
-};
-
-/// Plays a role in one child after another, for as long as they are killed. Some are killed while they
-/// start.
+/// Plays a role in one child after another, for as long as they are killed.
 int Keep(const std::function<int()>& role) {
     for (;;) {
         std::fflush(nullptr);
@@ -156,6 +56,52 @@ int Keep(const std::function<int()>& role) {
     }
 }
 
+constexpr std::size_t kSizes[] = {0, 1, 65536, 200'000, 700'001};
+
+/// A sender and a receiver of files that are killed at any time and start again at once under their names. Each tells
+/// of each life.
+class RestartedPeer : public OnLane {
+  protected:
+    RestartedPeer() {
+        for (const std::size_t size : kSizes) {
+            MakeFile(fmt::format("{}/{}", m_from, size), size);
+        }
+        std::filesystem::create_directory(m_to);
+    }
+
+    int Sender() const {
+        Application me("sender");
+        Tell(fmt::format("life {}", getpid()));
+        for (std::size_t n = 0;; ++n) {
+            const std::string source = std::to_string(kSizes[n % std::size(kSizes)]);
+            const std::string copy = fmt::format("{}-{}", getpid(), n);
+            me.files.SendFile("sender", m_from.c_str(), "", source.c_str(), "receiver", m_to.c_str(), "",
+                              copy.c_str());
+            if (me.files.LastOutcome().ok) {
+                Tell(FileBytes(m_to + "/" + copy) == FileBytes(m_from + "/" + source) ? "a copy is whole"
+                                                                                      : "a copy is broken");
+            }
+            std::filesystem::remove(m_to + "/" + copy);
+        }
+    }
+
+    static int Receiver() {
+        Application me("receiver");
+        Tell(fmt::format("life {}", getpid()));
+        me.Listen();
+        return 0;
+    }
+
+    /// Waits for the next life of one of them, and gives its process number.
+    static int AwaitLife(Process& keeper) {
+        const std::string line = keeper.AwaitLine("life ");
+        return line.empty() ? 0 : std::stoi(line.substr(5));
+    }
+
+    const std::string m_from = m_directory / "from";
+    const std::string m_to = m_directory / "to";
+};
+
 TEST_P(RestartedPeer, IsReportedOnceForEachLifeAndMetAgain) {
     const auto seed = static_cast<unsigned>(NumberFrom("ZYL_SOAK_SEED", std::random_device{}()));
     const auto end =
@@ -164,26 +110,35 @@ TEST_P(RestartedPeer, IsReportedOnceForEachLifeAndMetAgain) {
     Peer auditor;
     auditor.Begin("watch auditor");
     auditor.Account();
-    Process receiver([] { return Keep([] { return Receiver(); }); });
+    Process receiver([] { return Keep(Receiver); });
     Process sender([&] { return Keep([&] { return Sender(); }); });
-    while (!HasFailure() && std::chrono::steady_clock::now() < end) {
+    const std::array<Process*, 2> both{&sender, &receiver};
+    std::array<int, 2> lives{AwaitLife(sender), AwaitLife(receiver)};
+    int killed = 0;
+    for (unsigned victims = 3; !HasFailure(); victims = 1 + static_cast<unsigned>(random() % 3)) {
         RestartDeadline();
-        const std::array<int, 2> lives = AwaitMeeting(sender);
-        usleep(static_cast<useconds_t>(random() % 20'000));  // so that the end comes at any moment
-        for (const unsigned victims = 1 + static_cast<unsigned>(random() % 3);
-             const unsigned role : {0U, 1U}) {
-            if ((victims & 1U << role) != 0 && !HasFailure()) {
+        for (const unsigned role : {0U, 1U}) {
+            if ((victims & 1U << role) != 0) {
                 kill(lives[role], SIGKILL);
-                m_killed.insert(lives[role]);
+                ++killed;
             }
         }
+        for (const unsigned role : {0U, 1U}) {
+            if ((victims & 1U << role) != 0) {
+                lives[role] = AwaitLife(*both[role]);
+            }
+        }
+        sender.AwaitLine("a copy is whole");
+        if (victims == 3 && std::chrono::steady_clock::now() >= end) {
+            break;
+        }
+        usleep(static_cast<useconds_t>(random() % 20'000));  // so that the end comes at any moment
     }
-    AwaitMeeting(sender);
-    for (Process* process : {&sender, &receiver}) {
+    for (Process* process : both) {
         process->Kill(SIGKILL);
         EXPECT_EQ(process->Wait(), "signal 9");
     }
-    std::printf("ZYL_SOAK_SEED=%u: %zu processes killed\n", seed, m_killed.size());
+    std::printf("ZYL_SOAK_SEED=%u: %d processes killed\n", seed, killed);
     EXPECT_LE(BackboneFiles().size(), 8U) << "the leftovers of one life each, however many there were";
 
     const auto senders = Count("ended by signal 9\n", sender.Output());
