@@ -153,10 +153,6 @@ TEST(EnvelopeLine, ShowsWhatNobodyKnowsAndWhatMakesNoSense) {
          "x ZYLMsgStringType (29 bytes): '\\\\\\x09\\x1b[2J \u00e4\u20ac\U0001f600 \\xc2\\x9b "
          "\\xe0\\x80\\x80 \\xf5\\x80 \\xe2\\x82'"},
         {"ZYLMsgStringType", id + longest + "b", cut.c_str()},
-        {"ZYLMsgProcessControlType", id + "\x10\0\0\0<Kill>all</Kill>"s,
-         "x ZYLMsgProcessControlType (20 bytes): '<Kill>all</Kill>'"},
-        {"ZYLMsgFileTransferType", id + "\3\0\0\0"s + std::string(32, '\0') + "\7\0\0\0\2\0\0\0ab"s,
-         "x ZYLMsgFileTransferType (46 bytes): chunk 7 of 2 bytes"},
         {"ZYLMsgFileTransferType",
          id + "\6\0\0\0"s + std::string(28, '\0') + "\x08\0\0\0no \\x0a\a"s + std::string(8, '\0'),
          "x ZYLMsgFileTransferType (52 bytes): confirms the file; it failed: no \\x0a\\x07"},
