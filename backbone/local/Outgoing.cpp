@@ -69,7 +69,11 @@ bool Outgoing::Alive() {
     return !m_lost;
 }
 
+/// A send that ended with an exception may have left part of a frame: the rest of it comes first.
 void* Outgoing::Reserve(const char* type, int size) {
+    if (FrameIsPartlySent() && CommitFrame() != Progress::kDone) {
+        return nullptr;
+    }
     if (m_lost || SendBacklog() != Progress::kDone || !PrepareLane()) {
         return nullptr;
     }
@@ -156,8 +160,10 @@ void* Outgoing::ReserveFrame(std::size_t size) {
     m_frameSize = kFrameHeaderSize + m_type.size() + size;
     m_frameSent = 0;
     if (m_frameSize + kGuardSize > m_capacity) {
+        m_frame.reset();
+        m_capacity = 0;
+        m_frame = std::make_unique_for_overwrite<char[]>(m_frameSize + kGuardSize);
         m_capacity = m_frameSize + kGuardSize;
-        m_frame = std::make_unique_for_overwrite<char[]>(m_capacity);
     }
     WriteFrameHeader(m_frame.get(), {FrameKind::kMessage, static_cast<std::uint16_t>(m_type.size()),
                                      static_cast<std::uint32_t>(size)});
@@ -266,7 +272,7 @@ void Outgoing::SendControl(const std::string& frame) {
 
 /// Between two frames only: a message that is partly sent comes first.
 Progress Outgoing::SendBacklog() {
-    if (m_way == Way::kFrame && m_frameSent > 0 && m_frameSent < m_frameSize) {
+    if (FrameIsPartlySent()) {
         return Progress::kDone;
     }
     if (!Send(m_backlog.data(), m_backlog.size(), m_backlogSent)) {

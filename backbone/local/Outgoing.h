@@ -87,6 +87,9 @@ class Outgoing final : public system::Watcher {
     Progress CommitToLane();
     Progress CommitBlock();
     Progress CommitFrame();
+    bool FrameIsPartlySent() const {
+        return m_way == Way::kFrame && m_frameSent > 0 && m_frameSent < m_frameSize;
+    }
     bool HandOver(Blocks::Block& block);
     void AwaitLaneRoom(bool wanted);
     void Publish();
