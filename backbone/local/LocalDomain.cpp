@@ -282,6 +282,9 @@ void LocalDomain::Greeted(Incoming& link, const Greeting& greeting) {
         throw BadFrame(
             fmt::format("it is for application {}, which is not here", Quoted(greeting.application)));
     }
+    if (greeting.identity == m_system.Me().identity) {
+        throw BadFrame("it greets as the process that it has connected to");
+    }
     link.application = application->first;
     m_lives.Greeted(link, greeting);
 }

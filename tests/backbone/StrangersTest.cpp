@@ -106,11 +106,17 @@ TEST_P(Stranger, WhoSendsGarbageHasItsLinkClosedWithOneLineAndHarmsNothingElse) 
 
 TEST_P(Stranger, WhoGreetsAsAnotherProcessHidesItsEndFromNobody) {
     Play(m_peers, {{"watcher", "receive watcher"}, {"alive", "receive alive"}});
-    const Identity alive = m_names->Find("alive").value().identity;
-    const auto link = Send("watcher", GreetingFrame({kProtocolVersion, alive, 1, "host", "user", "watcher"}));
+    const auto greetAs = [&](const std::string& name) {
+        const Identity identity = m_names->Find(name).value().identity;
+        return Send("watcher", GreetingFrame({kProtocolVersion, identity, 1, "host", "user", "watcher"}));
+    };
+    const auto link = greetAs("alive");
+    const auto refused = greetAs("watcher");
     Play(m_peers, {{"watcher", "watch watcher"},
                    {"alive", "crash"},
                    {"watcher", "await 0 1", "0 messages, alive lost after 0"}});
+    EXPECT_THAT(m_peers["watcher"].Output(),
+                ::testing::HasSubstr("it greets as the process that it has connected to"));
 }
 
 TEST_P(Stranger, WhoListensUnderANameAndAnswersGarbageHarmsNoSender) {
