@@ -210,6 +210,9 @@ void Lives::ExamineSuspects(system::Clock::time_point now) {
 /// Whether no further look is needed: it is over, or will be seen to end by another link.
 bool Lives::IsCleared(const system::Identity& suspect) {
     const std::vector<Presence::Holding> names = m_presence.NamesOf(suspect);
+    if (names.empty() && !m_presence.IsOver(suspect) && !m_intake.HasAccepted(suspect)) {
+        m_presence.Forget(suspect);
+    }
     if (names.empty() || m_presence.IsOver(suspect)) {
         return true;
     }

@@ -25,6 +25,8 @@ class Presence {
     /// A process is met, or says who it is.
     void Meet(const system::Identity& life, int pid, const std::string& host, const std::string& user);
     bool Knows(const system::Identity& life) const { return m_lives.contains(life); }
+    /// It has no name that is known, and no link: nothing of it is ever to be reported.
+    void Forget(const system::Identity& life) { m_lives.erase(life); }
     /// It holds a name. A passing helper is not announced. True: others are known to hold or have held it, too.
     bool AddName(const system::Identity& life, const std::string& name, std::uint64_t order, bool announced);
     std::size_t CountOfNames(const system::Identity& life) const;
