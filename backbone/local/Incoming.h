@@ -113,6 +113,8 @@ class Incoming final : public system::Watcher {
     const Peer& OpenedBy() const { return m_peer; }
     /// The application of this process that the link leads to, once it is greeted: its number.
     int application = -1;
+    /// How many announcements it has brought.
+    std::size_t announcements = 0;
     /// The end of the opener's life was reported: what is left are messages that wait for a handler.
     bool lifeReported = false;
 

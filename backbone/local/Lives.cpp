@@ -24,7 +24,8 @@ constexpr milliseconds kGivenUpLinkPause{256};
 constexpr int kLooksAtTheDying = 10;
 constexpr milliseconds kDyingInterval{100};
 
-/// A peer that announces more is none of this library, or has lost its way; each is kept while it lives.
+/// A peer that announces more, or as many over one link, is none of this library, or has lost its way; each is
+/// kept while it lives.
 constexpr std::size_t kMostNames = 4096;
 
 }  // namespace
@@ -47,10 +48,10 @@ void Lives::Greeted(Incoming& link, const Greeting& greeting) {
 }
 
 void Lives::Announced(Incoming& link, const Announcement& announcement) {
-    const std::size_t count = m_presence.CountOfNames(link.Opener());
-    if (announcement.application.size() > kLongestName || count >= kMostNames) {
+    const std::size_t others = std::max(m_presence.CountOfNames(link.Opener()), link.announcements++);
+    if (announcement.application.size() > kLongestName || others >= kMostNames) {
         throw BadFrame(fmt::format("it announces an application with a name of {} bytes after {} others",
-                                   announcement.application.size(), count));
+                                   announcement.application.size(), others));
     }
     if (link.lifeReported && !m_presence.RememberName(link.Opener(), announcement.application)) {
         return;

@@ -28,6 +28,10 @@ constexpr milliseconds kNameInterval{2};
 /// Where all start at once, others connect while this process does: it looks for them after so many.
 constexpr int kReachedBetweenLooks = 16;
 
+/// So many newcomers are accepted before those who are there have their turn: somebody may connect without
+/// end.
+constexpr int kMostAcceptedAtOnce = 256;
+
 }  // namespace
 
 LocalDomain::LocalDomain(system::System& system, const LocalSettings& settings, KeptBlocks& kept,
@@ -236,9 +240,9 @@ void LocalDomain::TryAgainSoon() {
     }
 }
 
-/// False when somebody waits who cannot be accepted now.
+/// False when somebody waits who is not accepted now.
 bool LocalDomain::Accept() {
-    for (;;) {
+    for (int accepted = 0; accepted < kMostAcceptedAtOnce; ++accepted) {
         system::Names::Acceptance acceptance = m_names->Accept();
         switch (acceptance.welcome) {
             case system::Names::Welcome::kAccepted: {
@@ -247,7 +251,9 @@ bool LocalDomain::Accept() {
                     owner, m_settings.limits.lane, m_settings.limits.blocks, std::move(acceptance.channel));
                 link->pid = acceptance.pid;
                 link->SayHeldUp(m_heldUp);
-                m_intake.LookAtUngreeted();
+                if (accepted == 0) {
+                    m_intake.LookAtUngreeted();
+                }
                 m_intake.Add(std::move(link));
                 break;
             }
@@ -264,6 +270,8 @@ bool LocalDomain::Accept() {
                 return false;
         }
     }
+    TryAgainSoon();  // a wait that only minds its own sends does not look for newcomers
+    return false;
 }
 
 void LocalDomain::SayShortage(const std::string& problem) {

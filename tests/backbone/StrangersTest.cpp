@@ -56,6 +56,10 @@ TEST_P(Stranger, WhoSendsGarbageHasItsLinkClosedWithOneLineAndHarmsNothingElse) 
     const auto greetingOf = [](const std::string& bytes) {
         return Header(1, 1, static_cast<std::uint32_t>(bytes.size())) + '\0' + bytes;
     };
+    std::string announcements;
+    for (int count = 0; count <= 4096; ++count) {
+        announcements += AnnounceFrame({1, "n"});
+    }
     const struct {
         std::string bytes;
         const char* complaint;   ///< null: it ends as if it were killed, which is not worth a line
@@ -75,6 +79,7 @@ TEST_P(Stranger, WhoSendsGarbageHasItsLinkClosedWithOneLineAndHarmsNothingElse) 
         {Header(3, 2, 0) + "t\0"s, "the first frame is no greeting"},
         {greeting + greeting, "a second greeting"},
         {greeting + AnnounceFrame({1, std::string(4097, 'n')}), "an application with a name of 4097 bytes"},
+        {greeting + announcements, "an application with a name of 1 bytes after 4096 others"},
         {greeting + LaneFrame(4096), "a lane with a ring of 4096 bytes"},
         {greeting + LaneFrame(2 << 20), "a lane for its messages cannot be opened: no memory came with it"},
         {greeting, "a lane has 8192 bytes instead of 2101248", 8192, LaneFrame(2 << 20)},
@@ -96,7 +101,7 @@ TEST_P(Stranger, WhoSendsGarbageHasItsLinkClosedWithOneLineAndHarmsNothingElse) 
             AwaitEnd(*link);
         }
     }
-    Play(m_peers, {{"honest", "send target 1 8"}, {"target", "", "3 messages"}});
+    Play(m_peers, {{"honest", "send target 1 8"}, {"target", "", "3 messages, n lost after 1"}});
     const auto isLine = [](const auto& one) { return one.complaint != nullptr; };
     const std::string& lines = m_peers["target"].Output();
     EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'),
