@@ -9,6 +9,7 @@ namespace zyl::backbone::local {
 void Intake::Add(std::unique_ptr<Incoming> link) {
     link->number = m_accepted++;
     m_unknown.emplace(link->number, link.get());
+    m_someUnread = true;
     m_links.push_back(std::move(link));
     MakeReady(*m_links.back());
 }

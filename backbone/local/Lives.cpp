@@ -185,7 +185,7 @@ void Lives::EndDoubts(system::Clock::time_point now) {
             continue;  // this process was stopped, and did not hear of it in time
         }
         m_suspects.erase(liar);
-        m_presence.Forget(liar);
+        m_presence.ForgetLiar(liar);
         m_intake.SetReported(liar);
         m_intake.PredecessorReported();
     }

@@ -172,7 +172,7 @@ std::vector<PeerLost> Presence::Report(const system::Identity& life) {
     return reports;
 }
 
-void Presence::Forget(const system::Identity& life) {
+void Presence::ForgetLiar(const system::Identity& life) {
     Report(life);
     m_reported.at(life).liar = true;
 }

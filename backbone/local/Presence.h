@@ -58,7 +58,7 @@ class Presence {
     /// Nothing of it is left to be read: forgets it, and gives the reports of its end.
     std::vector<PeerLost> Report(const system::Identity& life);
     /// It has lied: forgets it, and nothing of it is to be reported, now or later.
-    void Forget(const system::Identity& life);
+    void ForgetLiar(const system::Identity& life);
     /// Whether one of the two has happened; what stands under a name may be older.
     bool WasReported(const system::Identity& life) const { return m_reported.contains(life); }
     /// A name of it is heard of only now. True: its end is to be reported under that name as well.

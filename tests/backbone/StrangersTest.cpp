@@ -23,8 +23,8 @@ std::string Header(int kind, int typeSize, std::uint32_t bodySize) {
     return header;
 }
 
-std::string GreetingTo(const std::string& application) {
-    return GreetingFrame({kProtocolVersion, {1, 2}, 4711, "host", "user", application});
+std::string GreetingTo(const std::string& application, std::uint64_t identity = 1) {
+    return GreetingFrame({kProtocolVersion, {identity, 2}, 4711, "host", "user", application});
 }
 
 class Stranger : public OnLane {
@@ -33,7 +33,10 @@ class Stranger : public OnLane {
     /// A link to whom holds `name`, over which these bytes were sent, as far as the other side took them.
     std::unique_ptr<Channel> Send(const std::string& name, const std::string& bytes) {
         std::unique_ptr<Channel> link = m_names->Connect(m_names->Find(name).value()).channel;
-        link->Send(bytes);
+        for (std::string_view rest = bytes; !rest.empty();) {
+            const Moved moved = link->Send(rest);
+            rest.remove_prefix(moved.progress == Progress::kEnded ? rest.size() : moved.bytes);
+        }
         return link;
     }
     /// Waits for the end that the other side makes of the link.
@@ -79,7 +82,7 @@ TEST_P(Stranger, WhoSendsGarbageHasItsLinkClosedWithOneLineAndHarmsNothingElse) 
         {Header(3, 2, 0) + "t\0"s, "the first frame is no greeting"},
         {greeting + greeting, "a second greeting"},
         {greeting + AnnounceFrame({1, std::string(4097, 'n')}), "an application with a name of 4097 bytes"},
-        {greeting + announcements, "an application with a name of 1 bytes after 4096 others"},
+        {GreetingTo("target", 2) + announcements, "an application with a name of 1 bytes after 4096 others"},
         {greeting + LaneFrame(4096), "a lane with a ring of 4096 bytes"},
         {greeting + LaneFrame(2 << 20), "a lane for its messages cannot be opened: no memory came with it"},
         {greeting, "a lane has 8192 bytes instead of 2101248", 8192, LaneFrame(2 << 20)},
