@@ -217,15 +217,16 @@ bool Lives::IsCleared(const system::Identity& suspect) {
     if (names.empty() || m_presence.IsOver(suspect)) {
         return true;
     }
+    bool lives = false;
     for (const Presence::Holding& holding : names) {
         if (&holding == &names.front() || m_presence.HasSuccessorsIn(holding.name, suspect)) {
-            LookWhetherHeld(holding.name, suspect);
+            lives = LookWhetherHeld(holding.name, suspect) || lives;
         }
     }
     if (m_presence.IsOver(suspect)) {
         return true;
     }
-    if (m_suspects.at(suspect).pause >= kGivenUpLinkPause) {
+    if (lives && m_suspects.at(suspect).pause >= kGivenUpLinkPause) {
         ReportLinksGivenUp(suspect);
     }
     if (HasOpenLink(suspect)) {
@@ -234,7 +235,7 @@ bool Lives::IsCleared(const system::Identity& suspect) {
     const auto announced =
         std::find_if(names.begin(), names.end(), [](const auto& one) { return one.announced; });
     if (!m_outlets.WantsAll() || announced == names.end()) {
-        return m_suspects.at(suspect).pause >= kLongestPause;
+        return m_suspects.at(suspect).pause >= kLongestPause && !m_lostWithMessages.contains(suspect);
     }
     if (m_system.Now() >= m_suspects.at(suspect).reconnect) {
         ReconnectTo(suspect, announced->name);
