@@ -188,7 +188,7 @@ std::unique_ptr<system::Memory> Incoming::TakeMemory(std::size_t size, const cha
 
 void Incoming::OpenLane(const FrameView& frame) {
     const std::uint32_t ring = ReadLane(frame.body);
-    if (ring != m_shape.ring || m_lanes.size() > 1) {
+    if (ring != m_shape.ring || m_lanes.size() > 2) {
         throw BadFrame(fmt::format("a lane with a ring of {} bytes, behind {} others", ring, m_lanes.size()));
     }
     m_lanes.push_back(std::make_unique<LaneReader>(TakeMemory(m_shape.Memory(), "a lane"), m_shape));
