@@ -30,6 +30,8 @@ class FrameReader {
     void Received(std::size_t size);
     /// Nothing more comes for a while: a link that carries little keeps no memory meanwhile.
     void Rest();
+    /// Whether everything that was received was taken.
+    bool IsEmpty() const { return m_begin == m_end; }
     /// The kind of the next frame, once its header is there. Throws BadFrame.
     std::optional<FrameKind> NextKind();
     /// The next whole frame, if there is one. Throws BadFrame; nothing may be read afterwards.

@@ -49,8 +49,10 @@ Incoming::Found Incoming::Next(Want want) {
             fmt::format("it does not read the {} bytes of notes that it was sent", m_notes.size()));
     }
     for (;;) {
-        if (std::optional<Found> found = TakeControl()) {
-            return std::move(*found);
+        if (m_unread || !m_frames.IsEmpty()) {
+            if (std::optional<Found> found = TakeControl()) {
+                return std::move(*found);
+            }
         }
         const bool inLane = HasLaneNews();
         const bool behindControls = inLane && m_lanes.size() == 1 && m_lanes.front()->Controls() > m_controls;
@@ -69,8 +71,8 @@ Incoming::Found Incoming::Next(Want want) {
             return Nothing::kHeld;
         }
         if (inLane) {
-            if (std::optional<Text> text = TakeFromLane(want)) {
-                return std::move(*text);
+            if (std::optional<LaneMessage> message = TakeFromLane(want)) {
+                return Text{message->type, message->body, std::move(message->storage)};
             }
             continue;  // nothing but the end of the ring
         }
@@ -203,25 +205,22 @@ void Incoming::OpenBlock(const FrameView& frame) {
     m_blocks[notice.number] = TakeMemory(notice.size, "a block");
 }
 
-std::optional<Incoming::Text> Incoming::TakeFromLane(Want want) {
+std::optional<LaneMessage> Incoming::TakeFromLane(Want want) {
     LaneReader& lane = *m_lanes.front();
     std::optional<LaneMessage> message = lane.Take();
     if (lane.WriterWaits()) {
         SendNote({NoteKind::kRoom});
     }
-    if (!message) {
-        return std::nullopt;
-    }
-    if (message->inBlock) {
-        return TakeBlock(*message, want);
-    }
-    if (want == Want::kOwnCopy) {
+    if (message && message->inBlock) {
+        TakeBlock(*message, want);
+    } else if (message && want == Want::kOwnCopy) {
         message = message->Copy();
     }
-    return Text{message->type, message->body, std::move(message->storage)};
+    return message;
 }
 
-Incoming::Text Incoming::TakeBlock(const LaneMessage& message, Want want) {
+/// Has the message stand in the block and keep that, and nothing of the lane.
+void Incoming::TakeBlock(LaneMessage& message, Want want) {
     const auto block = m_blocks.find(message.block);
     if (block == m_blocks.end() || message.sizeInBlock > block->second->Bytes().size()) {
         throw BadFrame(fmt::format("a message of {} bytes in block {}, which does not hold it",
@@ -237,8 +236,9 @@ Incoming::Text Incoming::TakeBlock(const LaneMessage& message, Want want) {
     } else {
         m_inUse.push_back(use);
     }
-    const char* type = use->type.c_str();
-    return Text{type, use->memory->Bytes().first(message.sizeInBlock), std::move(use)};
+    message.type = use->type.c_str();
+    message.body = use->memory->Bytes().first(message.sizeInBlock);
+    message.storage = std::move(use);
 }
 
 bool Incoming::GiveBack() {

@@ -127,8 +127,8 @@ class Incoming final : public system::Watcher {
     void OpenLane(const FrameView& frame);
     void OpenBlock(const FrameView& frame);
     std::unique_ptr<system::Memory> TakeMemory(std::size_t size, const char* what);
-    std::optional<Text> TakeFromLane(Want want);
-    Text TakeBlock(const LaneMessage& message, Want want);
+    std::optional<LaneMessage> TakeFromLane(Want want);
+    void TakeBlock(LaneMessage& message, Want want);
     void ReturnBlocks();
     void SendNote(const Note& note);
     void SendNotes();

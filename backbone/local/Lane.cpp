@@ -71,7 +71,7 @@ void RingGrowth::Grow(std::uint64_t position, system::Memory& memory, std::size_
 }
 
 LaneWriter::LaneWriter(std::shared_ptr<system::Memory> memory, const LaneShape& shape)
-    : m_memory(std::move(memory)), m_shape(shape) {}
+    : m_memory(std::move(memory)), m_begin(m_memory->Bytes().data()), m_shape(shape) {}
 
 bool LaneWriter::Fits(std::size_t typeSize, std::size_t bodySize) const {
     const std::size_t most = m_shape.LongestRecord();
@@ -83,7 +83,7 @@ void* LaneWriter::Reserve(const char* type, std::size_t typeSize, std::size_t bo
     const auto sizeAt = [&](std::size_t offset) {
         return RoundUp(BodyOffset(offset, typeSize, bodySize) + bodySize + kGuardSize, kCacheLine);
     };
-    const std::size_t offset = m_written % m_shape.ring;
+    const std::size_t offset = m_shape.Offset(m_written);
     const std::size_t rest = m_shape.ring - offset;
     const bool here = sizeAt(offset) <= rest;
     if (!MakeRoom(here ? sizeAt(offset) : rest + sizeAt(0))) {
@@ -221,7 +221,10 @@ struct LaneReader::Record {
 };
 
 LaneReader::LaneReader(std::shared_ptr<system::Memory> memory, const LaneShape& shape)
-    : m_memory(std::move(memory)), m_shape(shape), m_view(std::make_shared<View>(m_memory)) {}
+    : m_memory(std::move(memory)),
+      m_begin(m_memory->Bytes().data()),
+      m_shape(shape),
+      m_view(std::make_shared<View>(m_memory)) {}
 
 std::optional<LaneMessage> LaneReader::Take() {
     SetViewAside();
@@ -268,7 +271,7 @@ LaneReader::Record LaneReader::NextRecord() const {
         throw BadFrame(fmt::format("the lane's writer is {} bytes ahead of its reader", available));
     }
     Record record{};
-    const std::size_t offset = m_next % m_shape.ring;
+    const std::size_t offset = m_shape.Offset(m_next);
     const char* start = At(m_next);
     std::memcpy(&record.header, start, sizeof record.header);
     const RecordHeader& header = record.header;

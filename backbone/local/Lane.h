@@ -63,7 +63,7 @@ namespace zyl::backbone::local {
 constexpr std::size_t kCacheLine = 64;
 constexpr std::size_t kLaneHead = 4096;
 
-/// The sizes of a lane; `ring` is a multiple of four cache lines.
+/// The sizes of a lane; `ring` is a power of two of four cache lines or more.
 struct LaneShape {
     std::size_t ring = 0;
     /// The least room that is given back while messages come.
@@ -73,6 +73,8 @@ struct LaneShape {
     /// With records of a quarter, several are always under way, and one fits into any ring that is read to
     /// its end, wherever it ended.
     std::size_t LongestRecord() const { return ring / 4; }
+    /// Where a position lies in the ring.
+    std::size_t Offset(std::uint64_t position) const { return position & (ring - 1); }
 };
 
 struct LaneHead {
@@ -137,12 +139,11 @@ class LaneWriter {
     bool MakeRoom(std::size_t size);
     void Want(std::uint64_t position);
     void Refresh();
-    LaneHead& Head() const { return *reinterpret_cast<LaneHead*>(m_memory->Bytes().data()); }
-    char* At(std::uint64_t position) const {
-        return m_memory->Bytes().data() + kLaneHead + position % m_shape.ring;
-    }
+    LaneHead& Head() const { return *reinterpret_cast<LaneHead*>(m_begin); }
+    char* At(std::uint64_t position) const { return m_begin + kLaneHead + m_shape.Offset(position); }
 
     std::shared_ptr<system::Memory> m_memory;
+    char* m_begin;  ///< of the memory
     LaneShape m_shape;
     std::uint64_t m_written = 0;
     std::uint64_t m_read = 0;
@@ -155,7 +156,7 @@ class LaneWriter {
 
 /// A message as a lane hands it out.
 struct LaneMessage {
-    const char* type;
+    const char* type = nullptr;
     /// A view of the ring for as long as `storage` is held; empty where the body lies in a block.
     std::span<const char> body;
     std::shared_ptr<const MessageStorage> storage;
@@ -212,12 +213,11 @@ class LaneReader {
     void SetViewAside();
     std::uint64_t Free();
     void GiveBackUpTo(std::uint64_t position);
-    LaneHead& Head() const { return *reinterpret_cast<LaneHead*>(m_memory->Bytes().data()); }
-    const char* At(std::uint64_t position) const {
-        return m_memory->Bytes().data() + kLaneHead + position % m_shape.ring;
-    }
+    LaneHead& Head() const { return *reinterpret_cast<LaneHead*>(m_begin); }
+    const char* At(std::uint64_t position) const { return m_begin + kLaneHead + m_shape.Offset(position); }
 
     std::shared_ptr<system::Memory> m_memory;
+    char* m_begin;  ///< of the memory
     LaneShape m_shape;
     /// The writer's position as last seen. Looked at anew when all before it is taken: each look costs the
     /// writer its cache line.

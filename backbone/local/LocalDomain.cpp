@@ -199,7 +199,8 @@ std::optional<Event> LocalDomain::Next(Take take) {
     if (m_somebodyWaits) {
         Accept();
     }
-    if (m_sinceLook % m_settings.limits.pace.messagesBetweenReports == 0) {
+    if (--m_untilReports <= 0) {
+        m_untilReports = m_settings.limits.pace.messagesBetweenReports;
         ReportEnds();
     }
     if (m_lives.HasReports()) {

@@ -108,6 +108,7 @@ class LocalDomain final : public Domain, IntakeOwner, IncomingOwner, OutletsOwne
     system::Deadline m_lookForTarget;
     std::uint64_t m_heldUp = 0;
     int m_sinceLook = 0;
+    int m_untilReports = 0;
 };
 
 }  // namespace zyl::backbone::local

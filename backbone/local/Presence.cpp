@@ -119,7 +119,7 @@ bool Presence::IsOver(const system::Identity& life) const {
 std::vector<system::Identity> Presence::Predecessors(const system::Identity& life) const {
     std::vector<system::Identity> predecessors;
     const auto known = m_lives.find(life);
-    if (m_contested == 0 || known == m_lives.end()) {
+    if (known == m_lives.end()) {
         return predecessors;
     }
     for (const auto& [name, holding] : known->second.names) {
@@ -153,7 +153,7 @@ bool Presence::ComesBefore(const system::Identity& life, const system::Identity&
 }
 
 /// The order of lives has no circle, unless somebody has lied. Who is in one waits for nobody in it.
-bool Presence::HasToWait(const system::Identity& life) const {
+bool Presence::IsBehindAnother(const system::Identity& life) const {
     return std::ranges::any_of(Predecessors(life), [&](const system::Identity& predecessor) {
         return !ComesBefore(life, predecessor);
     });

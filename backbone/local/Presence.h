@@ -54,7 +54,7 @@ class Presence {
     bool IsOver(const system::Identity& life) const;
     const std::set<system::Identity>& Over() const { return m_over; }
     /// Whether an earlier holder of one of its names is still to be reported, or found out to be over.
-    bool HasToWait(const system::Identity& life) const;
+    bool HasToWait(const system::Identity& life) const { return m_contested > 0 && IsBehindAnother(life); }
     /// Nothing of it is left to be read: forgets it, and gives the reports of its end.
     std::vector<PeerLost> Report(const system::Identity& life);
     /// It has lied: forgets it, and nothing of it is to be reported, now or later.
@@ -67,6 +67,7 @@ class Presence {
   private:
     using Holders = std::set<std::pair<std::uint64_t, system::Identity>>;
     Holders::const_iterator FirstSuccessorIn(const std::string& name, const system::Identity& life) const;
+    bool IsBehindAnother(const system::Identity& life) const;
     std::vector<system::Identity> Predecessors(const system::Identity& life) const;
     bool ComesBefore(const system::Identity& life, const system::Identity& other) const;
     void RemoveHolder(const std::string& name, const system::Identity& life);

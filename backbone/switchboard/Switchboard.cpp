@@ -458,7 +458,9 @@ bool Switchboard::DispatchOne(Membership& member) {
         }
         Dispatch(member, *event);
     }
-    TellOfLoss(member);
+    if (member.lostPeer != nullptr) {
+        TellOfLoss(member);
+    }
     CheckOwner();
     return true;
 }
