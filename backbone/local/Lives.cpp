@@ -217,10 +217,10 @@ bool Lives::IsCleared(const system::Identity& suspect) {
     if (names.empty() || m_presence.IsOver(suspect)) {
         return true;
     }
-    bool lives = false;
+    bool lives = true;  // as far as that can be seen now
     for (const Presence::Holding& holding : names) {
         if (&holding == &names.front() || m_presence.HasSuccessorsIn(holding.name, suspect)) {
-            lives = LookWhetherHeld(holding.name, suspect) || lives;
+            lives = LookWhetherHeld(holding.name, suspect) && lives;
         }
     }
     if (m_presence.IsOver(suspect)) {
@@ -230,7 +230,7 @@ bool Lives::IsCleared(const system::Identity& suspect) {
         ReportLinksGivenUp(suspect);
     }
     if (HasOpenLink(suspect)) {
-        return !m_lostWithMessages.contains(suspect);
+        return lives && !m_lostWithMessages.contains(suspect);
     }
     const auto announced =
         std::find_if(names.begin(), names.end(), [](const auto& one) { return one.announced; });
