@@ -237,6 +237,7 @@ std::string Refusal(const char* type, const std::string& bytes) {
 }
 
 TEST(HostileBody, BuffersAreRefusedWhenCutOffOrOfFalseLengthAndAcceptedWhenLonger) {
+    const ZYLMsgBBCallbackManager emptiesTheRegistriesAtItsEnd;
     for (ZYLMsgBBMessage* const proto :
          std::initializer_list<ZYLMsgBBMessage*>{new ZYLMsgStringType, new ZYLMsgAnalysisMessageType,
                                                  new ZYLMsgProcessControlType, new ZYLMsgFileTransferType}) {
