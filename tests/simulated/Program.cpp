@@ -101,7 +101,7 @@ class Player {
         const int domain = g_stage->Of(application).domain;
         m_world.Tell("receives {} of {} bytes", type, size);
         CheckInside(domain);
-        if (*type == kLie) {
+        if (*type == kLie || *type == '\0') {
             return;
         }
         const Oracle::Message message = m_oracle.Received(m_process, application, type, body, size);
